@@ -1,0 +1,38 @@
+// The configuration file's text and what it means. Pure.
+//
+// Format: docs/operations.md, "Configuration file".
+// Errors: none; a malformed line is skipped, an unknown key ignored.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "logging/log_selector.h"
+
+namespace zel {
+
+inline constexpr std::int64_t kDefaultBitmapIdleTimeout = 600;  // seconds
+inline constexpr std::int64_t kDefaultSyncTimeout = 60;         // seconds
+
+// The lowest level of a category that is written; kSilent writes none.
+using LevelThreshold = int;
+inline constexpr LevelThreshold kSilent = kLogLevels;
+
+struct Configuration {
+  std::array<LevelThreshold, kLogCategories> levels = {kInfo, kInfo, kInfo};  // by LogCategory
+  std::int64_t bitmap_idle_timeout = kDefaultBitmapIdleTimeout;               // seconds
+  std::int64_t sync_timeout = kDefaultSyncTimeout;                            // seconds
+};
+
+// "trace" to "error" in any case; kSilent for every other word.
+[[nodiscard]] LevelThreshold ParseLevelWord(std::string_view word);
+
+// Reads the whole file's text; lines end at "\n" (the caller's text stream has taken CR away).
+[[nodiscard]] Configuration ParseConfiguration(std::string_view text);
+
+// The LogEnableMask for `levels`: per category the bits of its threshold and of all levels above.
+[[nodiscard]] std::uint32_t ComputeLogEnableMask(
+    const std::array<LevelThreshold, kLogCategories>& levels);
+
+}  // namespace zel

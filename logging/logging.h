@@ -1,0 +1,18 @@
+// Setting the log up at the start of the service and taking it down at its end.
+#pragma once
+
+#include <string_view>
+
+namespace zel {
+
+// Reads the configuration, opens the log at `log_path` (cut at 259 characters) and starts the
+// roller and the watcher. What is logged meanwhile goes to standard output. Called once, before
+// any other thread runs. No failure is reported: a log that cannot be opened leaves standard
+// output, a missing configuration the built-in mask.
+void InitLogging(std::wstring_view log_path);
+
+// Ends both threads (waiting up to 60 s for each) and closes the log; later lines go to standard
+// output. Called once, by the thread that ends the service; harmless without InitLogging.
+void ShutdownLogging();
+
+}  // namespace zel

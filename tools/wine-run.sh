@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Runs a Windows program on Wine in a prefix of the build folder, made when it is missing.
+# CMake's cross-compiling emulator and the test scripts call it; never the user's own prefix.
+#
+#   tools/wine-run.sh PROGRAM [ARGUMENT...]     ZEL_WINEPREFIX names another prefix
+#   tools/wine-run.sh --start                   makes the prefix and keeps its server running
+#   tools/wine-run.sh --stop                    ends that server and every program in the prefix
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+export WINEPREFIX=${ZEL_WINEPREFIX:-$root/build/wine/tests}
+export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+unset DISPLAY WAYLAND_DISPLAY
+
+make_prefix() {
+  mkdir -p "$(dirname "$WINEPREFIX")"
+  (
+    flock 9
+    [ -e "$WINEPREFIX/.ready" ] && exit 0
+    wine wineboot -i >"$WINEPREFIX.log" 2>&1 </dev/null
+    wineserver -w
+    touch "$WINEPREFIX/.ready"
+  ) 9>"$WINEPREFIX.lock"
+}
+
+case "${1:?no program named}" in
+  --start)
+    make_prefix
+    wineserver -p
+    # The first program starts Wine's own services, which would keep its standard output open.
+    wine cmd /c exit >/dev/null 2>&1 </dev/null
+    ;;
+  --stop)
+    if [ -e "$WINEPREFIX/.ready" ]; then wineserver -k || true; wineserver -w; fi
+    ;;
+  *)
+    [ -e "$WINEPREFIX/.ready" ] || make_prefix
+    exec wine "$@"
+    ;;
+esac

@@ -1,0 +1,52 @@
+// The kinds of Win32 handles that the service owns, as traits of UniqueResource.
+// What needs more than <windows.h> has a header of its own beside this one.
+#pragma once
+
+#include <windows.h>
+
+#include "win32/unique_resource.h"
+
+namespace zel {
+
+// Kernel objects whose creators answer null on failure: events, threads, mappings, tokens.
+struct KernelObjectTraits {
+  using Type = HANDLE;
+  static Type Null() noexcept { return nullptr; }
+  static bool Valid(Type value) noexcept { return value != nullptr; }
+  static void Close(Type value) noexcept { ::CloseHandle(value); }
+};
+using UniqueEvent = UniqueResource<KernelObjectTraits>;
+using UniqueThread = UniqueResource<KernelObjectTraits>;
+using UniqueToken = UniqueResource<KernelObjectTraits>;
+
+// Handles whose creators answer INVALID_HANDLE_VALUE on failure.
+template <auto CloseFunction>
+struct InvalidHandleTraits {
+  using Type = HANDLE;
+  static Type Null() noexcept { return INVALID_HANDLE_VALUE; }
+  static bool Valid(Type value) noexcept {
+    return value != INVALID_HANDLE_VALUE && value != nullptr;
+  }
+  static void Close(Type value) noexcept { CloseFunction(value); }
+};
+using UniqueFile = UniqueResource<InvalidHandleTraits<::CloseHandle>>;
+using UniqueFind = UniqueResource<InvalidHandleTraits<::FindClose>>;
+using UniqueChangeNotification = UniqueResource<InvalidHandleTraits<::FindCloseChangeNotification>>;
+
+struct RegistryKeyTraits {
+  using Type = HKEY;
+  static Type Null() noexcept { return nullptr; }
+  static bool Valid(Type value) noexcept { return value != nullptr; }
+  static void Close(Type value) noexcept { ::RegCloseKey(value); }
+};
+using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
+
+struct ServiceHandleTraits {
+  using Type = SC_HANDLE;
+  static Type Null() noexcept { return nullptr; }
+  static bool Valid(Type value) noexcept { return value != nullptr; }
+  static void Close(Type value) noexcept { ::CloseServiceHandle(value); }
+};
+using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
+
+}  // namespace zel
