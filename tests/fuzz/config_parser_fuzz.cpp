@@ -27,7 +27,9 @@ bool IsUpwardClosed(std::uint32_t mask) {
   return mask >> (zel::kLogCategories * zel::kLogLevels) == 0;
 }
 
-bool IsUsableTimeout(std::int64_t seconds) { return seconds != 0 && seconds != -1; }
+bool IsUsableTimeout(std::int64_t seconds) {
+  return seconds != 0 && seconds != -1;
+}
 
 }  // namespace
 
