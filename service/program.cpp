@@ -28,8 +28,11 @@ void LogUsage() {
              kServiceName);
 }
 
+// Has the CBT directory's path computed, which can take long, before any thread waits for it.
+void InitCbtDirectory() { static_cast<void>(GetCbtDirectory()); }
+
 void RunInConsole(Arguments arguments) {
-  GetCbtDirectory();
+  InitCbtDirectory();
   DebugMode = true;
   LogMessage(kGeneralInfo, L"Debugging %s\n", kServiceName);
   ::SetConsoleCtrlHandler(ConsoleCtrlHandler, TRUE);
@@ -40,7 +43,7 @@ void RunInConsole(Arguments arguments) {
 }
 
 void RunUnderServiceManager(Arguments arguments) {
-  GetCbtDirectory();
+  InitCbtDirectory();
   wchar_t log_path[MAX_PATH];
   GetLogFilePath(arguments.empty() ? L"" : arguments[0], log_path);
   InitLogging(log_path);
