@@ -29,7 +29,9 @@ void LogUsage() {
 }
 
 // Has the CBT directory's path computed, which can take long, before any thread waits for it.
-void InitCbtDirectory() { static_cast<void>(GetCbtDirectory()); }
+void InitCbtDirectory() {
+  static_cast<void>(GetCbtDirectory());
+}
 
 void RunInConsole(Arguments arguments) {
   InitCbtDirectory();
