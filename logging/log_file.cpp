@@ -38,7 +38,8 @@ struct LogState {
 
 constinit LogState state ZEL_GUARDED_BY(logLock);
 
-// Whether state.file is set, for the writer's choice before it takes the lock.
+// Whether lines go to a file, for the writer's choice before it takes the lock. Stays true while a
+// roll has the file closed: writers then wait for the lock.
 constinit std::atomic<bool> log_file_open{false};
 
 void OpenLocked() ZEL_REQUIRES(logLock) {
@@ -47,7 +48,6 @@ void OpenLocked() ZEL_REQUIRES(logLock) {
 }
 
 void CloseLocked() ZEL_REQUIRES(logLock) {
-  log_file_open = false;
   if (state.file != nullptr) std::fclose(std::exchange(state.file, nullptr));
 }
 
@@ -129,6 +129,7 @@ void OpenLogFile(std::wstring_view path) {
 
 void CloseLogFile() {
   const LockGuard guard(logLock);
+  log_file_open = false;
   CloseLocked();
 }
 

@@ -13,7 +13,9 @@ bool IsOpen(HANDLE handle) {
   return ::GetHandleInformation(handle, &flags) != 0;
 }
 
-HANDLE NewEvent() { return ::CreateEventW(nullptr, TRUE, FALSE, nullptr); }
+HANDLE NewEvent() {
+  return ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+}
 
 TEST(UniqueResourceTest, ClosesWhatItOwnsWhenItGoes) {
   HANDLE event = nullptr;

@@ -1,0 +1,125 @@
+// The roller and the watcher as InitLogging starts them.
+#include <algorithm>
+
+#include "logging/log_message.h"
+#include "logging/settings.h"
+#include "tests/integration/support/log_fixture.h"
+#include "tests/integration/support/poll.h"
+
+namespace zel {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+class LoggingThreadsTest : public test::LogFixture {};
+
+TEST_F(LoggingThreadsTest, AFileTooLargeAtStartIsRolledAtOnce) {
+  test::WriteFileBytes(log_path(), std::string(11 << 20, '.'));
+  StartLogging();
+  ASSERT_TRUE(
+      test::PollUntil([this] { return std::filesystem::exists(log_path().wstring() + L".1"); }));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("INFO  New log file started due to log file rolling"));
+}
+
+TEST_F(LoggingThreadsTest, TheFirstReadReportsChangedTimeoutsToStandardOutput) {
+  testing::internal::CaptureStdout();
+  StartLogging("zelservicelog=trace\nzelservice:BitmapIdleTimeout=5\nzelservice:SyncTimeout=6\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Changing bitmap idle timeout from 600 to 5 seconds\n"
+            "Changing sync timeout from 60 to 6 seconds\n");
+  EXPECT_EQ(BitmapIdleTimeout, 5);
+  EXPECT_EQ(SyncTimeout, 6);
+}
+
+TEST_F(LoggingThreadsTest, AChangedFileIsReadAgainWithinASecond) {
+  StartLogging("zelservicelog=info\n");
+  // The watcher starts beside this test, and a loaded machine may be slow once: the best of some
+  // changes counts.
+  ULONGLONG best_ms = 1'000'000;
+  for (int change = 1; change <= 5; ++change) {
+    test::WriteFileBytes(config_path(), "zelservicelog=debug\nzelservice:SyncTimeout=" +
+                                            std::to_string(100 + change) + "\n");
+    const ULONGLONG begin = ::GetTickCount64();
+    ASSERT_TRUE(test::PollUntil([change] { return SyncTimeout == 100 + change; }) || change == 1);
+    best_ms = std::min(best_ms, ::GetTickCount64() - begin);
+  }
+  EXPECT_LT(best_ms, 1000u);
+  EXPECT_EQ(LogEnableMask, 0x739Eu);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              Contains("INFO  Changing sync timeout from 104 to 105 seconds"));
+}
+
+TEST_F(LoggingThreadsTest, RemovingATimeoutKeyResetsItWithItsLine) {
+  StartLogging("zelservicelog=info\nzelservice:BitmapIdleTimeout=7\nzelservice:SyncTimeout=8\n");
+  ASSERT_TRUE(test::PollUntil([this] {
+    test::WriteFileBytes(config_path(), "zelservicelog=info\n");
+    return BitmapIdleTimeout == 600 && SyncTimeout == 60;
+  }));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("INFO  Changing bitmap idle timeout from 7 to 600 seconds",
+                          "INFO  Changing sync timeout from 8 to 60 seconds"));
+}
+
+TEST_F(LoggingThreadsTest, AnIdleLogIsFlushedByTheWatcher) {
+  StartLogging();
+  LogMessage(kGeneralInfo, L"to be seen\n");
+  EXPECT_EQ(test::ReadFileBytes(log_path()), "");
+  EXPECT_TRUE(test::PollUntil([this] { return !test::ReadFileBytes(log_path()).empty(); }));
+}
+
+TEST_F(LoggingThreadsTest, WithoutAConfigurationDirectoryTheMaskDropsTheWatchFailureToo) {
+  std::filesystem::create_directories(log_path().parent_path());
+  InitLogging(log_path().wstring());
+  LogMessage(kGeneralError, L"dropped\n");
+  LogMessage(kGeneralWarn, L"written\n");
+  EXPECT_THAT(StopLoggingAndGetMessages(), ElementsAre("WARN  written"));
+}
+
+TEST_F(LoggingThreadsTest, ADirectoryInPlaceOfTheConfigurationChangesNothing) {
+  std::filesystem::create_directories(log_path().parent_path());
+  std::filesystem::create_directories(config_path());
+  InitLogging(log_path().wstring());
+  EXPECT_EQ(LogEnableMask, 15u);
+  EXPECT_EQ(SyncTimeout, 60);
+}
+
+TEST_F(LoggingThreadsTest, ABareLogPathMakesTheLogItsOwnConfigurationWithoutAWatch) {
+  std::filesystem::current_path(directory());
+  test::WriteFileBytes(directory() / "zelservice.log", "zelservicelog = error\n");
+  InitLogging(L"zelservice.log");
+  EXPECT_EQ(LogEnableMask, 0x7390u);
+  ASSERT_TRUE(test::PollUntil([this] {
+    return test::ReadFileBytes(directory() / "zelservice.log").find("FindFirst") !=
+           std::string::npos;
+  }));
+  ShutdownLogging();
+  const std::string log = test::ReadFileBytes(directory() / "zelservice.log");
+  EXPECT_THAT(test::ParseLog(log.substr(log.find('\n') + 1)),
+              ElementsAre(testing::Field(&test::LogLine::message,
+                                         StartsWith("FindFirstChangeNotification failed: "))));
+  std::filesystem::current_path(std::filesystem::temp_directory_path());
+}
+
+TEST_F(LoggingThreadsTest, ShutdownEndsBothThreadsAndClosesEveryHandle) {
+  std::filesystem::create_directories(log_path().parent_path());
+  DWORD before = 0;
+  DWORD after = 0;
+  StartLogging();
+  ShutdownLogging();  // what the run-time library opens once is open now
+  ::GetProcessHandleCount(::GetCurrentProcess(), &before);
+  for (int round = 0; round < 3; ++round) {
+    StartLogging();
+    ShutdownLogging();
+  }
+  ::GetProcessHandleCount(::GetCurrentProcess(), &after);
+  EXPECT_EQ(before, after);
+  testing::internal::CaptureStdout();
+  LogMessage(kGeneralInfo, L"late\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "late\n");
+}
+
+}  // namespace
+}  // namespace zel
