@@ -1,0 +1,68 @@
+#include "common/error_info.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <string>
+
+namespace zel {
+namespace {
+
+constexpr std::uint32_t kStatusAccessDenied = 0xC0000022;
+constexpr std::uint32_t kStatusNoMoreFiles = 0x80000006;
+constexpr std::uint32_t kStatusUnmapped = 0xE000ABCD;
+
+// Where the text of the system's own message starts to be ours.
+std::string_view Name(std::string_view text) {
+  return text.substr(text.rfind(" ["));
+}
+
+TEST(ErrorInfoTest, NtStatusInTheLastErrorBecomesItsWin32CodeThereToo) {
+  ::SetLastError(kStatusAccessDenied);
+  const ErrorInfo error;
+  EXPECT_EQ(::GetLastError(), 5u);
+  EXPECT_EQ(error.code(), 5u);
+  EXPECT_EQ(Name(error.text()), " [ERROR_ACCESS_DENIED]");
+}
+
+TEST(ErrorInfoTest, Win32CodeInTheLastErrorIsTakenAsItIs) {
+  ::SetLastError(ERROR_SHARING_VIOLATION);
+  const ErrorInfo error;
+  EXPECT_EQ(error.code(), 32u);
+  EXPECT_EQ(::GetLastError(), 32u);
+}
+
+TEST(ErrorInfoTest, GivenCodeIsConvertedAndLeavesTheLastError) {
+  ::SetLastError(1234);
+  EXPECT_EQ(ErrorInfo(kStatusAccessDenied).code(), 5u);
+  EXPECT_EQ(ErrorInfo(kStatusNoMoreFiles).code(), 18u);
+  EXPECT_EQ(ErrorInfo(0x40000022).code(), 0x40000022u);
+  EXPECT_EQ(ErrorInfo(kStatusUnmapped).code(), kStatusUnmapped);
+  EXPECT_EQ(::GetLastError(), 1234u);
+}
+
+TEST(ErrorInfoTest, TextIsTheSystemsWithoutItsFullStopAndTheName) {
+  const ErrorInfo error(ERROR_ACCESS_DENIED);
+  const std::string text = error.text();
+  EXPECT_TRUE(text.starts_with("Access")) << text;
+  EXPECT_TRUE(text.ends_with("denied [ERROR_ACCESS_DENIED]")) << text;
+}
+
+TEST(ErrorInfoTest, CodeThatStaysNegativeIsShownInHexadecimal) {
+  EXPECT_STREQ(ErrorInfo(kStatusUnmapped).text(), "Unknown error code [0xe000abcd]");
+}
+
+TEST(ErrorInfoTest, CodeWithoutMessageAndNameIsUnknown) {
+  EXPECT_STREQ(ErrorInfo(65000).text(), "Unknown error code [65000]");
+}
+
+TEST(ErrorInfoTest, TextIsComputedOnceAndLeavesTheLastError) {
+  const ErrorInfo error(65000);
+  ::SetLastError(1234);
+  const char* const first = error.text();
+  EXPECT_EQ(::GetLastError(), 1234u);
+  EXPECT_EQ(error.text(), first);
+}
+
+}  // namespace
+}  // namespace zel
