@@ -274,7 +274,7 @@ TEST_F(VelmoraStartDriverTest, NoDriverServiceIsLogged) {
 }
 
 TEST_F(VelmoraStartDriverTest, DriverThatCannotBeStartedIsLogged) {
-  const UniqueServiceHandle driver = Create(kDriverServiceName, L"C:\\no\\such\\program.exe");
+  const UniqueServiceHandle driver = Create(kDriverServiceName, L"no_such_program.exe");
   EXPECT_EQ(VelmoraStartDriver(), DWORD{ERROR_FILE_NOT_FOUND});
   EXPECT_THAT(
       StopLoggingAndGetMessages(),

@@ -6,7 +6,9 @@
 
 #include <windows.h>
 
+#include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "service/service_names.h"
 #include "tests/integration/support/log_fixture.h"
@@ -19,17 +21,13 @@ class ServiceManagerFixture : public LogFixture {
  protected:
   // Refuses to run where the product is installed: the tests would remove it.
   void SetUp() override {
+    RemoveOwn();  // what a test that was broken off has left
     ASSERT_FALSE(Exists(kServiceName)) << "the product is installed on this machine";
     ASSERT_FALSE(Exists(kDriverServiceName)) << "the driver is installed on this machine";
-    installed_here_ = true;
     StartLogging();
   }
 
-  void TearDown() override {
-    if (!installed_here_) return;
-    Remove(kServiceName);
-    Remove(kDriverServiceName);
-  }
+  void TearDown() override { RemoveOwn(); }
 
   UniqueServiceHandle Open(const wchar_t* name) const {
     return UniqueServiceHandle(::OpenServiceW(manager_.get(), name, SERVICE_ALL_ACCESS));
@@ -37,8 +35,10 @@ class ServiceManagerFixture : public LogFixture {
 
   bool Exists(const wchar_t* name) const { return static_cast<bool>(Open(name)); }
 
-  // A service that runs `command_line`.
-  UniqueServiceHandle Create(const wchar_t* name, const std::wstring& command_line) const {
+  // A service that runs `program`, which should lie beside this program, with `manner`.
+  UniqueServiceHandle Create(const wchar_t* name, const std::wstring& program,
+                             const std::wstring& manner = L"") const {
+    const std::wstring command_line = L"\"" + Directory() + program + L"\" " + manner;
     UniqueServiceHandle service(::CreateServiceW(manager_.get(), name, name, SERVICE_ALL_ACCESS,
                                                  SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
                                                  SERVICE_ERROR_NORMAL, command_line.c_str(),
@@ -47,9 +47,9 @@ class ServiceManagerFixture : public LogFixture {
     return service;
   }
 
-  // The dummy service (dummy_service.cpp), which lies beside this program.
+  // The dummy service (dummy_service.cpp).
   UniqueServiceHandle CreateDummy(const wchar_t* name, const std::wstring& manner = L"") const {
-    return Create(name, L"\"" + DummyPath() + L"\" " + manner);
+    return Create(name, L"dummy_service.exe", manner);
   }
 
   UniqueServiceHandle StartDummy(const wchar_t* name, const std::wstring& manner = L"") const {
@@ -70,24 +70,38 @@ class ServiceManagerFixture : public LogFixture {
   }
 
  private:
-  static std::wstring DummyPath() {
+  // The directory of this program, with a backslash at its end.
+  static std::wstring Directory() {
     wchar_t program[MAX_PATH] = {};
     ::GetModuleFileNameW(nullptr, program, MAX_PATH);
-    return (std::filesystem::path(program).parent_path() / "dummy_service.exe").wstring();
+    return std::filesystem::path(program).parent_path().wstring() + L"\\";
   }
 
-  void Remove(const wchar_t* name) const {
-    const UniqueServiceHandle service = Open(name);
-    if (!service) return;
-    SERVICE_STATUS status;
-    if (::ControlService(service.get(), SERVICE_CONTROL_STOP, &status)) {
-      EXPECT_TRUE(WaitForState(service.get(), SERVICE_STOPPED));
+  // Whether the service's program lies beside this one.
+  static bool IsOwn(SC_HANDLE service) {
+    alignas(QUERY_SERVICE_CONFIGW) BYTE buffer[8192];
+    DWORD size = 0;
+    auto* const config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
+    if (!::QueryServiceConfigW(service, config, sizeof buffer, &size)) return false;
+    return std::wstring_view(config->lpBinaryPathName).find(Directory()) != std::wstring_view::npos;
+  }
+
+  void RemoveOwn() const {
+    for (const wchar_t* name : {kServiceName, kDriverServiceName}) {
+      const UniqueServiceHandle service = Open(name);
+      if (service && IsOwn(service.get())) Remove(service.get());
     }
-    EXPECT_TRUE(::DeleteService(service.get())) << ::GetLastError();
+  }
+
+  static void Remove(SC_HANDLE service) {
+    SERVICE_STATUS status;
+    if (::ControlService(service, SERVICE_CONTROL_STOP, &status)) {
+      EXPECT_TRUE(WaitForState(service, SERVICE_STOPPED));
+    }
+    EXPECT_TRUE(::DeleteService(service)) << ::GetLastError();
   }
 
   UniqueServiceHandle manager_{::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)};
-  bool installed_here_ = false;
 };
 
 }  // namespace zel::test
