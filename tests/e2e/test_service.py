@@ -26,18 +26,6 @@ def test_service_can_be_started_again_and_goes_on_in_its_log(agent):
     assert agent.log() == ["INFO Service started", "INFO Service stopped"] * 3
 
 
-def test_other_controls_leave_the_service_running(wine, agent):
-    agent.run("-install")
-    agent.start()
-    for _ in range(3):
-        wine.sc("interrogate", SERVICE)
-        wine.sc("pause", SERVICE)
-        wine.sc("continue", SERVICE)
-    assert agent.state() == "RUNNING"
-    agent.stop()
-    assert agent.log() == ["INFO Service started", "INFO Service stopped"]
-
-
 def test_arguments_of_the_start_do_not_switch_the_driver_off(wine, agent):
     agent.run("-install")
     assert wine.sc("start", SERVICE, "-debug", "-nodriver").returncode == 0
