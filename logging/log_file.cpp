@@ -6,14 +6,15 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdarg>
-#include <ctime>
+#include <cstring>
+#include <span>
 #include <utility>
 
-#include "logging/formatted_message.h"
+#include "logging/log_clock.h"
 #include "logging/log_line.h"
 #include "logging/log_message.h"
 #include "logging/log_paths.h"
+#include "logging/utf8_writer.h"
 #include "win32/critical_section.h"
 #include "win32/last_error.h"
 
@@ -51,74 +52,87 @@ void CloseLocked() ZEL_REQUIRES(logLock) {
   if (state.file != nullptr) std::fclose(std::exchange(state.file, nullptr));
 }
 
-// The number of UTF-16 units, at most `limit`, with which `text` can be cut without parting a
-// surrogate pair.
-std::size_t CutBetweenCharacters(std::wstring_view text, std::size_t limit) {
-  if (text.size() <= limit) return text.size();
-  const bool parts_a_pair = text[limit - 1] >= 0xD800 && text[limit - 1] <= 0xDBFF;
-  return parts_a_pair ? limit - 1 : limit;
+using Arguments = std::span<const LogArgument>;
+
+void WriteBytes(void* stream, const char* bytes, std::size_t count) {
+  std::fwrite(bytes, 1, count, static_cast<FILE*>(stream));
 }
 
-// Writes `prefix` and then `message` as UTF-8. One call of the stream for an ordinary line.
-void WriteUtf8(FILE* stream, std::string_view prefix, std::wstring_view message) {
-  constexpr std::size_t kUnits = 1024;
-  std::array<char, kMaxLogPrefix + kUnits * 3> bytes;  // three bytes at most for a UTF-16 unit
-  std::size_t used = prefix.copy(bytes.data(), prefix.size());
-  do {
-    const std::size_t units = CutBetweenCharacters(message, kUnits);
-    used += static_cast<std::size_t>(::WideCharToMultiByte(
-        CP_UTF8, 0, message.data(), static_cast<int>(units), bytes.data() + used,
-        static_cast<int>(bytes.size() - used), nullptr, nullptr));
-    std::fwrite(bytes.data(), 1, used, stream);
-    message.remove_prefix(units);
-    used = 0;
-  } while (!message.empty());
+void WriteLine(Utf8Writer& out, int selector, const LogClock& clock, const wchar_t* format,
+               Arguments arguments) {
+  WriteLogPrefix(out, clock.local, selector, ::GetCurrentThreadId());
+  FormatLogMessage(out, format, arguments);
 }
 
-LogTime LocalLogTime() {
-  SYSTEMTIME now;
-  ::GetLocalTime(&now);
-  return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
-}
+// A line put together before the lock is taken, so that threads wait for each other only while the
+// stream takes the bytes. A line that does not fit is written piece by piece under the lock.
+class ShortLine {
+ public:
+  ShortLine(int selector, const LogClock& clock, const wchar_t* format, Arguments arguments) {
+    Utf8Writer out(Append, this);
+    WriteLine(out, selector, clock, format, arguments);
+    characters_ = out.characters();
+  }
 
-void WriteLineLocked(int selector, const LogTime& time, std::wstring_view message)
-    ZEL_REQUIRES(logLock) {
-  std::array<char, kMaxLogPrefix> prefix;
-  const std::size_t length = FormatLogPrefix(prefix, time, selector, ::GetCurrentThreadId());
-  WriteUtf8(state.file, {prefix.data(), length}, message);
-  state.written_characters += static_cast<std::int64_t>(length + message.size());
+  [[nodiscard]] bool fits() const { return fits_; }
+  [[nodiscard]] std::string_view bytes() const { return {bytes_.data(), used_}; }
+  [[nodiscard]] std::size_t characters() const { return characters_; }
+
+ private:
+  static void Append(void* target, const char* bytes, std::size_t count) {
+    auto& line = *static_cast<ShortLine*>(target);
+    line.fits_ = line.fits_ && line.used_ + count <= line.bytes_.size();
+    if (!line.fits_) return;
+    std::memcpy(line.bytes_.data() + line.used_, bytes, count);
+    line.used_ += count;
+  }
+
+  std::array<char, 2048> bytes_;
+  std::size_t used_ = 0;
+  std::size_t characters_ = 0;
+  bool fits_ = true;
+};
+
+void CountLineLocked(std::size_t characters, std::int64_t now_seconds) ZEL_REQUIRES(logLock) {
+  state.written_characters += static_cast<std::int64_t>(characters);
   if (state.written_characters > kLogRollSize) ::SetEvent(state.roll_event);
   // The watcher polls until what waits is flushed, so the event is needed only for the first line
   // after a flush: setting it costs more than writing the line.
   const bool nothing_waited = state.last_write_time == 0;
-  state.last_write_time = std::time(nullptr);
+  state.last_write_time = now_seconds;
   if (nothing_waited) ::SetEvent(state.write_event);
 }
 
-void WriteToStandardOutput(std::wstring_view message) {
-  WriteUtf8(stdout, {}, message);
+void WriteToStandardOutput(const wchar_t* format, Arguments arguments) {
+  {
+    Utf8Writer message(WriteBytes, stdout);
+    FormatLogMessage(message, format, arguments);
+  }
   std::fflush(stdout);
 }
 
 // False when no file is open.
-bool WriteToFile(int selector, std::wstring_view message) {
+bool WriteToFile(int selector, const wchar_t* format, Arguments arguments) {
   if (!log_file_open) return false;
-  const LogTime time = LocalLogTime();
+  const LogClock clock = ReadLogClock();
+  const ShortLine line(selector, clock, format, arguments);
   const LockGuard guard(logLock);
   if (state.file == nullptr) return false;
-  WriteLineLocked(selector, time, message);
+  if (line.fits()) {
+    WriteBytes(state.file, line.bytes().data(), line.bytes().size());
+  } else {
+    Utf8Writer out(WriteBytes, state.file);
+    WriteLine(out, selector, clock, format, arguments);
+  }
+  CountLineLocked(line.characters(), clock.seconds);
   return true;
 }
 
 }  // namespace
 
-void WriteLogLine(int selector, const wchar_t* format, ...) noexcept {
+void WriteLogLine(int selector, const wchar_t* format, Arguments arguments) noexcept {
   const LastErrorKeeper keeper;
-  va_list arguments;
-  va_start(arguments, format);
-  const FormattedMessage message(format, arguments);
-  va_end(arguments);
-  if (!WriteToFile(selector, message.text())) WriteToStandardOutput(message.text());
+  if (!WriteToFile(selector, format, arguments)) WriteToStandardOutput(format, arguments);
 }
 
 void OpenLogFile(std::wstring_view path) {
@@ -155,17 +169,6 @@ void ShiftRolledFilesLocked() ZEL_REQUIRES(logLock) {
   }
 }
 
-// The first line of the new file. LogMessage's own road would enter the lock again.
-void LogRolledLocked() ZEL_REQUIRES(logLock) {
-  constexpr std::wstring_view kMessage = L"New log file started due to log file rolling\n";
-  if (!LogSelectorEnabled(kGeneralInfo)) return;
-  if (state.file != nullptr) {
-    WriteLineLocked(kGeneralInfo, LocalLogTime(), kMessage);
-  } else {
-    WriteToStandardOutput(kMessage);
-  }
-}
-
 }  // namespace
 
 void RollLogFileIfLarge() {
@@ -175,14 +178,15 @@ void RollLogFileIfLarge() {
   ShiftRolledFilesLocked();
   state.written_characters = 0;
   OpenLocked();
-  LogRolledLocked();
+  // Enters the lock again, so that this is the new file's first line.
+  LogMessage(kGeneralInfo, L"New log file started due to log file rolling\n");
 }
 
 std::int64_t FlushLogFileIfIdle() {
   constexpr std::int64_t kIdleSeconds = 3;
   const LockGuard guard(logLock);
   if (state.file == nullptr || state.last_write_time == 0) return 0;
-  const std::int64_t idle = std::time(nullptr) - state.last_write_time;
+  const std::int64_t idle = ReadLogClock().seconds - state.last_write_time;
   if (idle < kIdleSeconds) return std::min(kIdleSeconds - idle, kIdleSeconds);
   std::fflush(state.file);
   state.last_write_time = 0;

@@ -1,98 +1,139 @@
-// Compile-time check of a log format against its arguments, in the Windows meaning of wide printf
-// formats: %s and %ls wide, %hs narrow, %I64d 64-bit, %Iu pointer-sized.
+// The language of log formats: the part of the Windows wide printf that the system uses.
 //
-// A format that disagrees with its arguments does not compile. Not here: run-time formatting.
+//   %s %ls   wide string        %d %i %u %x %X   with a zero fill and a width, and the sizes
+//   %hs      narrow string        none, l: 32 bits   h: 16 bits   ll, I64, I: 64 bits
+//   %p       pointer, 16 upper-case hexadecimal digits          %%   a percent sign
+//
+// A format that disagrees with its arguments does not compile. Pure; no allocation.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <span>
 #include <type_traits>
+
+#include "logging/utf8_writer.h"
 
 namespace zel {
 
-namespace log_format_detail {
+// One argument of a log call. Strings are borrowed for the call.
+struct LogArgument {
+  enum class Kind { kWideString, kNarrowString, kPointer, kInt32, kInt64 };
 
-enum class ArgumentKind { kNone, kWideString, kNarrowString, kPointer, kInt32, kInt64, kOther };
+  template <class T>
+  static constexpr bool kSupported = std::is_pointer_v<T> || std::is_integral_v<T>;
 
-template <class T>
-constexpr ArgumentKind KindOf() {
-  if constexpr (std::is_same_v<T, const wchar_t*> || std::is_same_v<T, wchar_t*>) {
-    return ArgumentKind::kWideString;
-  } else if constexpr (std::is_same_v<T, const char*> || std::is_same_v<T, char*>) {
-    return ArgumentKind::kNarrowString;
-  } else if constexpr (std::is_pointer_v<T>) {
-    return ArgumentKind::kPointer;
-  } else if constexpr (std::is_integral_v<T>) {
-    return sizeof(T) == 8 ? ArgumentKind::kInt64 : ArgumentKind::kInt32;
-  } else {
-    return ArgumentKind::kOther;
+  template <class T>
+  static constexpr Kind KindOf() {
+    static_assert(kSupported<T>, "log arguments are integers, C strings and pointers");
+    if constexpr (std::is_convertible_v<T, const wchar_t*>) {
+      return Kind::kWideString;
+    } else if constexpr (std::is_convertible_v<T, const char*>) {
+      return Kind::kNarrowString;
+    } else if constexpr (std::is_pointer_v<T>) {
+      return Kind::kPointer;
+    } else {
+      return sizeof(T) == 8 ? Kind::kInt64 : Kind::kInt32;
+    }
   }
-}
 
-constexpr bool IsOneOf(wchar_t c, const wchar_t* set) {
-  for (; *set != L'\0'; ++set) {
-    if (*set == c) return true;
+  template <class T>
+  static LogArgument Of(T value) {
+    if constexpr (std::is_pointer_v<T>) {
+      return {KindOf<T>(), reinterpret_cast<std::uintptr_t>(value)};
+    } else {
+      return {KindOf<T>(), static_cast<std::uint64_t>(static_cast<std::int64_t>(value))};
+    }
   }
-  return false;
-}
 
-// The kind that the conversion `conversion` takes under the size prefix `prefix` (0 for none,
-// 'h', 'l', '6' for ll and I64, 'I' for the pointer-sized prefix).
-constexpr ArgumentKind KindOfConversion(wchar_t prefix, wchar_t conversion) {
-  if (conversion == L's') {
-    return prefix == L'h' ? ArgumentKind::kNarrowString : ArgumentKind::kWideString;
-  }
-  if (conversion == L'p') return ArgumentKind::kPointer;
-  if (!IsOneOf(conversion, L"diuxXo")) return ArgumentKind::kOther;
-  return prefix == L'6' || prefix == L'I' ? ArgumentKind::kInt64 : ArgumentKind::kInt32;
-}
+  Kind kind;
+  std::uint64_t value;  // the address for strings and pointers; integers sign-extended
+};
 
-// Reads one conversion behind its '%', moving `format` past it. kNone for "%%".
-constexpr ArgumentKind ReadConversion(const wchar_t*& format) {
-  if (*format == L'%') {
+// One conversion of a format.
+struct LogConversion {
+  LogArgument::Kind kind = LogArgument::Kind::kInt32;
+  wchar_t type = L'u';  // d, u, x, X, s, p
+  int bits = 32;        // of an integer
+  std::size_t width = 0;
+  bool zero_fill = false;
+};
+
+// Reads the conversion behind a '%' that is not "%%" and moves `format` past it. False when it is
+// none: `format` then stands behind the flags and the width, and the rest is plain text, as the
+// run-time library of Windows prints it.
+constexpr bool ReadLogConversion(const wchar_t*& format, LogConversion& conversion) {
+  if (*format == L'0') {
+    conversion.zero_fill = true;
     ++format;
-    return ArgumentKind::kNone;
   }
-  while (IsOneOf(*format, L"-+ #0123456789.")) ++format;
-  wchar_t prefix = 0;
-  if (format[0] == L'I' && format[1] == L'6' && format[2] == L'4') {
-    prefix = L'6';
-    format += 3;
-  } else if (format[0] == L'l' && format[1] == L'l') {
-    prefix = L'6';
-    format += 2;
-  } else if (IsOneOf(*format, L"hlI")) {
-    prefix = *format++;
+  for (; *format >= L'0' && *format <= L'9'; ++format) {
+    conversion.width = conversion.width * 10 + static_cast<std::size_t>(*format - L'0');
   }
-  if (*format == L'\0') return ArgumentKind::kOther;
-  return KindOfConversion(prefix, *format++);
+  if (conversion.width > Utf8Writer::kWidestNumber) return false;
+  const wchar_t* at = format;
+  if (at[0] == L'I' && at[1] == L'6' && at[2] == L'4') {
+    conversion.bits = 64;
+    at += 3;
+  } else if (at[0] == L'l' && at[1] == L'l') {
+    conversion.bits = 64;
+    at += 2;
+  } else if (at[0] == L'I') {
+    conversion.bits = 64;
+    at += 1;
+  } else if (at[0] == L'h' || at[0] == L'l') {
+    conversion.bits = at[0] == L'h' ? 16 : 32;
+    at += 1;
+  }
+  conversion.type = *at == L'i' ? L'd' : *at;
+  switch (conversion.type) {
+    case L's':
+      conversion.kind =
+          conversion.bits == 16 ? LogArgument::Kind::kNarrowString : LogArgument::Kind::kWideString;
+      break;
+    case L'p':
+      conversion.kind = LogArgument::Kind::kPointer;
+      break;
+    case L'd':
+    case L'u':
+    case L'x':
+    case L'X':
+      conversion.kind =
+          conversion.bits == 64 ? LogArgument::Kind::kInt64 : LogArgument::Kind::kInt32;
+      break;
+    default:
+      return false;
+  }
+  format = at + 1;
+  return true;
 }
-
-}  // namespace log_format_detail
 
 // True when the conversions of `format` take exactly arguments of the types Args, in order.
 template <class... Args>
 constexpr bool LogFormatMatches(const wchar_t* format) {
-  using log_format_detail::ArgumentKind;
-  constexpr ArgumentKind kArguments[] = {log_format_detail::KindOf<Args>()..., ArgumentKind::kNone};
+  constexpr std::size_t kCount = sizeof...(Args);
+  constexpr LogArgument::Kind kKinds[kCount + 1] = {LogArgument::KindOf<Args>()...};
   std::size_t used = 0;
   while (*format != L'\0') {
     if (*format++ != L'%') continue;
-    const ArgumentKind wanted = log_format_detail::ReadConversion(format);
-    if (wanted == ArgumentKind::kNone) continue;
-    if (used == sizeof...(Args) || wanted == ArgumentKind::kOther || kArguments[used] != wanted) {
-      return false;
+    if (*format == L'%') {
+      ++format;
+      continue;
     }
+    LogConversion conversion;
+    if (!ReadLogConversion(format, conversion)) return false;
+    if (used == kCount || kKinds[used] != conversion.kind) return false;
     ++used;
   }
-  return used == sizeof...(Args);
+  return used == kCount;
 }
 
-// A format whose conversions are not checked, for the texts that stand misprinted on purpose.
+// A format whose conversions are not checked, for the text that stands misprinted on purpose.
 struct UncheckedLogFormat {
   const wchar_t* text;
 };
 
-// A wide format that has been checked against Args while compiling.
+// A format that has been checked against Args while compiling.
 template <class... Args>
 class LogFormat {
  public:
@@ -108,5 +149,10 @@ class LogFormat {
 
   const wchar_t* text_;
 };
+
+// Writes `format` with its arguments. A missing argument, or one of another kind (an unchecked
+// format's fault), prints as "?"; surplus ones are ignored; a null string prints as "(null)".
+void FormatLogMessage(Utf8Writer& out, const wchar_t* format,
+                      std::span<const LogArgument> arguments);
 
 }  // namespace zel

@@ -1,42 +1,10 @@
 #include "logging/log_line.h"
 
 #include <array>
-#include <charconv>
-#include <cstring>
 
 #include "logging/log_selector.h"
 
 namespace zel {
-
-namespace {
-
-// Appends to a buffer known to be large enough.
-class Appender {
- public:
-  explicit Appender(char* begin) : at_(begin) {}
-
-  Appender& Text(std::string_view text) {
-    std::memcpy(at_, text.data(), text.size());
-    at_ += text.size();
-    return *this;
-  }
-
-  // `value` in decimal, padded with zeros to `width`.
-  Appender& Number(std::uint32_t value, std::size_t width) {
-    std::array<char, 10> digits;
-    const char* end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-    const auto length = static_cast<std::size_t>(end - digits.data());
-    for (std::size_t i = length; i < width; ++i) *at_++ = '0';
-    return Text({digits.data(), length});
-  }
-
-  [[nodiscard]] char* end() const { return at_; }
-
- private:
-  char* at_;
-};
-
-}  // namespace
 
 std::string_view LevelWord(int selector) {
   constexpr std::array<std::string_view, kLogLevels> kWords = {"TRACE", "DEBUG", "INFO ", "WARN ",
@@ -45,14 +13,31 @@ std::string_view LevelWord(int selector) {
   return kWords[static_cast<std::size_t>(selector % kLogLevels)];
 }
 
-std::size_t FormatLogPrefix(std::span<char, kMaxLogPrefix> out, const LogTime& time, int selector,
-                            std::uint32_t thread_id) {
-  Appender line(out.data());
-  line.Number(time.year, 4).Text("-").Number(time.month, 2).Text("-").Number(time.day, 2);
-  line.Text(" ").Number(time.hour, 2).Text(":").Number(time.minute, 2);
-  line.Text(":").Number(time.second, 2).Text(".").Number(time.millisecond, 3);
-  line.Text(" ").Text(LevelWord(selector)).Text(" [").Number(thread_id, 1).Text("] ");
-  return static_cast<std::size_t>(line.end() - out.data());
+void WriteLogPrefix(Utf8Writer& out, const LogTime& time, int selector, std::uint32_t thread_id) {
+  std::array<char, 80> line;  // 70 with every number at its widest
+  char* end = line.data();
+  const auto number = [&end](std::uint32_t value, int width, char behind) {
+    std::array<char, 10> digits;
+    int count = 0;
+    for (; value != 0 || count < width; value /= 10) {
+      digits[static_cast<std::size_t>(count++)] = static_cast<char>('0' + value % 10);
+    }
+    while (count > 0) *end++ = digits[static_cast<std::size_t>(--count)];
+    *end++ = behind;
+  };
+  number(time.year, 4, '-');
+  number(time.month, 2, '-');
+  number(time.day, 2, ' ');
+  number(time.hour, 2, ':');
+  number(time.minute, 2, ':');
+  number(time.second, 2, '.');
+  number(time.millisecond, 3, ' ');
+  end += LevelWord(selector).copy(end, 5);
+  *end++ = ' ';
+  *end++ = '[';
+  number(thread_id, 1, ']');
+  *end++ = ' ';
+  out.Ascii({line.data(), static_cast<std::size_t>(end - line.data())});
 }
 
 }  // namespace zel

@@ -1,16 +1,18 @@
 // The one log call of the system. Not here: where the lines go (logging/log_file.h), which
 // selectors are on (logging/config_file.h).
 //
-// A line: local time "2026-01-31 23:59:59.000", level word, [thread id], message. Formats are wide
-// printf formats in the Windows meaning (%s wide, %hs narrow) and end in "\n" themselves.
+// A line: local time "2026-01-31 23:59:59.000", level word, [thread id], message. Formats are those
+// of logging/log_format.h (%s wide, %hs narrow) and end in "\n" themselves.
 // Threads: any thread, any lock held; the log lock is the innermost of all.
 // Errors: none comes back, and the calling thread's last error is left as it was.
 // Cost: a selector that is off costs one load and one test at the call site (and its arguments'
-// evaluation); one that is on allocates nothing for messages up to 34,000 characters.
+// evaluation); one that is on allocates nothing.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
+#include <span>
 #include <type_traits>
 
 #include "logging/log_format.h"
@@ -28,12 +30,16 @@ extern std::atomic<std::uint32_t> LogEnableMask;
 }
 
 // Writes one line whatever the mask says. LogMessage is the call to use.
-void WriteLogLine(int selector, const wchar_t* format, ...) noexcept;
+void WriteLogLine(int selector, const wchar_t* format,
+                  std::span<const LogArgument> arguments) noexcept;
 
 template <class... Args>
 inline void LogMessage(int selector, LogFormat<std::type_identity_t<Args>...> format,
                        Args... args) noexcept {
-  if (LogSelectorEnabled(selector)) WriteLogLine(selector, format.text(), args...);
+  if (!LogSelectorEnabled(selector)) [[likely]]
+    return;
+  const std::array<LogArgument, sizeof...(Args)> arguments = {LogArgument::Of(args)...};
+  WriteLogLine(selector, format.text(), arguments);
 }
 
 }  // namespace zel

@@ -1,8 +1,7 @@
 // The one kind of lock: an annotated CRITICAL_SECTION and its scoped guard.
 //
-// Threads: enter and leave on the same thread. The section itself could be entered again by its
-// owner; the analysis forbids it, and nothing here needs it: what runs under a lock is a function
-// that says ZEL_REQUIRES.
+// Threads: enter and leave on the same thread. The owner may enter again, as the log's roller does
+// through LogMessage; a function that is called under a lock says ZEL_REQUIRES instead.
 // Lifetime: made for objects of static storage; the section is never deleted, so that a thread
 // still running while the process ends finds it intact.
 #pragma once
