@@ -16,7 +16,8 @@ inline constexpr std::uint16_t kOldBitmapHeaderSize = 520;  // repaired on load
 inline constexpr std::uint16_t kBitmapVersion = 22;
 inline constexpr std::uint16_t kOldBitmapVersion = 21;  // upgraded on load
 
-#pragma pack(push, 1)
+// Every field lies at a multiple of its size, so that the layout needs no packing and the fields
+// that several threads write can be atomic.
 struct BitmapHeader {             // offset
   std::uint32_t Magic;            // 0x00
   std::uint16_t HeaderSize;       // 0x04
@@ -38,7 +39,6 @@ struct BitmapHeader {             // offset
   FileTime NameCreationTime;      // 0x58  as encoded in the file's name
   std::uint8_t reserved_60[416];  // 0x60
 };
-#pragma pack(pop)
 
 static_assert(sizeof(BitmapHeader) == kBitmapHeaderSize);
 static_assert(offsetof(BitmapHeader, Magic) == 0x00);
