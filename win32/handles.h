@@ -18,6 +18,18 @@ struct KernelObjectTraits {
 using UniqueEvent = UniqueResource<KernelObjectTraits>;
 using UniqueThread = UniqueResource<KernelObjectTraits>;
 using UniqueToken = UniqueResource<KernelObjectTraits>;
+using UniqueMapping = UniqueResource<KernelObjectTraits>;
+
+// A mapped view, seen as what lies at its begin.
+template <class T>
+struct MappedViewTraits {
+  using Type = T*;
+  static Type Null() noexcept { return nullptr; }
+  static bool Valid(Type value) noexcept { return value != nullptr; }
+  static void Close(Type value) noexcept { ::UnmapViewOfFile(value); }
+};
+template <class T>
+using UniqueView = UniqueResource<MappedViewTraits<T>>;
 
 // Handles whose creators answer INVALID_HANDLE_VALUE on failure.
 template <auto CloseFunction>

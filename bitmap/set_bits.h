@@ -1,0 +1,27 @@
+// Setting a range of bits in a bitmap that others write at the same time.
+//
+// Threads: any number on one bitmap, without a lock; no bit that anyone sets is lost.
+#pragma once
+
+#include <cstdint>
+
+namespace zel {
+
+// Same layout as ntdll's RTL_BITMAP: bit i is bit i mod 8 of byte i / 8. Pure.
+struct RtlBitmap {
+  std::uint32_t SizeOfBitMap;  // bits
+  std::uint32_t* Buffer;
+};
+
+enum class SetBitsOutcome { kWithin, kClipped, kBeyond };
+
+// Pure: sets the bits of [first, first + count) that lie inside the bitmap. The first byte is
+// always written to, so the bitmap must not be empty. first + count is a 32-bit sum: callers pass
+// no range that wraps.
+SetBitsOutcome SetBitsInRange(const RtlBitmap& bitmap, std::uint32_t first, std::uint32_t count);
+
+// SetBitsInRange with the system's trace lines (Bitmap/Trace).
+void ZelSetBits(const RtlBitmap* BitmapHeader, std::uint32_t StartingIndex,
+                std::uint32_t NumberToSet);
+
+}  // namespace zel
