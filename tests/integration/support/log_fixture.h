@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -27,22 +26,7 @@ struct LogLine {
 };
 
 // The lines of a log's bytes. A line that does not have the layout fails the test.
-inline std::vector<LogLine> ParseLog(const std::string& bytes) {
-  static const std::regex kLayout(
-      R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}) (TRACE|DEBUG|INFO |WARN |ERROR) \[(\d+)\] (.*))");
-  std::vector<LogLine> lines;
-  for (std::size_t begin = 0; begin < bytes.size();) {
-    const std::size_t end = bytes.find("\r\n", begin);
-    std::smatch fields;
-    const std::string line = bytes.substr(begin, end - begin);
-    EXPECT_TRUE(end != std::string::npos && std::regex_match(line, fields, kLayout))
-        << "not a log line: " << line.substr(0, 200);
-    if (end == std::string::npos || fields.empty()) return lines;
-    lines.push_back({fields[2], fields[3], fields[4]});
-    begin = end + 2;
-  }
-  return lines;
-}
+std::vector<LogLine> ParseLog(const std::string& bytes);
 
 class LogFixture : public ::testing::Test {
  protected:
