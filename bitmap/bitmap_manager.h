@@ -1,6 +1,7 @@
 // The process-wide registry of all change bitmaps.
 //
-// Threads: any thread; every operation holds bitmapCacheLock for its whole run.
+// Threads: any thread; every operation holds bitmapCacheLock for its whole run, so its caller may
+// hold TrackedFilesLock but not a lock that is taken under bitmapCacheLock.
 // Lifetime: pinned bitmaps stay mapped until their guard goes, also over deletion and shutdown.
 #pragma once
 
@@ -26,13 +27,15 @@ struct BitmapInfo {
 
 // Starts the idle scanner and registers every bitmap file in the CBT directory, unloaded. Called
 // once, before any other thread uses the manager.
-void InitBitmapManager();
+void InitBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
 // Stops the idle scanner and unloads every bitmap cleanly; the cache is kept. May be called twice
-// and by several threads at once.
-void ShutdownBitmapManager();
+// and by several threads at once. Bits that are set through a pin afterwards still reach the file,
+// but a power cut before they do goes unnoticed: the writers are to be stopped first.
+void ShutdownBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
-// Registers a bitmap file of `file_size` bytes. One already known by its id is logged and left.
+// Registers a bitmap file of `file_size` bytes. One that its file already has by its id is logged
+// and left as it is.
 void AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                const std::wstring& file_name, std::uint32_t file_size);
 
@@ -49,6 +52,16 @@ void AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id
 // Deletes a bitmap, at once when nobody holds it, else by a later idle scan. The outputs tell whose
 // it was: all zero when no bitmap has this id.
 void DeleteBitmapById(BitmapId bitmap_id, VolumeGuid& volume_guid, FileId& file_id);
+
+// Deletes all bitmaps of one tracked file likewise.
+void DiscardBitmapsOfFile(const FileKey& file);
+
+// Notes the driver's time of a verify message for every bitmap of a file, if it has any.
+void SetLastVerifyTime(const FileKey& file, FileTime time);
+
+// Whether the manager knows the file and no bitmap of it was last verified before `time`. True for
+// a file without bitmaps that has been looked up.
+[[nodiscard]] bool AllVerifiedSince(const FileKey& file, FileTime time);
 
 // One scan: unloads bitmaps unchanged for BitmapIdleTimeout seconds and finishes deletions.
 void UnloadIdleBitmaps();

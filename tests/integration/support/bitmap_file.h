@@ -7,6 +7,7 @@
 
 #include "bitmap/bitmap_name.h"
 #include "bitmap/bitmap_record.h"
+#include "bitmap/new_bitmap.h"
 #include "tests/integration/support/temp_directory.h"
 
 namespace zel::test {
@@ -21,20 +22,13 @@ inline constexpr std::uint32_t kBlockSize = 65'536;
 
 // The header of a bitmap of `bitmap_size` bytes that was closed cleanly.
 inline BitmapHeader MakeHeader(std::uint32_t bitmap_size) {
-  BitmapHeader header = {};
-  header.Magic = kBitmapMagic;
-  header.HeaderSize = kBitmapHeaderSize;
-  header.Version = kBitmapVersion;
-  header.Volume = kVolume;
-  header.FileId = kFileId;
-  header.CreationTime = header.InitialTime = header.LastUpdateTime = kCreated;
-  header.BlockSize = kBlockSize;
-  header.ClosedCleanly = 1;
-  header.BitmapSize = bitmap_size;
-  header.FileSize = std::uint64_t{bitmap_size} * 8 * kBlockSize;
-  header.BitmapId = kBitmapId;
-  header.NameCreationTime = kCreated;
-  return header;
+  const NewBitmap bitmap = {.volume_guid = kVolume,
+                            .file_id = kFileId,
+                            .creation_time = kCreated,
+                            .bitmap_size = bitmap_size,
+                            .block_size = kBlockSize,
+                            .file_size = std::uint64_t{bitmap_size} * 8 * kBlockSize};
+  return ComposeNewBitmapBytes(bitmap, kBitmapId).header;
 }
 
 // Writes header and zeros, `length` bytes in all.

@@ -1,0 +1,58 @@
+#include "bitmap/bitmap_cache.h"
+
+#include <algorithm>
+
+namespace zel {
+
+// Ids are indexes that the file system counts up, and a machine has few volumes: the multiplication
+// spreads them over the table.
+std::size_t BitmapCache::KeyHash::operator()(const FileKey& key) const noexcept {
+  std::uint64_t halves[2];
+  static_assert(sizeof halves == sizeof key.volume);
+  std::memcpy(halves, &key.volume, sizeof halves);
+  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
+  std::uint64_t hash = (halves[0] ^ halves[1] * kOdd ^ key.file_id) * kOdd;
+  return hash ^ hash >> 32;
+}
+
+BitmapRecords& BitmapCache::FindOrInsert(const FileKey& key) {
+  if (BitmapRecords* const found = Find(key)) return *found;
+  BitmapRecords& records = map_[key];
+  by_key_.emplace(key, &records);
+  return records;
+}
+
+BitmapRecords* BitmapCache::Find(const FileKey& key) {
+  const auto found = by_key_.find(key);
+  return found == by_key_.end() ? nullptr : found->second;
+}
+
+void BitmapCache::Append(const std::shared_ptr<BitmapRecord>& record) {
+  const FileKey key = {record->VolumeGuid, record->FileId};
+  FindOrInsert(key).push_back(record);
+  by_id_.emplace(record->BitmapId, key);
+}
+
+BitmapRecords BitmapCache::FindById(BitmapId bitmap_id) const {
+  BitmapRecords found;
+  for (auto file = by_id_.lower_bound({bitmap_id, {}});
+       file != by_id_.end() && file->first == bitmap_id; ++file) {
+    std::ranges::copy_if(map_.at(file->second), std::back_inserter(found),
+                         [=](const auto& record) { return record->BitmapId == bitmap_id; });
+  }
+  return found;
+}
+
+BitmapRecords::iterator BitmapCache::Erase(BitmapRecords& records, BitmapRecords::iterator record) {
+  by_id_.erase({(*record)->BitmapId, {(*record)->VolumeGuid, (*record)->FileId}});
+  return records.erase(record);
+}
+
+void BitmapCache::EraseIfEmpty(const FileKey& key) {
+  const auto entry = map_.find(key);
+  if (entry == map_.end() || !entry->second.empty()) return;
+  by_key_.erase(key);
+  map_.erase(entry);
+}
+
+}  // namespace zel

@@ -1,0 +1,38 @@
+#include "bitmap/new_bitmap.h"
+
+#include "bitmap/bitmap_name.h"
+
+namespace zel {
+
+NewBitmapPaths ComposeNewBitmapPaths(std::wstring_view cbt_directory, std::wstring_view volume_text,
+                                     const NewBitmap& bitmap) {
+  NewBitmapPaths paths;
+  auto& [cbt, volume, file] = paths.directories;
+  cbt = cbt_directory;
+  volume = (cbt + L'\\').append(volume_text);
+  file = volume + L'\\' + FormatFileIdDirectory(bitmap.file_id);
+  paths.file = file + L'\\' + FormatBitmapName(bitmap.creation_time, bitmap.block_size);
+  return paths;
+}
+
+NewBitmapBytes ComposeNewBitmapBytes(const NewBitmap& bitmap, BitmapId bitmap_id) {
+  NewBitmapBytes bytes = {};
+  BitmapHeader& header = bytes.header;
+  header.Magic = kBitmapMagic;
+  header.HeaderSize = kBitmapHeaderSize;
+  header.Version = kBitmapVersion;
+  header.Volume = bitmap.volume_guid;
+  header.FileId = bitmap.file_id;
+  header.CreationTime = bitmap.creation_time;
+  header.InitialTime = bitmap.creation_time;
+  header.LastUpdateTime = bitmap.creation_time;
+  header.BlockSize = bitmap.block_size;
+  header.ClosedCleanly = 1;
+  header.BitmapSize = bitmap.bitmap_size;
+  header.FileSize = bitmap.file_size;
+  header.BitmapId = bitmap_id;
+  header.NameCreationTime = bitmap.creation_time;
+  return bytes;
+}
+
+}  // namespace zel

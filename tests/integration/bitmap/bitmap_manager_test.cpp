@@ -1,0 +1,440 @@
+#include "bitmap/bitmap_manager.h"
+
+#include <thread>
+
+#include "tests/integration/support/bitmap_fixture.h"
+
+namespace zel {
+namespace {
+
+using test::Get;
+using test::GoodBitmap;
+using test::IdOf;
+using test::kCreated;
+using test::kFile;
+using test::kKey;
+using test::kVolume;
+using test::ReadFileBytes;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr std::string_view kBitmapErrorsOnly =
+    "zelservicelog=none\nzelservicelog:bitmap=error\nzelservicelog:drivercomm=none\n";
+
+class BitmapManagerTest : public test::BitmapFixture {
+ protected:
+  static std::vector<BitmapId> IdsFound(const FileKey& file = kKey) {
+    std::vector<BitmapId> ids;
+    for (const PinnedBitmap& bitmap : FindBitmapsForFile(file.volume, file.file_id)) {
+      ids.push_back(bitmap->BitmapId);
+    }
+    return ids;
+  }
+
+  static std::vector<BitmapId> IdsListed(const FileKey& file = kKey) {
+    std::vector<BitmapId> ids;
+    const auto listed = ListAllBitmaps();
+    if (const auto entry = listed.find(file); entry != listed.end()) {
+      for (const BitmapInfo& info : entry->second) ids.push_back(info.BitmapId);
+    }
+    return ids;
+  }
+
+  static bool IsKnown(const FileKey& file) { return ListAllBitmaps().contains(file); }
+
+  // Deletes and returns the outputs, which start as something else.
+  static FileKey Delete(BitmapId id) {
+    FileKey file = {{1, 2, 3, {4}}, 5};
+    DeleteBitmapById(id, file.volume, file.file_id);
+    return file;
+  }
+};
+
+TEST_F(BitmapManagerTest, FindGivesTheBitmapsOfAFileInTheOrderTheyWereAdded) {
+  const auto newer = AddGood(kKey, kCreated + 1);
+  const auto older = AddGood(kKey, kCreated);
+  AddGood({kVolume, kFile + 1}, kCreated);
+  EXPECT_THAT(IdsFound(), ElementsAre(IdOf(newer), IdOf(older)));
+  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(newer), IdOf(older)));
+}
+
+TEST_F(BitmapManagerTest, FindLeavesOutABadHeaderAndGivesTheOther) {
+  std::string bad = GoodBitmap(kKey, "bits");
+  bad[0] = 'X';
+  Add(kKey, kCreated, bad);
+  const auto good = AddGood(kKey, kCreated + 1);
+  EXPECT_THAT(IdsFound(), ElementsAre(IdOf(good)));
+}
+
+TEST_F(BitmapManagerTest, FindLoadsOnceAndPinsEveryTime) {
+  const auto path = AddGood();
+  EXPECT_FALSE(IsLoaded(path));
+  const PinnedBitmaps first = FindBitmapsForFile(kVolume, kFile);
+  const PinnedBitmaps second = FindBitmapsForFile(kVolume, kFile);
+  ASSERT_EQ(first.size(), 1u);
+  EXPECT_TRUE(IsLoaded(path));
+  EXPECT_EQ(&*first[0], &*second[0]);
+  EXPECT_EQ(first[0]->InUseCount, 2u);
+}
+
+TEST_F(BitmapManagerTest, FindOfAnUnknownFileIsEmptyAndLeavesAnEmptyEntry) {
+  EXPECT_FALSE(IsKnown(kKey));
+  EXPECT_THAT(IdsFound(), IsEmpty());
+  EXPECT_TRUE(IsKnown(kKey));
+  EXPECT_THAT(IdsListed(), IsEmpty());
+  UnloadIdleBitmaps();
+  EXPECT_TRUE(IsKnown(kKey));  // only a deletion takes an entry away
+}
+
+TEST_F(BitmapManagerTest, LoadThatFailedIsTriedAgainByTheNextLookup) {
+  std::string bytes = GoodBitmap(kKey, "bits");
+  bytes[0] = 'X';
+  const auto path = Add(kKey, kCreated, bytes);
+  EXPECT_THAT(IdsFound(), IsEmpty());
+  EXPECT_FALSE(GetBitmapById(IdOf(path)));
+  bytes[0] = 'Z';
+  std::fstream(path, std::ios::binary | std::ios::in | std::ios::out) << bytes;
+  EXPECT_THAT(IdsFound(), ElementsAre(IdOf(path)));
+}
+
+TEST_F(BitmapManagerTest, GetByIdLoadsAndPinsThatBitmap) {
+  AddGood();
+  const auto path = AddGood({kVolume, kFile + 1}, kCreated + 1);
+  const PinnedBitmap bitmap = GetBitmapById(IdOf(path));
+  ASSERT_TRUE(bitmap);
+  EXPECT_EQ(bitmap->FileName, path.wstring());
+  EXPECT_EQ(bitmap->InUseCount, 1u);
+  EXPECT_TRUE(IsLoaded(path));
+}
+
+TEST_F(BitmapManagerTest, GetByIdOfAnUnknownIdIsEmpty) {
+  const auto path = AddGood();
+  EXPECT_FALSE(GetBitmapById(IdOf(path) + 1));
+  EXPECT_FALSE(IsLoaded(path));
+}
+
+// As it can be after somebody linked a bitmap file by hand.
+TEST_F(BitmapManagerTest, OneIdUnderTwoFilesIsFoundInTheOrderOfTheFiles) {
+  const FileKey second = {kVolume, kFile + 1};
+  const auto path = AddGood(second, kCreated);
+  const auto link = DirectoryOf(kKey) / test::BitmapName(kCreated);
+  std::filesystem::create_directories(link.parent_path());
+  ASSERT_TRUE(::CreateHardLinkW(link.c_str(), path.c_str(), nullptr));
+  AddBitmap(kVolume, kFile, IdOf(path), link.wstring(), 528);
+  EXPECT_EQ(GetBitmapById(IdOf(path))->FileName, link.wstring());
+  EXPECT_EQ(Delete(IdOf(path)), kKey);
+  EXPECT_EQ(GetBitmapById(IdOf(path))->FileName, path.wstring());
+  EXPECT_EQ(Delete(IdOf(path)), second);
+}
+
+TEST_F(BitmapManagerTest, ListTellsEveryFieldWithoutLoading) {
+  const auto path = Write(kKey, kCreated, GoodBitmap(kKey, std::string(16, '\0')));
+  AddBitmap(kVolume, kFile, IdOf(path), path.wstring(), 0xFFFFFFF0);
+  const auto listed = ListAllBitmaps();
+  ASSERT_EQ(listed.size(), 1u);
+  ASSERT_EQ(listed.at(kKey).size(), 1u);
+  const BitmapInfo& info = listed.at(kKey)[0];
+  EXPECT_EQ(info.FileSize, 0xFFFFFFF0u);
+  EXPECT_EQ(info.CreationTime, kCreated);
+  EXPECT_EQ(info.BlockSize, test::kBlockSize);
+  EXPECT_EQ(info.BitmapId, IdOf(path));
+  EXPECT_EQ(info.VolumeGuid, kVolume);
+  EXPECT_EQ(info.FileId, kFile);
+  EXPECT_FALSE(IsLoaded(path));
+}
+
+TEST_F(BitmapManagerTest, ListIsInTheOrderOfTheGuidsBytesAndThenOfTheIdsAsUnsigned) {
+  const VolumeGuid low = {0x02000001, 0, 0, {}};   // bytes 01 00 00 02
+  const VolumeGuid high = {0x01000002, 0, 0, {}};  // bytes 02 00 00 01
+  for (const FileKey& file : {FileKey{high, 1}, FileKey{low, ~0ull}, FileKey{low, 2}}) {
+    (void)IdsFound(file);
+  }
+  std::vector<FileKey> keys;
+  for (const auto& [file, infos] : ListAllBitmaps()) keys.push_back(file);
+  EXPECT_THAT(keys, ElementsAre(FileKey{low, 2}, FileKey{low, ~0ull}, FileKey{high, 1}));
+}
+
+TEST_F(BitmapManagerTest, DuplicateIdOfAFileIsLoggedAndLeftOut) {
+  StartLogging(kBitmapErrorsOnly);
+  const auto path = AddGood();
+  AddBitmap(kVolume, kFile, IdOf(path), L"another", 1);
+  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(path)));
+  EXPECT_EQ(ListAllBitmaps().at(kKey)[0].FileSize, 528u);
+  ShutdownLogging();
+  // The line's end is missing too, and the misprinted conversion takes no argument.
+  EXPECT_THAT(ReadFileBytes(log_path()),
+              ::testing::EndsWith("] AddBitmap: Bitmap is already added: "
+                                  "01234567-89ab-cdef-0123-456789abcdef, 0xI4x, "
+                                  "0x0001000000000123"));
+}
+
+TEST_F(BitmapManagerTest, MalformedNameIsLoggedAndAddedWithZeros) {
+  StartLogging("zelservicelog=none\nzelservicelog:bitmap=warn\nzelservicelog:drivercomm=none\n");
+  AddBitmap(kVolume, kFile, 77, L"C:\\odd", 9);
+  const BitmapInfo info = ListAllBitmaps().at(kKey).at(0);
+  EXPECT_EQ(info.BlockSize, 0u);
+  EXPECT_EQ(info.CreationTime, 0u);
+  EXPECT_EQ(info.BitmapId, 77u);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("WARN  ExtractFromBitmapName(C:\\odd) failed: bitmap name is 3 "
+                          "characters long"));
+}
+
+TEST_F(BitmapManagerTest, DeleteOfAnUnpinnedBitmapTakesFileRecordAndEntry) {
+  const auto unloaded = AddGood();
+  EXPECT_EQ(Delete(IdOf(unloaded)), kKey);
+  EXPECT_FALSE(std::filesystem::exists(unloaded));
+  EXPECT_FALSE(IsKnown(kKey));
+
+  const auto loaded = AddGood();
+  (void)IdsFound();
+  EXPECT_TRUE(IsLoaded(loaded));
+  EXPECT_EQ(Delete(IdOf(loaded)), kKey);
+  EXPECT_FALSE(std::filesystem::exists(loaded));
+  EXPECT_FALSE(IsKnown(kKey));
+}
+
+TEST_F(BitmapManagerTest, DeleteLeavesTheOtherBitmapsOfTheFile) {
+  const auto first = AddGood(kKey, kCreated);
+  const auto second = AddGood(kKey, kCreated + 1);
+  const auto third = AddGood(kKey, kCreated + 2);
+  const std::string bytes = ReadFileBytes(third);
+  Delete(IdOf(second));
+  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(first), IdOf(third)));
+  EXPECT_EQ(ReadFileBytes(third), bytes);
+}
+
+TEST_F(BitmapManagerTest, DeleteOfAnUnknownIdZeroesTheOutputs) {
+  const auto path = AddGood();
+  EXPECT_EQ(Delete(IdOf(path) + 1), FileKey{});
+  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(path)));
+}
+
+TEST_F(BitmapManagerTest, DeleteOfAPinnedBitmapWaitsForThePinAndTheNextScan) {
+  const auto path = AddGood();
+  const BitmapId id = IdOf(path);
+  {
+    const PinnedBitmap pin = GetBitmapById(id);
+    EXPECT_EQ(Delete(id), kKey);
+    EXPECT_EQ(Delete(id), kKey);  // the identity is still known
+    EXPECT_THAT(IdsFound(), IsEmpty());
+    EXPECT_THAT(IdsListed(), IsEmpty());
+    EXPECT_TRUE(IsKnown(kKey));
+    EXPECT_FALSE(GetBitmapById(id));
+    UnloadIdleBitmaps();
+    EXPECT_TRUE(std::filesystem::exists(path));
+    EXPECT_EQ(pin->header()->BitmapSize, 16u);  // still mapped
+  }
+  EXPECT_TRUE(std::filesystem::exists(path));
+  UnloadIdleBitmaps();
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_FALSE(IsKnown(kKey));
+  EXPECT_EQ(Delete(id), FileKey{});
+}
+
+TEST_F(BitmapManagerTest, SecondDeleteAfterThePinIsGoneDeletesAtOnce) {
+  const auto path = AddGood();
+  const BitmapId id = IdOf(path);
+  {
+    const PinnedBitmap pin = GetBitmapById(id);
+    Delete(id);
+  }
+  EXPECT_EQ(Delete(id), kKey);
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_FALSE(IsKnown(kKey));
+}
+
+TEST_F(BitmapManagerTest, DeleteOfABitmapWhoseFileIsGoneForgetsItSilently) {
+  const auto path = AddGood();
+  const BitmapId id = IdOf(path);
+  std::filesystem::remove_all(cbt());
+  StartLogging(kBitmapErrorsOnly);
+  EXPECT_EQ(Delete(id), kKey);
+  EXPECT_FALSE(IsKnown(kKey));
+  EXPECT_THAT(StopLogging(), IsEmpty());
+}
+
+TEST_F(BitmapManagerTest, DiscardOfAFileDeletesWhatIsUnpinnedAndTheRestLater) {
+  const auto unloaded = AddGood(kKey, kCreated);
+  const auto pinned = AddGood(kKey, kCreated + 1);
+  const auto other = AddGood({kVolume, kFile + 1}, kCreated);
+  {
+    const PinnedBitmap pin = GetBitmapById(IdOf(pinned));
+    DiscardBitmapsOfFile(kKey);
+    EXPECT_FALSE(std::filesystem::exists(unloaded));
+    EXPECT_TRUE(std::filesystem::exists(pinned));
+    EXPECT_THAT(IdsFound(), IsEmpty());
+    EXPECT_TRUE(IsKnown(kKey));
+  }
+  UnloadIdleBitmaps();
+  EXPECT_FALSE(std::filesystem::exists(pinned));
+  EXPECT_FALSE(IsKnown(kKey));
+  EXPECT_THAT(IdsListed({kVolume, kFile + 1}), ElementsAre(IdOf(other)));
+}
+
+TEST_F(BitmapManagerTest, DiscardOfAFileDropsAnEmptyEntryAndMakesNone) {
+  DiscardBitmapsOfFile(kKey);
+  EXPECT_FALSE(IsKnown(kKey));
+  (void)IdsFound();
+  DiscardBitmapsOfFile(kKey);
+  EXPECT_FALSE(IsKnown(kKey));
+}
+
+TEST_F(BitmapManagerTest, VerifyTimeCountsForEveryBitmapOfTheFile) {
+  AddGood(kKey, kCreated);
+  AddGood(kKey, kCreated + 1);
+  AddGood({kVolume, kFile + 1}, kCreated);
+  EXPECT_TRUE(AllVerifiedSince(kKey, 0));
+  EXPECT_FALSE(AllVerifiedSince(kKey, 1));
+  SetLastVerifyTime(kKey, 100);
+  EXPECT_TRUE(AllVerifiedSince(kKey, 100));
+  EXPECT_FALSE(AllVerifiedSince(kKey, 101));
+  EXPECT_FALSE(AllVerifiedSince({kVolume, kFile + 1}, 1));
+  AddGood(kKey, kCreated + 2);  // a bitmap that came later has not been verified
+  EXPECT_FALSE(AllVerifiedSince(kKey, 100));
+}
+
+TEST_F(BitmapManagerTest, VerifyTimeOfAnUnknownFileMakesNoEntry) {
+  SetLastVerifyTime(kKey, 100);
+  EXPECT_FALSE(AllVerifiedSince(kKey, 0));
+  EXPECT_FALSE(IsKnown(kKey));
+  (void)IdsFound();
+  EXPECT_TRUE(AllVerifiedSince(kKey, 100));  // an entry without bitmaps
+}
+
+TEST_F(BitmapManagerTest, VerifyTimeCountsForADiscardedBitmapToo) {
+  const auto path = AddGood();
+  const PinnedBitmap pin = GetBitmapById(IdOf(path));
+  Delete(IdOf(path));
+  EXPECT_FALSE(AllVerifiedSince(kKey, 1));
+  SetLastVerifyTime(kKey, 1);
+  EXPECT_TRUE(AllVerifiedSince(kKey, 1));
+}
+
+TEST_F(BitmapManagerTest, ShutdownClosesEveryLoadedBitmapCleanlyAndKeepsTheCache) {
+  const auto first = AddGood();
+  const auto second = AddGood({kVolume, kFile + 1}, kCreated);
+  const auto unloaded = AddGood({kVolume, kFile + 2}, kCreated);
+  const std::string untouched = ReadFileBytes(unloaded);
+  FindBitmapsForFile(kVolume, kFile)[0]->header()->SizeChanged = 1;
+  (void)IdsFound({kVolume, kFile + 1});
+  ShutdownBitmapManager();
+  EXPECT_FALSE(IsLoaded(first));
+  EXPECT_FALSE(IsLoaded(second));
+  EXPECT_EQ(Get(ReadFileBytes(first), 0x3E, 1), 1u);
+  EXPECT_EQ(ReadFileBytes(unloaded), untouched);
+  EXPECT_EQ(ListAllBitmaps().size(), 3u);
+  EXPECT_TRUE(std::filesystem::remove(first));  // no handle is left
+}
+
+TEST_F(BitmapManagerTest, ShutdownTwiceAndWithoutInitIsHarmless) {
+  ShutdownBitmapManager();
+  ShutdownBitmapManager();
+  InitBitmapManager();
+  ShutdownBitmapManager();
+  ShutdownBitmapManager();
+}
+
+TEST_F(BitmapManagerTest, ShutdownByManyThreadsAtOnceEndsForAll) {
+  const auto path = AddGood();
+  InitBitmapManager();
+  (void)IdsFound();
+  {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 8; ++i) threads.emplace_back(ShutdownBitmapManager);
+  }
+  EXPECT_FALSE(IsLoaded(path));
+}
+
+TEST_F(BitmapManagerTest, PinOutlivesShutdownWithItsBitsReachingTheFile) {
+  const auto path = AddGood();
+  {
+    const PinnedBitmap pin = GetBitmapById(IdOf(path));
+    ShutdownBitmapManager();
+    EXPECT_EQ(pin->header()->ClosedCleanly, 1);
+    EXPECT_EQ(pin->InUseCount, 1u);
+    ZelSetBits(&pin->BitmapHeader, 3, 1);
+  }
+  EXPECT_EQ(Get(ReadFileBytes(path), 512, 1), 8u);
+  EXPECT_TRUE(std::filesystem::remove(path));
+}
+
+using StartupScanTest = BitmapManagerTest;
+
+TEST_F(StartupScanTest, RegistersEveryBitmapFileUnloadedAndTellsSo) {
+  const auto first = Write(kKey, kCreated, GoodBitmap(kKey, "12345"));
+  const VolumeGuid other_volume = {7, 0, 0, {}};
+  const auto second = Write({other_volume, 9}, kCreated, "not a bitmap");
+  const std::string untouched = ReadFileBytes(first);
+  StartLogging();
+  InitBitmapManager();
+  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(first)));
+  EXPECT_THAT(IdsListed({other_volume, 9}), ElementsAre(IdOf(second)));
+  EXPECT_EQ(ListAllBitmaps().at(kKey)[0].FileSize, 517u);
+  EXPECT_EQ(ReadFileBytes(first), untouched);
+  const std::vector<std::string> messages = StopLoggingAndGetMessages();
+  ASSERT_EQ(messages.size(), 4u);
+  EXPECT_EQ(messages[0], "INFO  Starting bitmap idle scanner thread");
+  EXPECT_EQ(messages[1], "INFO  InitBitmapManager: initializing cache");
+  const auto adding = [](const std::filesystem::path& path) {
+    char id[17];
+    std::snprintf(id, sizeof id, "%016llx", IdOf(path));
+    return "DEBUG Adding bitmap FileName " + path.string() + ", BitmapId 0x" + id + " to cache";
+  };
+  EXPECT_THAT(std::vector(messages.begin() + 2, messages.end()),
+              ::testing::UnorderedElementsAre(adding(first), adding(second)));
+}
+
+TEST_F(StartupScanTest, TakesDirectoriesOf16HexadecimalDigitsOnly) {
+  const std::filesystem::path volume = cbt() / test::kVolumeText;
+  for (const wchar_t* name :
+       {L"000000000000012", L"00000000000000123", L"0000000000000000", L"ffffffffffffffff",
+        L"FFFFFFFFFFFFFFFF", L"zzzzzzzzzzzzzzzz", L"...............a"}) {
+    test::WriteFileBytes(volume / name / test::BitmapName(kCreated), "x");
+  }
+  test::WriteFileBytes(volume / L"0000000000000124", "a plain file");
+  test::WriteFileBytes(cbt() / L"0000000000000125" / test::BitmapName(kCreated), "x");
+  test::WriteFileBytes(volume / L"00000000000001AB" / test::BitmapName(kCreated), "x");
+  InitBitmapManager();
+  const auto listed = ListAllBitmaps();
+  ASSERT_EQ(listed.size(), 1u);
+  EXPECT_EQ(listed.begin()->first, (FileKey{kVolume, 0x1AB}));
+}
+
+TEST_F(StartupScanTest, LeavesOutDirectoriesInTheFilesPlaces) {
+  std::filesystem::create_directories(DirectoryOf(kKey) / test::BitmapName(kCreated));
+  StartLogging();
+  InitBitmapManager();
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+  EXPECT_EQ(StopLogging().size(), 2u);  // only the two opening lines
+}
+
+TEST_F(StartupScanTest, TakesTheLow32BitsOfALargeFilesSize) {
+  const auto path = Write(kKey, kCreated, "");
+  std::filesystem::resize_file(path, (5ull << 32) + 7);
+  InitBitmapManager();
+  EXPECT_EQ(ListAllBitmaps().at(kKey).at(0).FileSize, 7u);
+}
+
+TEST_F(StartupScanTest, WithoutACbtDirectoryFindsNothing) {
+  std::filesystem::remove_all(cbt());
+  StartLogging(kBitmapErrorsOnly);
+  InitBitmapManager();
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+  EXPECT_THAT(StopLogging(), IsEmpty());
+}
+
+TEST_F(StartupScanTest, LinkOfTheSameFileInOneDirectoryIsRegisteredOnce) {
+  const auto path = Write(kKey, kCreated, GoodBitmap(kKey, "bits"));
+  const auto link = DirectoryOf(kKey) / test::BitmapName(kCreated + 1);
+  ASSERT_TRUE(::CreateHardLinkW(link.c_str(), path.c_str(), nullptr));
+  StartLogging(kBitmapErrorsOnly);
+  InitBitmapManager();
+  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(path)));
+  ShutdownLogging();
+  EXPECT_THAT(ReadFileBytes(log_path()), HasSubstr("AddBitmap: Bitmap is already added: "));
+}
+
+}  // namespace
+}  // namespace zel

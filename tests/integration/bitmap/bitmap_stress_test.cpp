@@ -1,0 +1,177 @@
+// Lookups that set bits, creation and deletion, and an idle scan without a time-out, all at once.
+// ZEL_STRESS_SECONDS sets how long; 5 without it.
+#include <array>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "bitmap/bitmap_manager.h"
+#include "bitmap/create_bitmap.h"
+#include "logging/settings.h"
+#include "tests/integration/support/bitmap_fixture.h"
+
+namespace zel {
+namespace {
+
+using test::kVolume;
+using test::ReadFileBytes;
+
+constexpr FileId kFiles = 6;
+constexpr std::uint32_t kBitmapBytes = 6000;  // two pages and a part
+constexpr std::uint32_t kBits = kBitmapBytes * 8;
+
+int Seconds() {
+  const char* const text = std::getenv("ZEL_STRESS_SECONDS");
+  return text == nullptr ? 5 : std::max(1, std::atoi(text));
+}
+
+// The bits that one thread set, by the bitmap file's path, one byte a bit. Ids would not do: the
+// file system gives the id of a deleted file to a new one.
+using Shadow = std::map<std::wstring, std::string>;
+
+struct Counts {
+  std::uint64_t lookups = 0;
+  std::uint64_t ranges = 0;
+};
+
+class BitmapStressTest : public test::BitmapFixture {
+ protected:
+  BitmapStressTest() {
+    BitmapIdleTimeout = 0;
+    for (FileId file = 0; file < kFiles; ++file) Create(file);
+    for (const auto& [file, infos] : ListAllBitmaps()) lasting_.push_back(infos.at(0).BitmapId);
+  }
+
+  static bool Create(FileId file) {
+    BitmapId id;
+    return CreateNewBitmap(kVolume, file, kBitmapBytes, 4096, kBits * 4096ull, id);
+  }
+
+  // Sets ranges through the pins of one random file at a time.
+  void SetBits(unsigned seed, Shadow& shadow, Counts& counts) {
+    std::mt19937 random(seed);
+    while (!stop_) {
+      const PinnedBitmaps pinned = FindBitmapsForFile(kVolume, random() % kFiles);
+      ++counts.lookups;
+      for (const PinnedBitmap& bitmap : pinned) {
+        StampLastUpdateTime(*bitmap);
+        std::string& mine = shadow.try_emplace(bitmap->FileName, kBits, '\0').first->second;
+        for (int range = 0; range < 100; ++range, ++counts.ranges) {
+          const std::uint32_t first = random() % kBits;
+          const std::uint32_t count = std::min<std::uint32_t>(random() % 12, kBits - first);
+          ZelSetBits(&bitmap->BitmapHeader, first, count);
+          std::fill_n(mine.begin() + first, count, '\1');
+        }
+      }
+    }
+  }
+
+  // Makes bitmaps and deletes them again, in no order; the lasting ones stay.
+  void CreateAndDelete(std::uint64_t& created) {
+    std::mt19937 random(3);
+    while (!stop_) {
+      created += Create(random() % kFiles) ? 1 : 0;
+      for (const auto& [file, infos] : ListAllBitmaps()) {
+        for (const BitmapInfo& info : infos) {
+          const bool lasts = std::ranges::find(lasting_, info.BitmapId) != lasting_.end();
+          if (!lasts && random() % 3 == 0) Delete(info.BitmapId);
+        }
+      }
+    }
+  }
+
+  static void Delete(BitmapId id) {
+    VolumeGuid volume;
+    FileId file;
+    DeleteBitmapById(id, volume, file);
+  }
+
+  // With a pause, since a lock of Windows is not fair.
+  void Scan(std::uint64_t& scans) {
+    for (; !stop_; ++scans) {
+      UnloadIdleBitmaps();
+      ::Sleep(1);
+    }
+  }
+
+  // The files on disk are those of the listing, and the bits in them those that the threads set.
+  void ExpectBits(const std::array<Shadow, 2>& shadows) {
+    std::size_t listed = 0;
+    for (const auto& [file, infos] : ListAllBitmaps()) listed += infos.size();
+    std::size_t found = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(cbt())) {
+      if (!entry.is_regular_file()) continue;
+      ++found;
+      ExpectBitsOf(entry.path(), shadows);
+    }
+    EXPECT_EQ(found, listed);
+  }
+
+  static void ExpectBitsOf(const std::filesystem::path& path,
+                           const std::array<Shadow, 2>& shadows) {
+    const std::string bytes = ReadFileBytes(path);
+    ASSERT_EQ(bytes.size(), test::kHeaderBytes + kBitmapBytes) << path;
+    EXPECT_EQ(test::Get(bytes, test::kAtClosedCleanly, 1), 1u) << path;
+    EXPECT_EQ(test::Get(bytes, test::kAtUnreliable, 1), 0u) << path;
+    std::uint32_t lost = 0;
+    std::uint32_t strange = 0;
+    for (std::uint32_t bit = 0; bit < kBits; ++bit) {
+      const bool is_set = (bytes[test::kHeaderBytes + bit / 8] >> bit % 8 & 1) != 0;
+      bool was_set = false;
+      for (const Shadow& shadow : shadows) {
+        const auto mine = shadow.find(path.wstring());
+        was_set = was_set || (mine != shadow.end() && mine->second[bit] != '\0');
+      }
+      lost += was_set && !is_set ? 1 : 0;
+      strange += is_set && !was_set ? 1 : 0;
+    }
+    EXPECT_EQ(lost, 0u) << path;
+    EXPECT_EQ(strange, 0u) << path;
+  }
+
+  std::vector<BitmapId> lasting_;
+  std::atomic<bool> stop_{false};
+};
+
+DWORD CountHandles() {
+  DWORD count = 0;
+  ::GetProcessHandleCount(::GetCurrentProcess(), &count);
+  return count;
+}
+
+TEST_F(BitmapStressTest, NoBitIsLostAndNoHandleIsLeft) {
+  UnloadIdleBitmaps();
+  std::array<Shadow, 2> shadows;
+  std::array<Counts, 2> counts;
+  std::uint64_t created = 0;
+  std::uint64_t scans = 0;
+  const auto run = [&](int seconds) {
+    stop_ = false;
+    std::jthread writers[] = {
+        std::jthread([&] { SetBits(1, shadows[0], counts[0]); }),
+        std::jthread([&] { SetBits(2, shadows[1], counts[1]); }),
+    };
+    const std::jthread creator([&] { CreateAndDelete(created); });
+    const std::jthread scanner([&] { Scan(scans); });
+    std::this_thread::sleep_for(std::chrono::seconds(seconds));
+    stop_ = true;
+  };
+  run(1);  // what the run-time library opens once is open afterwards
+  UnloadIdleBitmaps();
+  const DWORD handles = CountHandles();
+  run(Seconds());
+  UnloadIdleBitmaps();
+  EXPECT_EQ(CountHandles(), handles);
+  ShutdownBitmapManager();
+  ExpectBits(shadows);
+  EXPECT_GT(counts[0].ranges, 0u);
+  EXPECT_GT(counts[1].ranges, 0u);
+  EXPECT_GT(created, 0u);
+  std::printf("lookups %llu, ranges set %llu, bitmaps created %llu, scans %llu\n",
+              counts[0].lookups + counts[1].lookups, counts[0].ranges + counts[1].ranges, created,
+              scans);
+}
+
+}  // namespace
+}  // namespace zel

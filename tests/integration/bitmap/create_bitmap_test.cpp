@@ -1,0 +1,294 @@
+#include "bitmap/create_bitmap.h"
+
+#include "common/error_info.h"
+#include "tests/integration/support/bitmap_fixture.h"
+#include "win32/handles.h"
+
+extern "C" {
+extern void* __imp_CreateDirectoryW;
+extern void* __imp_GetFileInformationByHandle;
+extern void* __imp_SetEndOfFile;
+extern void* __imp_SetFilePointerEx;
+extern void* __imp_WriteFile;
+}
+
+namespace zel {
+namespace {
+
+using test::FakeClock;
+using test::IdOf;
+using test::kBlockSize;
+using test::kCreated;
+using test::kFile;
+using test::kKey;
+using test::kVolume;
+using test::ReadFileBytes;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::string_view kBitmapInfoAndErrors =
+    "zelservicelog=none\nzelservicelog:bitmap=info\nzelservicelog:drivercomm=none\n";
+
+std::string Text(BitmapId id) {
+  char text[19];
+  std::snprintf(text, sizeof text, "0x%016llx", id);
+  return text;
+}
+
+class CreateNewBitmapTest : public test::BitmapFixture {
+ protected:
+  CreateNewBitmapTest() {
+    FakeClock::now = kCreated;
+    std::filesystem::remove_all(cbt());
+  }
+
+  bool Create(std::uint32_t bitmap_size) {
+    return CreateNewBitmap(kVolume, kFile, bitmap_size, kBlockSize, kFileSize, id_);
+  }
+
+  [[nodiscard]] std::filesystem::path path() const {
+    return DirectoryOf(kKey) / test::BitmapName(kCreated);
+  }
+
+  [[nodiscard]] std::string CreatedLine() const {
+    return "INFO  New BitmapId " + Text(id_) +
+           " created for Volume 01234567-89ab-cdef-0123-456789abcdef, FileId 0x0001000000000123";
+  }
+
+  // A creation that fails after the file was made: it says `text`, the id and the error behind the
+  // creation's line, leaves the closed file in place and registers nothing.
+  void ExpectFailureAfterTheIdIsKnown(std::uint32_t bitmap_size, const std::string& text,
+                                      std::uint32_t error) {
+    StartLogging(kBitmapInfoAndErrors);
+    EXPECT_FALSE(Create(bitmap_size));
+    EXPECT_EQ(id_, IdOf(path()));
+    EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+    EXPECT_THAT(
+        StopLoggingAndGetMessages(),
+        ElementsAre(CreatedLine(), "ERROR " + text + Text(id_) + ": " + ErrorInfo(error).text()));
+    EXPECT_TRUE(std::filesystem::remove(path()));  // and thus not held open
+  }
+
+  static constexpr std::uint64_t kFileSize = 0x1234567890;
+  FakeClock clock_;
+  BitmapId id_ = 0;
+};
+
+TEST_F(CreateNewBitmapTest, MakesTheDirectoriesAndAFileWithHeaderAndZeros) {
+  StartLogging(kBitmapInfoAndErrors);
+  ASSERT_TRUE(Create(100));
+  std::string expected = test::GoodBitmap(kKey, std::string(100, '\0'), kCreated);
+  test::Put(expected, 0x48, kFileSize, 8);
+  test::Put(expected, 0x50, id_, 8);
+  EXPECT_EQ(ReadFileBytes(path()), expected);
+  EXPECT_EQ(id_, IdOf(path()));
+  EXPECT_THAT(StopLoggingAndGetMessages(), ElementsAre(CreatedLine()));
+}
+
+TEST_F(CreateNewBitmapTest, RegistersTheBitmapUnloaded) {
+  ASSERT_TRUE(Create(100));
+  const std::string bytes = ReadFileBytes(path());
+  const BitmapInfo info = ListAllBitmaps().at(kKey).at(0);
+  EXPECT_EQ(info.FileSize, 612u);
+  EXPECT_EQ(info.CreationTime, kCreated);
+  EXPECT_EQ(info.BlockSize, kBlockSize);
+  EXPECT_EQ(info.BitmapId, id_);
+  EXPECT_FALSE(IsLoaded(path()));
+  const PinnedBitmap bitmap = GetBitmapById(id_);
+  ASSERT_TRUE(bitmap);
+  EXPECT_EQ(bitmap->FileName, path().wstring());
+  EXPECT_EQ(bitmap->BitmapHeader.SizeOfBitMap, 800u);
+  EXPECT_TRUE(IsLoaded(path()));
+}
+
+std::vector<DWORD> written;
+decltype(&::WriteFile) real_write = nullptr;
+BOOL WINAPI RecordWrite(HANDLE file, const void* bytes, DWORD size, DWORD* done, OVERLAPPED* o) {
+  written.push_back(size);
+  return real_write(file, bytes, size, done, o);
+}
+
+TEST_F(CreateNewBitmapTest, BitmapOf3BytesIsWrittenWith520BytesAndCutTo515) {
+  real_write = reinterpret_cast<decltype(real_write)>(__imp_WriteFile);
+  {
+    const test::ImportHook hook(__imp_WriteFile, &RecordWrite);
+    ASSERT_TRUE(Create(3));
+  }
+  EXPECT_THAT(written, ElementsAre(520u));
+  EXPECT_EQ(ReadFileBytes(path()).size(), 515u);
+  EXPECT_EQ(ReadFileBytes(path()).substr(512), std::string(3, '\0'));
+  EXPECT_TRUE(GetBitmapById(id_));
+}
+
+TEST_F(CreateNewBitmapTest, SecondOneInTheSameTickCollidesAndTouchesNothing) {
+  ASSERT_TRUE(Create(100));
+  const std::string bytes = ReadFileBytes(path());
+  const BitmapId first = std::exchange(id_, 77);
+  StartLogging(kBitmapInfoAndErrors);
+  EXPECT_FALSE(Create(100));
+  EXPECT_EQ(id_, 77u);
+  EXPECT_EQ(ReadFileBytes(path()), bytes);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("ERROR Failed to create new bitmap file " + path().string() + ": " +
+                          ErrorInfo(ERROR_FILE_EXISTS).text()));
+  ++FakeClock::now;
+  EXPECT_TRUE(Create(100));
+  ASSERT_EQ(ListAllBitmaps().at(kKey).size(), 2u);
+  EXPECT_EQ(ListAllBitmaps().at(kKey)[0].BitmapId, first);
+}
+
+TEST_F(CreateNewBitmapTest, LengthIsA32BitSumUpToOneByteBelow4GiB) {
+  ASSERT_TRUE(Create(0xFFFFFFFF - 512));
+  EXPECT_EQ(std::filesystem::file_size(path()), 0xFFFFFFFFu);
+  EXPECT_EQ(ListAllBitmaps().at(kKey)[0].FileSize, 0xFFFFFFFFu);
+}
+
+TEST_F(CreateNewBitmapTest, SizeThatMakesTheSumWrapIsFoundCorruptedByTheFirstLookup) {
+  ASSERT_TRUE(Create(0xFFFFFFFF));
+  EXPECT_EQ(std::filesystem::file_size(path()), 511u);
+  EXPECT_FALSE(GetBitmapById(id_));
+  UnloadIdleBitmaps();
+  EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
+TEST_F(CreateNewBitmapTest, DirectoryThatCannotBeMadeIsNamed) {
+  for (const std::filesystem::path& blocked :
+       {cbt(), cbt() / test::kVolumeText, DirectoryOf(kKey)}) {
+    std::filesystem::remove_all(cbt());
+    test::WriteFileBytes(blocked, "a file in the directory's place");
+    EXPECT_FALSE(Create(100)) << blocked;
+    EXPECT_EQ(id_, 0u);
+  }
+  std::filesystem::remove_all(cbt());
+  test::WriteFileBytes(cbt() / test::kVolumeText, "a file in the directory's place");
+  StartLogging(kBitmapInfoAndErrors);
+  EXPECT_FALSE(Create(100));
+  const std::vector<std::string> messages = StopLoggingAndGetMessages();
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_THAT(messages[0], ::testing::StartsWith("ERROR Failed to create directory " +
+                                                 DirectoryOf(kKey).string() + ": "));
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+}
+
+BOOL WINAPI FailToCreateDirectory(const wchar_t*, SECURITY_ATTRIBUTES*) {
+  ::SetLastError(ERROR_ACCESS_DENIED);
+  return FALSE;
+}
+
+TEST_F(CreateNewBitmapTest, FailureOfTheFirstDirectoryEndsTheCreation) {
+  StartLogging(kBitmapInfoAndErrors);
+  {
+    const test::ImportHook hook(__imp_CreateDirectoryW, &FailToCreateDirectory);
+    EXPECT_FALSE(Create(100));
+  }
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("ERROR Failed to create directory " + cbt().string() + ": " +
+                          ErrorInfo(ERROR_ACCESS_DENIED).text()));
+}
+
+BOOL WINAPI FailToInform(HANDLE, BY_HANDLE_FILE_INFORMATION*) {
+  ::SetLastError(ERROR_CRC);
+  return FALSE;
+}
+
+TEST_F(CreateNewBitmapTest, FailureToGetTheIdIsLoggedAndTheFileLeft) {
+  StartLogging(kBitmapInfoAndErrors);
+  id_ = 77;
+  {
+    const test::ImportHook hook(__imp_GetFileInformationByHandle, &FailToInform);
+    EXPECT_FALSE(Create(100));
+  }
+  EXPECT_EQ(id_, 77u);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("ERROR Failed to get the BitmapId of " + path().string() + ": " +
+                          ErrorInfo(ERROR_CRC).text()));
+  EXPECT_TRUE(std::filesystem::remove(path()));
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+}
+
+// Only the creation's own writes: the run-time library of the log has another import table.
+BOOL WINAPI FailToWrite(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
+  ::SetLastError(ERROR_CRC);
+  return FALSE;
+}
+
+TEST_F(CreateNewBitmapTest, FailureToWriteTheHeaderIsLoggedAndTheFileLeft) {
+  const test::ImportHook hook(__imp_WriteFile, &FailToWrite);
+  ExpectFailureAfterTheIdIsKnown(100, "Failed to write out a new bitmap header to new BitmapId ",
+                                 ERROR_CRC);
+}
+
+BOOL WINAPI WriteHalf(HANDLE, const void*, DWORD size, DWORD* done, OVERLAPPED*) {
+  *done = size / 2;
+  ::SetLastError(ERROR_SUCCESS);
+  return TRUE;
+}
+
+TEST_F(CreateNewBitmapTest, WriteOfLessThanAllIsAFailure) {
+  const test::ImportHook hook(__imp_WriteFile, &WriteHalf);
+  ExpectFailureAfterTheIdIsKnown(100, "Failed to write out a new bitmap header to new BitmapId ",
+                                 ERROR_DISK_FULL);
+}
+
+BOOL WINAPI FailToSeek(HANDLE, LARGE_INTEGER, LARGE_INTEGER*, DWORD) {
+  ::SetLastError(ERROR_CRC);
+  return FALSE;
+}
+
+TEST_F(CreateNewBitmapTest, FailureToSeekIsLoggedWithTheOffsetAndTheFileLeft) {
+  const test::ImportHook hook(__imp_SetFilePointerEx, &FailToSeek);
+  ExpectFailureAfterTheIdIsKnown(0xFFFFFFFF - 512,
+                                 "Failed to seek to offset 4294967295 in new BitmapId ", ERROR_CRC);
+}
+
+BOOL WINAPI FailToSetEnd(HANDLE) {
+  ::SetLastError(ERROR_DISK_FULL);
+  return FALSE;
+}
+
+TEST_F(CreateNewBitmapTest, FailureToSetTheEndIsLoggedWithTheOffsetAndTheFileLeft) {
+  const test::ImportHook hook(__imp_SetEndOfFile, &FailToSetEnd);
+  ExpectFailureAfterTheIdIsKnown(100, "Failed to set EOF at offset 612 in new BitmapId ",
+                                 ERROR_DISK_FULL);
+}
+
+// A CBT directory whose path has `length` characters, below the test's own.
+class LongPathTest : public test::LogFixture {
+ protected:
+  ~LongPathTest() override { ShutdownBitmapManager(); }
+
+  void UseCbtDirectoryOfLength(std::size_t length) {
+    const std::size_t around =
+        std::wcslen(LR"(\\?\)") + std::wcslen(LR"(\)") + std::wcslen(LR"(\cbt)");
+    const std::wstring install =
+        directory() / std::wstring(length - around - directory().wstring().size(), L'd');
+    std::filesystem::create_directories(install);
+    cbt_ = test::UseCbtDirectoryOf(install);
+    ASSERT_EQ(cbt_.size(), length);
+  }
+
+  std::wstring cbt_;
+  BitmapId id_ = 77;
+};
+
+TEST_F(LongPathTest, PathOf259CharactersFits) {
+  UseCbtDirectoryOfLength(259 - 79);
+  ASSERT_TRUE(CreateNewBitmap(kVolume, kFile, 3, kBlockSize, 4096, id_));
+  EXPECT_EQ(GetBitmapById(id_)->FileName.size(), 259u);
+}
+
+TEST_F(LongPathTest, PathOf260CharactersIsRefusedBeforeAnythingIsMade) {
+  UseCbtDirectoryOfLength(260 - 79);
+  StartLogging(kBitmapInfoAndErrors);
+  EXPECT_FALSE(CreateNewBitmap(kVolume, kFile, 3, kBlockSize, 4096, id_));
+  EXPECT_EQ(id_, 77u);
+  EXPECT_FALSE(std::filesystem::exists(cbt_));
+  const std::vector<std::string> messages = StopLoggingAndGetMessages();
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_THAT(messages[0], ::testing::MatchesRegex(
+                               "ERROR Failed to create new bitmap file .*00010000: the path has "
+                               "260 characters, more than 259"));
+}
+
+}  // namespace
+}  // namespace zel
