@@ -17,7 +17,8 @@ void LookUp(HMODULE ntdll, const char* name, std::atomic<Function*>& routine) {
 
 }  // namespace
 
-void LookUpNtdllBitmap() {
+void ResolveNtdllBitmap() {
+  if (IsNtdllBitmapResolved()) return;
   const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
   if (ntdll == nullptr) {
     LogMessage(kBitmapError, L"load library failed\n");

@@ -24,13 +24,12 @@ struct NtdllBitmap {
 };
 extern NtdllBitmap ntdllBitmap;
 
-// Looks the routines up. A failure is logged and leaves the next call to try again.
-void LookUpNtdllBitmap();
-
-// The same, once per process.
-inline void ResolveNtdllBitmap() {
-  if (!ntdllBitmap.resolved.load(std::memory_order_acquire)) [[unlikely]]
-    LookUpNtdllBitmap();
+[[nodiscard]] inline bool IsNtdllBitmapResolved() {
+  return ntdllBitmap.resolved.load(std::memory_order_acquire);
 }
+
+// Looks the routines up, once per process. A failure is logged and leaves the next call to try
+// again.
+void ResolveNtdllBitmap();
 
 }  // namespace zel

@@ -15,9 +15,9 @@ struct RtlBitmap {
 
 enum class SetBitsOutcome { kWithin, kClipped, kBeyond };
 
-// Pure: sets the bits of [first, first + count) that lie inside the bitmap. The first byte is
-// always written to, so the bitmap must not be empty. first + count is a 32-bit sum: callers pass
-// no range that wraps.
+// Pure: sets the bits of [first, first + count) that lie inside the bitmap; no byte outside of it
+// is touched. The outcome follows the 32-bit sum, which a range that wraps passes: callers pass
+// none.
 SetBitsOutcome SetBitsInRange(const RtlBitmap& bitmap, std::uint32_t first, std::uint32_t count);
 
 // SetBitsInRange with the system's trace lines (Bitmap/Trace).

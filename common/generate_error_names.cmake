@@ -9,6 +9,7 @@
 cmake_minimum_required(VERSION 3.25)
 
 file(READ "${HEADER}" header)
+string(PREPEND header "\n")  # every line now follows a line end
 set(define "\n[ \t]*#[ \t]*define[ \t]+")
 string(REGEX MATCHALL "${define}ERROR_[A-Za-z0-9_]+[ \t]+(__MSABI_LONG\\()?[0-9]+[L)]"
        errors "${header}")

@@ -9,7 +9,10 @@ set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export WINEPREFIX=${ZEL_WINEPREFIX:-$root/build/wine/tests}
-export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+# Without winedbg a program that crashes always ends with its exception code; with it, some crashes
+# end with 0 and would count as a test that passed.
+export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all}
+export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d"
 unset DISPLAY WAYLAND_DISPLAY
 
 make_prefix() {

@@ -12,6 +12,7 @@
 #include "tests/integration/support/temp_directory.h"
 
 extern "C" {
+extern void* __imp_FindFirstFileW;
 extern void* __imp_FindNextFileW;
 }
 
@@ -42,6 +43,23 @@ TEST(DirectoryListingTest, BackslashAtTheEndMakesNoDifference) {
   test::WriteFileBytes(directory.path() / L"file", "");
   EXPECT_THAT(NamesIn(directory.path().wstring() + L"\\"), ElementsAre(L"file"));
   EXPECT_THAT(NamesIn(L"\\\\?\\" + directory.path().wstring() + L"\\"), ElementsAre(L"file"));
+}
+
+// A volume's root has no "." and "..": the search begins with an entry.
+HANDLE WINAPI FindBehindDots(const wchar_t* pattern, WIN32_FIND_DATAW* entry) {
+  const HANDLE find =
+      ::FindFirstFileExW(pattern, FindExInfoStandard, entry, FindExSearchNameMatch, nullptr, 0);
+  while (entry->cFileName[0] == L'.' && ::FindNextFileW(find, entry)) {
+  }
+  return find;
+}
+
+TEST(DirectoryListingTest, RootThatBeginsWithAnEntryLosesNone) {
+  const test::TempDirectory directory;
+  test::WriteFileBytes(directory.path() / L"first", "");
+  test::WriteFileBytes(directory.path() / L"second", "");
+  const test::ImportHook hook(__imp_FindFirstFileW, &FindBehindDots);
+  EXPECT_THAT(NamesIn(directory.path()), UnorderedElementsAre(L"first", L"second"));
 }
 
 TEST(DirectoryListingTest, TellsAnEntrysAttributes) {

@@ -3,7 +3,13 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cstdarg>
 #include <string>
+#include <string_view>
+
+#include "tests/integration/support/import_hook.h"
+
+extern "C" void* __imp_FormatMessageA;
 
 namespace zel {
 namespace {
@@ -56,12 +62,26 @@ TEST(ErrorInfoTest, CodeWithoutMessageAndNameIsUnknown) {
   EXPECT_STREQ(ErrorInfo(65000).text(), "Unknown error code [65000]");
 }
 
+int messages_asked_for = 0;
+
+DWORD WINAPI CountAndFail(DWORD, const void*, DWORD, DWORD language, char*, DWORD size, va_list*) {
+  ++messages_asked_for;
+  EXPECT_EQ(language, 1033u);
+  EXPECT_EQ(size, 1024u);
+  ::SetLastError(ERROR_CRC);
+  return 0;
+}
+
 TEST(ErrorInfoTest, TextIsComputedOnceAndLeavesTheLastError) {
-  const ErrorInfo error(65000);
+  const test::ImportHook hook(__imp_FormatMessageA, &CountAndFail);
+  messages_asked_for = 0;
+  const ErrorInfo error(ERROR_ACCESS_DENIED);
+  EXPECT_EQ(messages_asked_for, 0);
   ::SetLastError(1234);
-  const char* const first = error.text();
+  EXPECT_STREQ(error.text(), "Unknown error code [ERROR_ACCESS_DENIED]");
+  EXPECT_STREQ(error.text(), "Unknown error code [ERROR_ACCESS_DENIED]");
+  EXPECT_EQ(messages_asked_for, 1);
   EXPECT_EQ(::GetLastError(), 1234u);
-  EXPECT_EQ(error.text(), first);
 }
 
 }  // namespace

@@ -20,18 +20,28 @@ using testing::ElementsAre;
 
 class LogMessageTest : public test::LogFixture {};
 
+// Calls of the hooked function by the thread that counts; the log's own threads are not counted.
 std::atomic<int> calls{0};
+std::atomic<DWORD> counting_thread{0};
+
+void CountFromHere() {
+  counting_thread = ::GetCurrentThreadId();
+  calls = 0;
+}
+
+void Count() {
+  if (counting_thread == ::GetCurrentThreadId()) ++calls;
+}
+
+decltype(&::EnterCriticalSection) real_enter = nullptr;
 
 void WINAPI CountEnter(CRITICAL_SECTION* section) {
-  ++calls;
-  static const auto real =
-      reinterpret_cast<decltype(&::EnterCriticalSection)>(reinterpret_cast<void*>(
-          ::GetProcAddress(::GetModuleHandleW(L"kernel32"), "EnterCriticalSection")));
-  real(section);
+  Count();
+  real_enter(section);
 }
 
 void* CountMalloc(std::size_t size) {
-  ++calls;
+  Count();
   return std::calloc(1, size);
 }
 
@@ -115,8 +125,9 @@ TEST_F(LogMessageTest, LastErrorIsKeptWhetherTheSelectorIsOnOrOff) {
 
 TEST_F(LogMessageTest, DisabledSelectorTakesNoLockAndAnEnabledOneTakesIt) {
   StartLogging("zelservicelog=info\n");
+  real_enter = reinterpret_cast<decltype(real_enter)>(__imp_EnterCriticalSection);
   const test::ImportHook hook(__imp_EnterCriticalSection, &CountEnter);
-  calls = 0;
+  CountFromHere();
   LogMessage(kGeneralDebug, L"off %u\n", 1u);
   EXPECT_EQ(calls, 0);
   LogMessage(kGeneralInfo, L"on %u\n", 1u);
@@ -128,7 +139,7 @@ TEST_F(LogMessageTest, EnabledCallAllocatesNothing) {
   const std::wstring path(32'767, L'p');
   LogMessage(kGeneralInfo, L"the stream has its buffer now\n");
   const test::ImportHook hook(__imp_malloc, &CountMalloc);
-  calls = 0;
+  CountFromHere();
   LogMessage(kGeneralInfo, L"%hs %u %s\n", "narrow", 1u, path.c_str());
   EXPECT_EQ(calls, 0);
   ::operator delete(::operator new(100));

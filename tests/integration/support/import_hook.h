@@ -20,6 +20,9 @@ class ImportHook {
   ImportHook(const ImportHook&) = delete;
   ImportHook& operator=(const ImportHook&) = delete;
 
+  // The imported function itself.
+  [[nodiscard]] void* original() const { return original_; }
+
  private:
   void Set(void* function) {
     DWORD protection = 0;

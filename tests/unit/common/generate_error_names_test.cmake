@@ -33,12 +33,14 @@ expect([[
 /*#define ERROR_COMMENTED_OUT __MSABI_LONG(13884)*/
 #define ERROR_AUDITING_DISABLED _HRESULT_TYPEDEF_(0xC0090001)
 #define WSABASEERR 10000
+#define WSA_BELOW_THE_RANGE (WSABASEERR + 3)
 #define WSAEBADF (WSABASEERR + 9)
 #define WSAEREFUSED		(WSABASEERR + 112 )
 #define WSAHOST_NOT_FOUND (WSABASEERR + 1001)
 ]] "${expected}")
 
 expect([[
+#define ERROR_HEXADECIMAL                0x10L
 #define NO_ERROR 0L                                                 // dderror
 #define ERROR_SUCCESS                    0L
 //
@@ -49,8 +51,8 @@ expect([[
 #define ERROR_NOT_ALL_ASSIGNED           1300L
 #define ERROR_API_UNAVAILABLE            15841L
 #define ERROR_FLT_IO_COMPLETE            _HRESULT_TYPEDEF_(0x001F0001L)
-#define ERROR_HEXADECIMAL                0x10L
 #define WSABASEERR 10000
+#define WSA_IO_PENDING                   997L
 #define WSAEBADF                         10009L
 #define WSAEREFUSED                      10112L
 #define WSAHOST_NOT_FOUND                11001L

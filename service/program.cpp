@@ -1,0 +1,80 @@
+#include "service/program.h"
+
+#include <windows.h>
+
+#include <string>
+
+#include "common/error_info.h"
+#include "common/identity.h"
+#include "common/service_status.h"
+#include "logging/log_message.h"
+#include "logging/logging.h"
+#include "service/console_control.h"
+#include "service/install.h"
+#include "service/log_file_lookup.h"
+#include "service/service_main.h"
+#include "service/service_names.h"
+#include "service/service_start.h"
+
+namespace zel {
+
+namespace {
+
+// Only the service mode sets the log up; in the other modes every line is dropped.
+void LogUsage() {
+  LogMessage(kGeneralInfo, L"%s -install          to install the service\n", kServiceName);
+  LogMessage(kGeneralInfo, L"%s -remove           to remove the service\n", kServiceName);
+  LogMessage(kGeneralInfo, L"%s -debug <params>   to run as a console app for debugging\n",
+             kServiceName);
+}
+
+// Has the CBT directory's path computed, which can take long, before any thread waits for it.
+void InitCbtDirectory() {
+  static_cast<void>(GetCbtDirectory());
+}
+
+void RunInConsole(Arguments arguments) {
+  InitCbtDirectory();
+  DebugMode = true;
+  LogMessage(kGeneralInfo, L"Debugging %s\n", kServiceName);
+  ::SetConsoleCtrlHandler(ConsoleCtrlHandler, TRUE);
+  const std::uint32_t result = ZelServiceStart(arguments);
+  if (result != 0) LogMessage(kGeneralError, L"ZelServiceStart failed %d\n", result);
+  // The console's thread may still be stopping what came up.
+  WaitForRunningStops();
+}
+
+void RunUnderServiceManager(Arguments arguments) {
+  InitCbtDirectory();
+  wchar_t log_path[MAX_PATH];
+  GetLogFilePath(arguments.empty() ? L"" : arguments[0], log_path);
+  InitLogging(log_path);
+  std::wstring service_name = kServiceName;
+  const SERVICE_TABLE_ENTRYW services[] = {{service_name.data(), VelmoraServiceMain},
+                                           {nullptr, nullptr}};
+  if (::StartServiceCtrlDispatcherW(services)) {
+    WaitForServiceMainEnd();
+    return;
+  }
+  LogMessage(kGeneralError, L"StartServiceCtrlDispatcher failed: %hs\n", ErrorInfo().text());
+  ShutdownLogging();
+}
+
+}  // namespace
+
+void RunProgram(Arguments arguments) {
+  switch (SelectMode(arguments)) {
+    case ProgramMode::kInstall:
+      return InstallService();
+    case ProgramMode::kRemove:
+      return RemoveService();
+    case ProgramMode::kDebug:
+      return RunInConsole(arguments);
+    case ProgramMode::kUsage:
+      return LogUsage();
+    case ProgramMode::kService:
+      return RunUnderServiceManager(arguments);
+  }
+}
+
+}  // namespace zel

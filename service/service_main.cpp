@@ -1,0 +1,56 @@
+#include "service/service_main.h"
+
+#include "common/error_info.h"
+#include "common/service_status.h"
+#include "logging/log_message.h"
+#include "logging/logging.h"
+#include "service/service_names.h"
+#include "service/service_start.h"
+#include "win32/process_event.h"
+
+namespace zel {
+
+namespace {
+
+constexpr std::uint32_t kStartWaitHintMs = 3000;
+
+// Clear from the service main's first act to its last.
+ProcessEvent serviceMainEndedEvent(ProcessEvent::Initially::kSet);
+
+void RunService(Arguments arguments) {
+  const SERVICE_STATUS_HANDLE handle =
+      ::RegisterServiceCtrlHandlerW(kServiceName, ServiceCtrlHandler);
+  if (handle == nullptr) {
+    LogMessage(kGeneralError,
+               L"VelmoraServiceMain call to RegisterServiceCtrlHandler failed: %hs\n",
+               ErrorInfo().text());
+    return;
+  }
+  SetServiceStatusHandle(handle);
+  ReportServiceStatus(SERVICE_START_PENDING, 0, kStartWaitHintMs);
+  LogMessage(kGeneralInfo, L"Service started\n");
+  const std::uint32_t result = ZelServiceStart(arguments);
+  // A start that failed keeps the service start-pending until a stop control arrives.
+  WaitForServiceStopped();
+  ReportServiceStatus(SERVICE_STOPPED, result, 0);
+  LogMessage(kGeneralInfo, L"Service stopped\n");
+  ShutdownLogging();
+}
+
+}  // namespace
+
+void WINAPI VelmoraServiceMain(DWORD argument_count, LPWSTR* arguments) {
+  serviceMainEndedEvent.Clear();
+  RunService(Arguments(arguments, argument_count));
+  serviceMainEndedEvent.Set();
+}
+
+void WINAPI ServiceCtrlHandler(DWORD control) {
+  if (control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_SHUTDOWN) StopService();
+}
+
+void WaitForServiceMainEnd() {
+  serviceMainEndedEvent.Wait();
+}
+
+}  // namespace zel

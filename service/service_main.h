@@ -1,0 +1,20 @@
+// The service as the service control manager calls it.
+#pragma once
+
+#include <windows.h>
+
+namespace zel {
+
+// The entry given to the dispatcher, which runs it on a thread of its own. Reports the service's
+// states, runs ZelServiceStart, and takes the log down at its end.
+void WINAPI VelmoraServiceMain(DWORD argument_count, LPWSTR* arguments);
+
+// Stops the service on SERVICE_CONTROL_STOP and SERVICE_CONTROL_SHUTDOWN, blocking while it stops;
+// ignores every other control. The dispatcher's thread calls it.
+void WINAPI ServiceCtrlHandler(DWORD control);
+
+// Returns when VelmoraServiceMain has run to its end; at once when it was never entered. The
+// dispatcher returns as soon as the stopped state is reported, while the log is still being closed.
+void WaitForServiceMainEnd();
+
+}  // namespace zel

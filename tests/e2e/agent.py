@@ -1,0 +1,81 @@
+"""An installation of the product in a Wine prefix."""
+
+import re
+import shutil
+
+from wine import BIN, wait_until
+
+SERVICE = "ZelService"
+DISPLAY_NAME = "Velmora Activity Monitoring Service"
+DRIVER_SERVICE = "VelmoraActivityMonitor"
+SERVICES_KEY = "HKLM\\SYSTEM\\CurrentControlSet\\Services"
+AGENT_KEY = "HKLM\\Software\\Velmora Inc\\DruAgent"
+
+LOG_LINE = re.compile(
+    rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} (TRACE|DEBUG|INFO |WARN |ERROR) \[\d+\] ([^\r\n]*)")
+
+
+def parse_log(log_bytes):
+    """The lines as "LEVEL message"; every line must have the layout and end in CR LF."""
+    assert log_bytes == b"" or log_bytes.endswith(b"\r\n")
+    lines = []
+    for line in log_bytes.split(b"\r\n")[:-1]:
+        fields = LOG_LINE.fullmatch(line)
+        assert fields, f"not a log line: {line!r}"
+        lines.append((fields[1].strip() + b" " + fields[2]).decode())
+    return lines
+
+
+class Agent:
+    """The product in `directory`, which the registry names as the install directory."""
+
+    def __init__(self, wine, directory):
+        self.wine = wine
+        self.directory = directory
+        self.program = directory + "\\zelservice.exe"
+        self.log_path = wine.path(directory) / "log" / "zelservice.log"
+
+    def lay_out(self):
+        home = self.wine.path(self.directory)
+        shutil.rmtree(home, ignore_errors=True)
+        (home / "log").mkdir(parents=True)
+        (home / "config").mkdir()
+        (home / "config" / "plexor.conf").write_text("zelservicelog = info\n")
+        shutil.copy(BIN / "zelservice.exe", home)
+        self.wine.reg_add(AGENT_KEY, "InstallDirectory", "REG_SZ", self.directory)
+
+    def run(self, *arguments):
+        """Runs the program to its end. Its exit code is 0 and it prints nothing, whatever happens."""
+        ended = self.wine.run(self.program, *arguments)
+        assert (ended.returncode, ended.stdout) == (0, "")
+
+    def start(self):
+        answer = self.wine.sc("start", SERVICE)
+        assert answer.returncode == 0, answer.stdout
+        wait_until(lambda: self.state() == "RUNNING", "the service runs")
+
+    def stop(self):
+        answer = self.wine.sc("stop", SERVICE)
+        assert answer.returncode == 0, answer.stdout
+        wait_until(lambda: self.state() == "STOPPED", "the service has stopped")
+        self.wait_for_end()
+
+    def wait_for_end(self):
+        wait_until(lambda: not self.processes(), "the process has ended")
+
+    def state(self):
+        return self.wine.service_state(SERVICE)
+
+    def processes(self):
+        return self.wine.processes(self.program)
+
+    def log(self):
+        return parse_log(self.log_path.read_bytes())
+
+    def remove_all(self):
+        """Takes every trace of a test out of the service control manager."""
+        if self.state() == "RUNNING":
+            self.stop()
+        for service in (SERVICE, DRIVER_SERVICE):
+            self.wine.sc("delete", service)
+            self.wine.reg_delete(f"{SERVICES_KEY}\\{service}")

@@ -1,0 +1,67 @@
+// Runs a program in a console of its own and presses Ctrl+C there until the program ends.
+//
+//   console_interrupt DELAY_MS PROGRAM [ARGUMENT...]
+//
+// The first Ctrl+C comes after DELAY_MS, the next ones every 100 ms. Prints "ended early"
+// (before any Ctrl+C), "interrupted" or "still running" (after 10 s), and the program's exit code
+// in hexadecimal.
+#include <windows.h>
+
+#include <cstdio>
+#include <cwchar>
+#include <string>
+
+namespace {
+
+constexpr DWORD kRepeatMs = 100;
+constexpr int kRepeats = 100;
+
+// Every process of the console gets the event, this one included.
+BOOL WINAPI Ignore(DWORD) {
+  return TRUE;
+}
+
+int Fail(const char* step) {
+  std::printf("%s failed: %lu\n", step, ::GetLastError());
+  return 1;
+}
+
+std::wstring QuotedCommandLine(int count, wchar_t** arguments) {
+  std::wstring line;
+  for (int i = 0; i < count; ++i) line += L"\"" + std::wstring(arguments[i]) + L"\" ";
+  return line;
+}
+
+const char* InterruptUntilEnd(HANDLE process, DWORD delay_ms) {
+  if (::WaitForSingleObject(process, delay_ms) == WAIT_OBJECT_0) return "ended early";
+  for (int i = 0; i < kRepeats; ++i) {
+    ::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
+    if (::WaitForSingleObject(process, kRepeatMs) == WAIT_OBJECT_0) return "interrupted";
+  }
+  ::TerminateProcess(process, 1);
+  return "still running";
+}
+
+}  // namespace
+
+int wmain(int argument_count, wchar_t** arguments) {
+  if (argument_count < 3) return Fail("reading the arguments");
+  ::FreeConsole();
+  if (!::AllocConsole()) return Fail("AllocConsole");
+
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION program;
+  std::wstring command_line = QuotedCommandLine(argument_count - 2, arguments + 2);
+  if (!::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                        &startup, &program)) {
+    return Fail("CreateProcess");
+  }
+  ::SetConsoleCtrlHandler(Ignore, TRUE);
+  const char* const outcome = InterruptUntilEnd(
+      program.hProcess, static_cast<DWORD>(std::wcstoul(arguments[1], nullptr, 10)));
+  DWORD exit_code = 0;
+  ::GetExitCodeProcess(program.hProcess, &exit_code);
+  std::printf("%s %08lx\n", outcome, exit_code);
+  return 0;
+}

@@ -1,0 +1,76 @@
+// What the modes log, with the log that only the service mode has set up by itself.
+#include "service/program.h"
+
+#include <atomic>
+#include <cstring>
+#include <future>
+#include <vector>
+
+#include "common/service_status.h"
+#include "service/console_control.h"
+#include "tests/integration/support/import_hook.h"
+#include "tests/integration/support/log_fixture.h"
+#include "tests/integration/support/poll.h"
+
+extern "C" {
+extern void* __imp_RegGetValueW;
+extern void* __imp_SetConsoleCtrlHandler;
+}
+
+namespace zel {
+namespace {
+
+using ::testing::ElementsAre;
+
+// Every install directory is C:\agent.
+LSTATUS WINAPI AnswerInstallDirectory(HKEY, LPCWSTR, LPCWSTR, DWORD, LPDWORD, PVOID data,
+                                      LPDWORD size) {
+  constexpr wchar_t kDirectory[] = L"C:\\agent";
+  std::memcpy(data, kDirectory, sizeof kDirectory);
+  *size = sizeof kDirectory;
+  return ERROR_SUCCESS;
+}
+
+std::atomic<PHANDLER_ROUTINE> installed_handler{nullptr};
+
+BOOL WINAPI RecordHandler(PHANDLER_ROUTINE handler, BOOL add) {
+  if (add) installed_handler = handler;
+  return TRUE;
+}
+
+class ProgramTest : public test::LogFixture {
+ protected:
+  static void Run(std::vector<const wchar_t*> arguments) { RunProgram(arguments); }
+
+  test::ImportHook registry_hook_{__imp_RegGetValueW, &AnswerInstallDirectory};
+};
+
+TEST_F(ProgramTest, UnknownSwitchExplainsTheOthers) {
+  StartLogging();
+  Run({L"zelservice", L"-x"});
+  EXPECT_THAT(
+      StopLoggingAndGetMessages(),
+      ElementsAre("INFO  ZelService -install          to install the service",
+                  "INFO  ZelService -remove           to remove the service",
+                  "INFO  ZelService -debug <params>   to run as a console app for debugging"));
+}
+
+TEST_F(ProgramTest, DebugModeRunsUntilItsConsoleHandlerStopsIt) {
+  const test::ImportHook hook(__imp_SetConsoleCtrlHandler, &RecordHandler);
+  StartLogging();
+  auto program = std::async(std::launch::async, [] {
+    Run({L"zelservice", L"-debug", L"/nodriver"});
+  });
+  ASSERT_TRUE(test::PollUntil([] { return installed_handler.load() != nullptr; }));
+  EXPECT_EQ(installed_handler.load(), &ConsoleCtrlHandler);
+  EXPECT_TRUE(DebugMode);
+  installed_handler.load()(CTRL_C_EVENT);
+  program.get();
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              testing::UnorderedElementsAre("INFO  Debugging ZelService",
+                                            "INFO  service running in driver ignore mode",
+                                            "INFO  Stopping Velmora Activity Monitoring Service"));
+}
+
+}  // namespace
+}  // namespace zel

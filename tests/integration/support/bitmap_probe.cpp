@@ -1,0 +1,61 @@
+// The other process of the bitmap tests: works on the bitmap file that it is told.
+//
+//   bitmap_probe unload PATH         loads the bitmap, marks it, sets a bit, unloads it; each step
+//                                    begins with a line on standard output
+//   bitmap_probe hold PATH EVENT     loads it, sets every third bit and every bit of [1000, 3000),
+//                                    sets the named event and waits to be terminated
+#include <windows.h>
+
+#include <cstdio>
+#include <string_view>
+
+#include "tests/integration/support/bitmap_file.h"
+#include "win32/handles.h"
+
+namespace zel::test {
+namespace {
+
+void Say(const char* step) {
+  std::puts(step);
+  std::fflush(stdout);
+}
+
+int Unload(BitmapRecord& record) {
+  Say("load");
+  const LockGuard guard(bitmapCacheLock);
+  if (!LoadBitmap(record)) return 1;
+  Say("mark");
+  MarkDistrusted(*record.Data, &BitmapHeader::SizeChanged);
+  Say("mark again");
+  MarkDistrusted(*record.Data, &BitmapHeader::SizeChanged);
+  Say("set");
+  ZelSetBits(&record.Data->BitmapHeader, 1, 1);
+  Say("unload");
+  UnloadBitmap(record);
+  Say("end");
+  return 0;
+}
+
+int Hold(BitmapRecord& record, const wchar_t* event_name) {
+  const LockGuard guard(bitmapCacheLock);
+  if (!LoadBitmap(record)) return 1;
+  const RtlBitmap* const bitmap = &record.Data->BitmapHeader;
+  for (std::uint32_t bit = 0; bit < bitmap->SizeOfBitMap; bit += 3) ZelSetBits(bitmap, bit, 1);
+  ZelSetBits(bitmap, 1000, 2000);
+  const UniqueEvent event(::OpenEventW(EVENT_MODIFY_STATE, FALSE, event_name));
+  if (!event || !::SetEvent(event.get())) return 1;
+  ::WaitForSingleObject(::GetCurrentProcess(), INFINITE);
+  return 1;
+}
+
+}  // namespace
+}  // namespace zel::test
+
+int wmain(int count, wchar_t** arguments) {
+  if (count < 3) return 2;
+  const std::wstring_view task = arguments[1];
+  zel::BitmapRecord record = zel::test::MakeRecord(arguments[2]);
+  if (task == L"unload" && count == 3) return zel::test::Unload(record);
+  if (task == L"hold" && count == 4) return zel::test::Hold(record, arguments[3]);
+  return 2;
+}
