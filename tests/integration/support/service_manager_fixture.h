@@ -88,8 +88,13 @@ class ServiceManagerFixture : public LogFixture {
 
   void RemoveOwn() const {
     for (const wchar_t* name : {kServiceName, kDriverServiceName}) {
-      const UniqueServiceHandle service = Open(name);
-      if (service && IsOwn(service.get())) Remove(service.get());
+      {
+        const UniqueServiceHandle service = Open(name);
+        if (!service || !IsOwn(service.get())) continue;
+        Remove(service.get());
+      }
+      // A deleted service stands until its process has ended and every handle is closed.
+      EXPECT_TRUE(PollUntil([&] { return !Exists(name); }));
     }
   }
 
@@ -98,7 +103,7 @@ class ServiceManagerFixture : public LogFixture {
     if (::ControlService(service, SERVICE_CONTROL_STOP, &status)) {
       EXPECT_TRUE(WaitForState(service, SERVICE_STOPPED));
     }
-    EXPECT_TRUE(::DeleteService(service)) << ::GetLastError();
+    if (!::DeleteService(service)) EXPECT_EQ(::GetLastError(), ERROR_SERVICE_MARKED_FOR_DELETE);
   }
 
   UniqueServiceHandle manager_{::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)};

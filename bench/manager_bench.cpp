@@ -1,0 +1,272 @@
+// The bitmap manager: lookups with few and many known files, the heap that they take, the memory of
+// a known bitmap, and the scan at start.
+//
+//   manager_bench                         everything
+//   manager_bench scan INSTALL_DIRECTORY  one scan at start, for a fresh process; the exit code is
+//                                         its time in units of 100 us
+#include <process.h>
+#include <windows.h>
+
+#include <filesystem>
+#include <numeric>
+#include <random>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "bench/bench.h"
+#include "bench/counting_new.h"
+#include "bitmap/bitmap_manager.h"
+#include "bitmap/bitmap_name.h"
+#include "bitmap/new_bitmap.h"
+#include "common/directory_listing.h"
+#include "common/identity.h"
+#include "tests/integration/support/cbt_directory.h"
+#include "tests/integration/support/temp_directory.h"
+
+extern "C" {
+extern void* __imp_FlushFileBuffers;
+}
+
+namespace zel::bench {
+namespace {
+
+constexpr VolumeGuid kVolume = {0x01234567, 0x89AB, 0xCDEF, {1, 2, 3, 4, 5, 6, 7, 8}};
+constexpr FileTime kCreated = 0x01D2A3B4C5D6E7F8;
+constexpr std::uint32_t kBlockSize = 0x10000;
+constexpr std::uint32_t kBitmapBytes = 64;
+constexpr int kCalls = 1'000'000;
+
+std::wstring DirectoryOf(FileId file) {
+  return GetCbtDirectory() + L'\\' + GuidToString(kVolume) + L'\\' + FormatFileIdDirectory(file);
+}
+
+// Writes an empty bitmap and returns its path.
+std::wstring WriteBitmap(FileId file, FileTime created = kCreated) {
+  const NewBitmapBytes bytes =
+      ComposeNewBitmapBytes({.volume_guid = kVolume,
+                             .file_id = file,
+                             .creation_time = created,
+                             .bitmap_size = kBitmapBytes,
+                             .block_size = kBlockSize,
+                             .file_size = kBitmapBytes * 8ull * kBlockSize},
+                            0);
+  std::string file_bytes(reinterpret_cast<const char*>(&bytes), sizeof bytes);
+  file_bytes.resize(NewBitmapLength(kBitmapBytes));
+  const std::wstring path = DirectoryOf(file) + L'\\' + FormatBitmapName(created, kBlockSize);
+  test::WriteFileBytes(path, file_bytes);
+  return path;
+}
+
+void AddRealBitmap(FileId file, FileTime created = kCreated) {
+  const std::wstring path = WriteBitmap(file, created);
+  BitmapId id = 0;
+  if (GetFileIdAndSize(path.c_str(), &id, nullptr) != ERROR_SUCCESS) std::abort();
+  AddBitmap(kVolume, file, id, path, NewBitmapLength(kBitmapBytes));
+}
+
+bool Load(FileId file) {
+  return !FindBitmapsForFile(kVolume, file).empty();
+}
+
+// Nanoseconds of a lookup and its release, over `files` in turn.
+double LookupNanoseconds(const std::vector<FileId>& files) {
+  const double seconds = BestSeconds(5, [&] {
+    std::size_t next = 0;
+    for (int call = 0; call < kCalls; ++call) {
+      (void)FindBitmapsForFile(kVolume, files[next]);
+      if (++next == files.size()) next = 0;
+    }
+  });
+  return seconds / kCalls * 1e9;
+}
+
+constexpr FileId kKnown = 100'000;
+
+// Known but not loaded: nothing needs to be on disk.
+void AddUnloadedBitmap(FileId file) {
+  AddBitmap(kVolume, file, file, DirectoryOf(file) + L'\\' + FormatBitmapName(kCreated, kBlockSize),
+            NewBitmapLength(kBitmapBytes));
+}
+
+// Adds the files and tells the heap bytes that each takes besides its path.
+bool MemoryOfKnown(std::span<const FileId> files) {
+  const std::size_t path_chars = DirectoryOf(0).size() + 1 + kBitmapNameLength;
+  const std::int64_t before = heap_bytes;
+  for (const FileId file : files) AddUnloadedBitmap(file);
+  const double each = static_cast<double>(heap_bytes - before) / static_cast<double>(files.size());
+  return Report("heap of a known bitmap besides its path",
+                each - static_cast<double>((path_chars + 1) * sizeof(wchar_t)), 512, "bytes",
+                Bound::kAtMost, 1.0);
+}
+
+// Adds and loads until the machine refuses: it limits handles, and views to 65,530 on Linux.
+void LoadMore(std::span<const FileId> files, std::vector<FileId>& loaded) {
+  bool machine_allows = true;
+  for (const FileId file : files) {
+    if (!machine_allows) {
+      AddUnloadedBitmap(file);
+      continue;
+    }
+    AddRealBitmap(file);
+    machine_allows = Load(file);
+    if (machine_allows) loaded.push_back(file);
+  }
+}
+
+// Nanoseconds of a memory access that waits for the one before, anywhere among as many objects as
+// there are known files.
+double AccessNanoseconds(std::mt19937_64& random) {
+  struct Object {
+    std::size_t next;
+    char rest[504];
+  };
+  std::vector<std::size_t> order(kKnown);
+  std::iota(order.begin(), order.end(), 0);
+  std::ranges::shuffle(order, random);
+  std::vector<Object> objects(kKnown);
+  for (std::size_t i = 0; i < kKnown; ++i) objects[order[i]].next = order[(i + 1) % kKnown];
+  volatile std::size_t at = 0;
+  return BestSeconds(5,
+                     [&] {
+                       for (int step = 0; step < kCalls; ++step) at = objects[at].next;
+                     }) /
+         kCalls * 1e9;
+}
+
+// Nanoseconds of a lookup by id over all bitmaps of `files`.
+double LookupByIdNanoseconds(const std::vector<FileId>& files) {
+  std::vector<BitmapId> ids;
+  for (const FileId file : files) ids.push_back(FindBitmapsForFile(kVolume, file)[0]->BitmapId);
+  return BestSeconds(5,
+                     [&] {
+                       for (const BitmapId id : ids) (void)GetBitmapById(id);
+                     }) /
+         static_cast<double>(ids.size()) * 1e9;
+}
+
+bool Lookups() {
+  std::vector<FileId> files(kKnown);
+  for (FileId i = 0; i < kKnown; ++i) files[i] = 0x0001000000000000 + i * 37;
+  std::mt19937_64 random(1);
+  std::ranges::shuffle(files, random);
+  const std::span<const FileId> all = files;
+
+  std::vector<FileId> loaded;
+  LoadMore(all.first(1), loaded);
+  const double one = LookupNanoseconds(loaded);
+  LoadMore(all.subspan(1, 999), loaded);
+  const double thousand = LookupNanoseconds(loaded);
+  constexpr FileId kUnloaded = 79'000;
+  bool kept = MemoryOfKnown(all.subspan(1000, kUnloaded));
+  LoadMore(all.subspan(1000 + kUnloaded), loaded);
+  std::ranges::shuffle(loaded, random);
+  const double many = LookupNanoseconds(loaded);
+  std::printf("(of 100,000 known files %zu have a loaded bitmap and are looked up at random)\n",
+              loaded.size());
+  const double by_id = LookupByIdNanoseconds(loaded);
+  const double access = AccessNanoseconds(random);
+  kept = Report("lookup, 1,000 files known", thousand, one, "ns", Bound::kAtMost, 3.0) && kept;
+  kept = Report("lookup, 100,000 files known", many, one, "ns", Bound::kAtMost, 3.0) && kept;
+  kept = Report("the same, in memory accesses", many, access, "ns", Bound::kAtMost, 12.0) && kept;
+  return Report("lookup by id against one by file", by_id, many, "ns", Bound::kAtMost, 5.0) && kept;
+}
+
+bool HeapOfLookups() {
+  constexpr FileId kFile = 1;
+  bool kept = true;
+  for (FileTime bitmaps = 1; bitmaps <= 4; ++bitmaps) {
+    AddRealBitmap(kFile, kCreated + bitmaps);
+    if (FindBitmapsForFile(kVolume, kFile).size() != bitmaps) std::abort();
+    const std::int64_t before = heap_allocations;
+    for (int call = 0; call < 1000; ++call) (void)FindBitmapsForFile(kVolume, kFile);
+    const auto made = static_cast<double>(heap_allocations - before);
+    const std::string name = "heap allocations, lookups of " + std::to_string(bitmaps) + " bitmaps";
+    kept = Report(name.c_str(), made, 1000, "", Bound::kAtMost, 0.0) && kept;
+  }
+  return kept;
+}
+
+constexpr FileId kScannedFiles = 10'000;  // with two bitmaps each
+
+// What a scan cannot do without: every directory listed, every file opened for its index.
+std::uint64_t EnumerateBare(const std::wstring& directory) {
+  std::uint64_t sum = 0;
+  DirectoryListing listing(directory);
+  while (const WIN32_FIND_DATAW* entry = listing.Next()) {
+    const std::wstring path = directory + L'\\' + entry->cFileName;
+    FileId id = 0;
+    if ((entry->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+      id = EnumerateBare(path);
+    } else if (GetFileIdAndSize(path.c_str(), &id, nullptr) != ERROR_SUCCESS) {
+      std::abort();
+    }
+    sum += id;
+  }
+  return sum;
+}
+
+constexpr double kScanUnitSeconds = 100e-6;
+
+// The scan in a process of its own, whose exit code is the time.
+double ScanSeconds(const std::wstring& install_directory) {
+  wchar_t program[MAX_PATH];
+  ::GetModuleFileNameW(nullptr, program, MAX_PATH);
+  const std::wstring quoted = L'"' + install_directory + L'"';
+  return static_cast<double>(
+             ::_wspawnl(_P_WAIT, program, L"manager_bench", L"scan", quoted.c_str(), nullptr)) *
+         kScanUnitSeconds;
+}
+
+int ScanAndExit() {
+  const double seconds = BestSeconds(1, InitBitmapManager);
+  std::size_t found = 0;
+  for (const auto& [file, infos] : ListAllBitmaps()) found += infos.size();
+  if (found != 2 * kScannedFiles) std::abort();
+  ShutdownBitmapManager();
+  return static_cast<int>(seconds / kScanUnitSeconds);
+}
+
+bool ScanAtStart(const std::wstring& install_directory) {
+  for (FileId file = 1; file <= kScannedFiles; ++file) {
+    WriteBitmap(file);
+    WriteBitmap(file, kCreated + 1);
+  }
+  double scan = std::numeric_limits<double>::max();
+  double bare = scan;
+  for (int round = 0; round < 3; ++round) {
+    bare = std::min(bare, BestSeconds(1, [] { (void)EnumerateBare(GetCbtDirectory()); }));
+    scan = std::min(scan, ScanSeconds(install_directory));
+  }
+  return Report("scan of 20,000 files at start", scan * 1e3, bare * 1e3, "ms", Bound::kAtMost, 1.3);
+}
+
+BOOL WINAPI DoNotFlush(HANDLE) {
+  return TRUE;
+}
+
+bool RunAll() {
+  const test::ImportHook hook(__imp_FlushFileBuffers,
+                              &DoNotFlush);  // loads thousands; not measured
+  const test::TempDirectory directory;
+  const std::wstring install_directory = directory.path().wstring();
+  test::UseCbtDirectoryOf(install_directory);
+  bool kept = ScanAtStart(install_directory);
+  std::filesystem::remove_all(GetCbtDirectory());
+  kept = HeapOfLookups() && kept;
+  kept = Lookups() && kept;
+  ShutdownBitmapManager();
+  return kept;
+}
+
+}  // namespace
+}  // namespace zel::bench
+
+int wmain(int count, wchar_t** arguments) {
+  if (count == 3 && std::wstring_view(arguments[1]) == L"scan") {
+    const std::wstring install_directory = arguments[2];
+    zel::test::UseCbtDirectoryOf(install_directory);
+    return zel::bench::ScanAndExit();
+  }
+  return zel::bench::RunAll() ? 0 : 1;
+}
