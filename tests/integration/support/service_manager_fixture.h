@@ -103,7 +103,8 @@ class ServiceManagerFixture : public LogFixture {
     if (::ControlService(service, SERVICE_CONTROL_STOP, &status)) {
       EXPECT_TRUE(WaitForState(service, SERVICE_STOPPED));
     }
-    if (!::DeleteService(service)) EXPECT_EQ(::GetLastError(), ERROR_SERVICE_MARKED_FOR_DELETE);
+    const bool deleted = ::DeleteService(service);
+    EXPECT_TRUE(deleted || ::GetLastError() == ERROR_SERVICE_MARKED_FOR_DELETE);
   }
 
   UniqueServiceHandle manager_{::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)};
