@@ -396,7 +396,9 @@ TEST_F(StartupScanTest, TakesDirectoriesOf16HexadecimalDigitsOnly) {
   test::WriteFileBytes(volume / L"0000000000000124", "a plain file");
   test::WriteFileBytes(cbt() / L"0000000000000125" / test::BitmapName(kCreated), "x");
   test::WriteFileBytes(volume / L"00000000000001AB" / test::BitmapName(kCreated), "x");
+  StartLogging(kBitmapErrorsOnly);
   InitBitmapManager();
+  EXPECT_THAT(StopLogging(), IsEmpty());  // as a plain file could not be listed
   const auto listed = ListAllBitmaps();
   ASSERT_EQ(listed.size(), 1u);
   EXPECT_EQ(listed.begin()->first, (FileKey{kVolume, 0x1AB}));
