@@ -15,17 +15,18 @@ namespace zel {
 // TrackedFilesLock and before the log lock.
 extern CriticalSection bitmapCacheLock;
 
+// What every lookup reads comes first, in one cache line.
 struct BitmapRecord {
-  zel::VolumeGuid VolumeGuid;  // of the tracked file
-  zel::FileId FileId;          // of the tracked file
+  std::shared_ptr<BitmapData> Data ZEL_GUARDED_BY(bitmapCacheLock);  // empty while not loaded
+  bool Discarded ZEL_GUARDED_BY(bitmapCacheLock) = false;  // to be deleted as soon as unpinned
+  zel::VolumeGuid VolumeGuid;                              // of the tracked file
+  zel::FileId FileId;                                      // of the tracked file
   zel::BitmapId BitmapId;
   std::wstring FileName;        // full path of the bitmap file
   std::uint32_t FileSize;       // bytes of the bitmap file, as AddBitmap was told
   std::uint32_t BlockSize = 0;  // from the file's name; 0 when the name is malformed
   FileTime CreationTime = 0;    // likewise
   FileTime LastVerifyTime ZEL_GUARDED_BY(bitmapCacheLock) = 0;  // driver's stamp of the last verify
-  std::shared_ptr<BitmapData> Data ZEL_GUARDED_BY(bitmapCacheLock);  // empty while not loaded
-  bool Discarded ZEL_GUARDED_BY(bitmapCacheLock) = false;  // to be deleted as soon as unpinned
 };
 
 // Loads the bitmap if it is not: opens, maps, marks it in use, validates, upgrades. False when it
