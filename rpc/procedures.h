@@ -7,6 +7,7 @@
 #pragma once
 
 #include <rpc.h>
+#include <rpcndr.h>
 #include <windows.h>
 
 #include "rpc/zel_interface.h"
@@ -15,35 +16,36 @@ namespace zel {
 
 error_status_t Ping(handle_t binding);
 
-// A `cchPath` of 0 has no room for a string's end and raises RPC_S_INVALID_BOUND.
-error_status_t ListFiles(handle_t binding, void** Context, FileId* FileId, VolumeGuid* VolumeGuid,
-                         unsigned short cchPath, wchar_t* Path);
+// A `path_room` of 0 characters has no room for a string's end and raises RPC_S_INVALID_BOUND.
+error_status_t ListFiles(handle_t binding, void** context, FileId* file_id,
+                         VolumeGuid* volume_guid, unsigned short path_room, wchar_t* path);
 
-// A `cchName` of 0 likewise.
-error_status_t ListBitmaps(handle_t binding, VolumeGuid* VolumeGuid, FileId FileId, void** Context,
-                           wire::BitmapInfo* Info, unsigned short cchName, wchar_t* Name);
+// A `name_room` of 0 likewise.
+error_status_t ListBitmaps(handle_t binding, VolumeGuid* volume_guid, FileId file_id,
+                           void** context, wire::BitmapInfo* info, unsigned short name_room,
+                           wchar_t* name);
 
 // Raises what a push into the pipe raised.
-error_status_t CopyBitmap(handle_t binding, BitmapId BitmapId, wire::BytePipe* Contents);
+error_status_t CopyBitmap(handle_t binding, BitmapId bitmap_id, wire::BytePipe* contents);
 
-// A `BlockSize` of 0 raises STATUS_INTEGER_DIVIDE_BY_ZERO, after the file has been recorded as
+// A `block_size` of 0 raises STATUS_INTEGER_DIVIDE_BY_ZERO, after the file has been recorded as
 // tracked.
-error_status_t StartTracking(handle_t binding, wchar_t* Path, std::uint32_t BlockSize,
-                             wire::BitmapInfo* Info);
-error_status_t StartTracking2(handle_t binding, wchar_t* Path, VolumeGuid* VolumeGuid,
-                              FileId FileId, std::uint64_t FileSize, std::uint32_t BlockSize,
-                              wire::BitmapInfo* Info);
+error_status_t StartTracking(handle_t binding, wchar_t* path, std::uint32_t block_size,
+                             wire::BitmapInfo* info);
+error_status_t StartTracking2(handle_t binding, wchar_t* path, VolumeGuid* volume_guid,
+                              FileId file_id, std::uint64_t file_size, std::uint32_t block_size,
+                              wire::BitmapInfo* info);
 
-error_status_t StopTracking(handle_t binding, wchar_t* Path);
+error_status_t StopTracking(handle_t binding, wchar_t* path);
 
-error_status_t DeleteBitmap(handle_t binding, BitmapId BitmapId);
+error_status_t DeleteBitmap(handle_t binding, BitmapId bitmap_id);
 
-error_status_t SynchronizeBitmaps(handle_t binding, FileTime RequestTime);
+error_status_t SynchronizeBitmaps(handle_t binding, FileTime request_time);
 
 error_status_t GetDriverStatus(handle_t binding);
 
 // Raises what a push into the pipe raised.
-error_status_t ZEL_GetTrackedFiles(handle_t binding, wire::BytePipe* Stream);
+error_status_t ZEL_GetTrackedFiles(handle_t binding, wire::BytePipe* stream);
 
 // Free what a client left behind that went away in the middle of an enumeration.
 void FileListContext_rundown(void* context);

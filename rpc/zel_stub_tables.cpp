@@ -17,9 +17,6 @@ static_assert(sizeof(RPC_SYNTAX_IDENTIFIER) == sizeof(SyntaxIdentifier));
 static_assert(sizeof(void*) == 8, "the stub descriptions are those of 64-bit code");
 static_assert(sizeof(wire::BytePipe) == 4 * sizeof(void*));
 
-constexpr unsigned long kNdrLibraryVersion = 0x60001;  // the Oicf form, with range checks
-constexpr unsigned long kMidlVersion = 0x8010274;
-constexpr ULONG_PTR kMidlFlagInterpreted = 1;
 constexpr unsigned int kInterfaceIsInterpreted = 0x04000000;
 
 // In the order of the numbers in the context handles' types.
@@ -44,7 +41,7 @@ const MIDL_STUB_DESC kStubDescriptor = {
     .CommFaultOffsets = nullptr,
     .aUserMarshalQuadruple = nullptr,
     .NotifyRoutineTable = nullptr,
-    .mFlags = kMidlFlagInterpreted,
+    .mFlags = kMidlInterpreted,
     .CsRoutineTables = nullptr,
     .Reserved4 = nullptr,
     .Reserved5 = 0,

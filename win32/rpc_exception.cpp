@@ -2,11 +2,14 @@
 
 #include <windows.h>
 
-extern "C" {
+#include <cstring>
 
-// Decides who handles an exception. Named here and called by the system.
-long ZelFilterRpcException(EXCEPTION_POINTERS* exception, void*) {
-  switch (exception->ExceptionRecord->ExceptionCode) {
+namespace zel {
+
+namespace {
+
+bool IsProcessorFault(DWORD code) {
+  switch (code) {
     case STATUS_ACCESS_VIOLATION:
     case STATUS_BREAKPOINT:
     case STATUS_DATATYPE_MISALIGNMENT:
@@ -15,38 +18,50 @@ long ZelFilterRpcException(EXCEPTION_POINTERS* exception, void*) {
     case STATUS_PRIVILEGED_INSTRUCTION:
     case STATUS_SINGLE_STEP:
     case STATUS_STACK_OVERFLOW:
-      return EXCEPTION_CONTINUE_SEARCH;
+      return true;
     default:
-      return EXCEPTION_EXECUTE_HANDLER;
+      return false;
   }
 }
 
-unsigned long ZelCatchRpcException(void (*function)(void*), void* argument);
-
-}  // extern "C"
+}  // namespace
 
 #ifdef _MSC_VER
 
-unsigned long ZelCatchRpcException(void (*function)(void*), void* argument) {
+std::uint32_t CatchRpcException(void (*function)(void*), void* argument) {
   __try {
     function(argument);
     return 0;
-  } __except (ZelFilterRpcException(GetExceptionInformation(), nullptr)) {
+  } __except (IsProcessorFault(GetExceptionCode()) ? EXCEPTION_CONTINUE_SEARCH
+                                                   : EXCEPTION_EXECUTE_HANDLER) {
     return GetExceptionCode();
   }
 }
 
 #else
 
-// What the compiler above makes of __try, which this one does not know: a frame with one scope,
-// whose handler the system continues at with the exception's code in eax.
+// This compiler has no __try, so the frame that the other makes of it is written out: one scope
+// with a filter, which leaves the code in the frame, and the place to go on at.
+extern "C" {
+
+std::uint32_t ZelCatchRpcException(void (*function)(void*), void* argument);
+
+long ZelFilterRpcException(EXCEPTION_POINTERS* exception, char* frame) {
+  const DWORD code = exception->ExceptionRecord->ExceptionCode;
+  if (IsProcessorFault(code)) return EXCEPTION_CONTINUE_SEARCH;
+  std::memcpy(frame + 32, &code, sizeof code);
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+}  // extern "C"
+
 asm(R"(
         .text
         .globl  ZelCatchRpcException
         .def    ZelCatchRpcException; .scl 2; .type 32; .endef
         .seh_proc ZelCatchRpcException
 ZelCatchRpcException:
-        subq    $40, %rsp
+        subq    $40, %rsp               # 32 bytes for the callee, then the code
         .seh_stackalloc 40
         .seh_endprologue
 .LZelTryBegin:
@@ -56,7 +71,10 @@ ZelCatchRpcException:
         nop                             # the return address lies inside the scope
 .LZelTryEnd:
         xorl    %eax, %eax
+        jmp     .LZelLeave
 .LZelExcept:
+        movl    32(%rsp), %eax
+.LZelLeave:
         addq    $40, %rsp
         ret
         .seh_handler __C_specific_handler, @unwind, @except
@@ -67,12 +85,10 @@ ZelCatchRpcException:
         .seh_endproc
 )");
 
-#endif
-
-namespace zel {
-
 std::uint32_t CatchRpcException(void (*function)(void*), void* argument) {
   return ZelCatchRpcException(function, argument);
 }
+
+#endif
 
 }  // namespace zel
