@@ -24,7 +24,7 @@ struct Definition {
 };
 
 std::string ReadDefinitionFile() {
-  std::ifstream file(ZEL_SOURCE "/rpc/zel.idl");
+  std::ifstream file(ZEL_DOCS "/../rpc/zel.idl");
   EXPECT_TRUE(file);
   std::stringstream text;
   text << file.rdbuf();
