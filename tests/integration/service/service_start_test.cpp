@@ -161,7 +161,7 @@ TEST_F(ZelServiceStartTest, DriverThatTellsNoStatusEndsTheStart) {
 TEST_F(ZelServiceStartTest, StopThatComesBeforeTheStartIsNotLost) {
   StopService();
   StartedService service;
-  EXPECT_EQ(service.Result(), 0u);
+  EXPECT_EQ(service.Result(), DWORD{ERROR_SHUTDOWN_IN_PROGRESS});
   EXPECT_FALSE(DriverPortConnected());
   WaitForServiceStopped();
 }
@@ -241,16 +241,16 @@ TEST_F(ZelServiceStartTest, DriverIsIgnoredInDebugModeWithItsSwitch) {
 
 TEST_F(ZelServiceStartTest, DriverIsNotIgnoredWithOneArgumentMore) {
   DebugMode = true;
-  StopService();
+  world_.answers.connect = E_ACCESSDENIED;
   const std::vector<const wchar_t*> arguments = {L"zelservice", L"-debug", L"x", L"-nodriver"};
-  EXPECT_EQ(ZelServiceStart(arguments), 0u);
+  EXPECT_EQ(ZelServiceStart(arguments), static_cast<DWORD>(E_ACCESSDENIED));
   EXPECT_THAT(world_.calls(), Contains("port"));
 }
 
 TEST_F(ZelServiceStartTest, DriverIsNotIgnoredByTheService) {
-  StopService();
+  world_.answers.connect = E_ACCESSDENIED;
   const std::vector<const wchar_t*> arguments = {L"zelservice", L"-debug", L"-nodriver"};
-  EXPECT_EQ(ZelServiceStart(arguments), 0u);
+  EXPECT_EQ(ZelServiceStart(arguments), static_cast<DWORD>(E_ACCESSDENIED));
   EXPECT_THAT(world_.calls(), Contains("port"));
 }
 
