@@ -33,18 +33,18 @@ extern void* __imp_FilterSendMessage;
 
 namespace zel::test {
 
+// What the world answers; set before the start.
+struct ServiceWorldAnswers {
+  DWORD privilege = ERROR_SUCCESS;       // the last error of a call that succeeds
+  DWORD driver_service = ERROR_SUCCESS;  // of StartService
+  LONG obsolete_keys = ERROR_FILE_NOT_FOUND;
+  LONG list_key = ERROR_SUCCESS;
+  HRESULT connect = S_OK;
+  HRESULT status = S_OK;  // of the command that asks for it
+};
+
 class ServiceWorld {
  public:
-  // What the world answers; set before the start.
-  struct Answers {
-    DWORD privilege = ERROR_SUCCESS;       // the last error of a call that succeeds
-    DWORD driver_service = ERROR_SUCCESS;  // of StartService
-    LONG obsolete_keys = ERROR_FILE_NOT_FOUND;
-    LONG list_key = ERROR_SUCCESS;
-    HRESULT connect = S_OK;
-    HRESULT status = S_OK;  // of the command that asks for it
-  };
-
   ServiceWorld() {
     answers = {};
     calls_.clear();
@@ -52,7 +52,7 @@ class ServiceWorld {
   }
   ~ServiceWorld() { ::RegDeleteKeyW(HKEY_CURRENT_USER, KeyPath().c_str()); }
 
-  static inline Answers answers;
+  static inline ServiceWorldAnswers answers;
 
   [[nodiscard]] static std::vector<std::string> calls() {
     const std::scoped_lock guard(lock_);
