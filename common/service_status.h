@@ -17,7 +17,7 @@ namespace zel {
 inline constinit std::atomic<bool> DebugMode{false};
 
 // Whether the service has been asked to stop. Set by the first stop, never cleared; the start looks
-// at it where it would otherwise begin to wait for a stop that has already been.
+// at it to undo what came up after the stop.
 inline constinit std::atomic<bool> StopRequested{false};
 
 // Makes `handle`, from RegisterServiceCtrlHandler, the one that reports go to. Borrowed for the

@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <rpc.h>
-
 #include "bitmap/bitmap_manager.h"
 #include "common/service_status.h"
 #include "common/system_time.h"
@@ -100,7 +98,7 @@ std::uint32_t ZelServiceStart(Arguments arguments) {
 void StopService() {
   BeginStop();
   StopRequested = true;
-  ::RpcMgmtStopServerListening(nullptr);  // an error when nobody listens, which is as well
+  StopRpcServer();
   StopDriverThreads();
   ShutdownBitmapManager();
   ShutdownTrackedFiles();
