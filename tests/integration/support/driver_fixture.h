@@ -61,6 +61,7 @@ class DriverFixture : public BitmapFixture {
   // A bitmap of the file kKey, made by the product, of `bits` bits.
   static BitmapId Create(std::uint32_t bits, std::uint32_t block_size = test::kBlockSize,
                          std::uint64_t file_size = 0) {
+    ++FakeClock::now;  // if there is one: bitmaps of one moment have one name
     BitmapId id = 0;
     if (file_size == 0) file_size = std::uint64_t{bits} * block_size;
     EXPECT_TRUE(CreateNewBitmap(kVolume, kFile, bits / 8, block_size, file_size, id));
