@@ -35,6 +35,19 @@ PinnedBitmap LoadAndPin(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock) {
   return PinnedBitmap(record.Data);
 }
 
+PinnedBitmaps FindBitmaps(const FileKey& file, bool to_change) {
+  PinnedBitmaps pinned;
+  const LockGuard guard(bitmapCacheLock);
+  for (const auto& record : Cache().FindOrInsert(file)) {
+    if (PinnedBitmap bitmap = LoadAndPin(*record)) {
+      pinned.Add(std::move(bitmap));
+    } else if (to_change) {
+      record->MissedChange = true;
+    }
+  }
+  return pinned;
+}
+
 bool IsIdle(const BitmapRecord& record, FileTime cutoff) ZEL_REQUIRES(bitmapCacheLock) {
   return record.Data && !IsHeld(record) && record.Data->header()->LastUpdateTime <= cutoff;
 }
@@ -85,7 +98,10 @@ void ShutdownBitmapManager() {
   StopIdleScanner();
   const LockGuard guard(bitmapCacheLock);
   for (auto& [file, records] : Cache().entries()) {
-    for (const auto& record : records) UnloadBitmap(*record);
+    for (const auto& record : records) {
+      if (record->MissedChange && !record->Discarded) (void)LoadBitmap(*record);
+      UnloadBitmap(*record);
+    }
   }
 }
 
@@ -111,12 +127,11 @@ void AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id
 }
 
 PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id) {
-  PinnedBitmaps pinned;
-  const LockGuard guard(bitmapCacheLock);
-  for (const auto& record : Cache().FindOrInsert({volume_guid, file_id})) {
-    if (PinnedBitmap bitmap = LoadAndPin(*record)) pinned.Add(std::move(bitmap));
-  }
-  return pinned;
+  return FindBitmaps({volume_guid, file_id}, false);
+}
+
+PinnedBitmaps FindBitmapsToChange(const VolumeGuid& volume_guid, FileId file_id) {
+  return FindBitmaps({volume_guid, file_id}, true);
 }
 
 PinnedBitmap GetBitmapById(BitmapId bitmap_id) {

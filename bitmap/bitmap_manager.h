@@ -43,6 +43,10 @@ void AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id
 // gets an empty entry, which listings show. No heap allocation for up to four loaded bitmaps.
 [[nodiscard]] PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id);
 
+// The same for a reported change. A bitmap that cannot be loaded now, and so misses it, becomes
+// unreliable when it can be: at the next lookup, or at the manager's end.
+[[nodiscard]] PinnedBitmaps FindBitmapsToChange(const VolumeGuid& volume_guid, FileId file_id);
+
 // One bitmap, loaded and pinned; empty when there is none with this id that can be used.
 [[nodiscard]] PinnedBitmap GetBitmapById(BitmapId bitmap_id);
 

@@ -1,5 +1,7 @@
 #include "bitmap/bitmap_record.h"
 
+#include <utility>
+
 #include "bitmap/extract_bitmap_name.h"
 #include "bitmap/header_checks.h"
 #include "common/error_info.h"
@@ -84,6 +86,15 @@ bool AcceptHeader(const BitmapRecord& record, const BitmapData& data) {
   return step == HeaderStep::kAccept;
 }
 
+void MarkMissedChange(BitmapRecord& record, const BitmapData& data) ZEL_REQUIRES(bitmapCacheLock) {
+  if (!std::exchange(record.MissedChange, false)) return;
+  if (!MarkDistrusted(data, &BitmapHeader::Unreliable)) return;
+  LogRecord(kBitmapInfo,
+            L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because a "
+            L"change was reported while it could not be loaded\n",
+            record);
+}
+
 bool FlushBits(const BitmapData& data) {
   if (::FlushViewOfFile(data.header(), 0)) return true;
   LogMessage(kBitmapError, L"Failed to flush entire bitmap to disk: %hs\n", ErrorInfo().text());
@@ -102,6 +113,7 @@ bool LoadBitmap(BitmapRecord& record) {
   if (result != OpenResult::kMapped) return false;
   MarkLoaded(record, *data);
   if (!AcceptHeader(record, *data)) return false;
+  MarkMissedChange(record, *data);
   LogRecord(kBitmapDebug, L"Loaded BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x\n", record);
   record.Data = data;
   return true;

@@ -26,6 +26,8 @@ struct BitmapRecord {
   FileTime LastVerifyTime ZEL_GUARDED_BY(bitmapCacheLock) = 0;  // driver's stamp of the last verify
   std::shared_ptr<BitmapData> Data ZEL_GUARDED_BY(bitmapCacheLock);  // empty while not loaded
   bool Discarded ZEL_GUARDED_BY(bitmapCacheLock) = false;  // to be deleted as soon as unpinned
+  // A change was reported while it could not be loaded: the next load makes it unreliable.
+  bool MissedChange ZEL_GUARDED_BY(bitmapCacheLock) = false;
 };
 
 // Loads the bitmap if it is not: opens, maps, marks it in use, validates, upgrades. False when it
