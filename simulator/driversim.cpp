@@ -3,6 +3,7 @@
 //   driversim                                the driver's service, started by the service manager
 //   driversim serve                          the same in a console
 //   driversim tell ORDER...                  gives an order and prints the answer
+//   driversim run -- PROGRAM ARGUMENT...     runs a program whose file activity the driver sees
 #include <windows.h>
 
 #include <cstdio>
@@ -12,12 +13,13 @@
 #include <string_view>
 
 #include "simulator/control_client.h"
+#include "simulator/run.h"
 #include "simulator/servers.h"
 
 namespace zel::sim {
 namespace {
 
-enum ExitCode { kSuccess = 0, kRefused = 1, kUsage = 2, kNoDriver = 3 };
+enum ExitCode { kSuccess = 0, kRefused = 1, kUsage = 2, kNoDriver = kReportsLost };
 
 DWORD RunDriver(Driver& driver) {
   if (const DWORD error = StartControlChannel(driver)) return error;
@@ -45,6 +47,16 @@ int Tell(std::span<wchar_t*> words) {
   }
   std::puts(answer->c_str());
   return answer->starts_with("ok") ? kSuccess : kRefused;
+}
+
+// The program's command line stays as it was written.
+int RunProgram() {
+  constexpr std::wstring_view kMark = L" run -- ";
+  const std::wstring all = ::GetCommandLineW();
+  const std::size_t mark = all.find(kMark);
+  if (mark != all.npos) return RunReported(all.substr(mark + kMark.size()));
+  std::fputs("driversim: one blank each between run, -- and the program\n", stderr);
+  return kUsage;
 }
 
 // The service.
@@ -90,7 +102,10 @@ int Run(std::span<wchar_t*> arguments) {
   const std::wstring_view task = arguments[0];
   if (task == L"serve" && arguments.size() == 1) return Serve();
   if (task == L"tell" && arguments.size() > 1) return Tell(arguments.subspan(1));
-  std::fputs("usage: driversim [serve | tell ORDER...]\n", stderr);
+  if (task == L"run" && arguments.size() > 2 && std::wstring_view(arguments[1]) == L"--") {
+    return RunProgram();
+  }
+  std::fputs("usage: driversim [serve | tell ORDER... | run -- PROGRAM ARGUMENT...]\n", stderr);
   return kUsage;
 }
 

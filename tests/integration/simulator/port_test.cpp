@@ -9,6 +9,8 @@
 namespace zel::test {
 namespace {
 
+using sim::OrderText;
+
 constexpr VolumeGuid kVolume = {0x01234567, 0x89AB, 0xCDEF, {1, 2, 3, 4, 5, 6, 7, 8}};
 constexpr FileKey kFile = {kVolume, 77};
 constexpr FileKey kOther = {kVolume, 78};
@@ -36,8 +38,6 @@ std::vector<std::uint64_t> Offsets(PortReader& reader, int count) {
   for (int i = 0; i < count; ++i) offsets.push_back(reader.Next().offset_or_size);
   return offsets;
 }
-
-using ::testing::Test;
 
 TEST_F(PortTest, MessageArrivesByteForByte) {
   const PortClient port;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "simulator/control_client.h"
+#include "simulator/file_identity.h"
 #include "simulator/text.h"
 #include "tests/integration/support/child_process.h"
 #include "tests/integration/support/poll.h"
@@ -86,11 +87,6 @@ class SimulatedDriver {
  private:
   std::optional<ChildProcess> process_;
 };
-
-// "VOLUME FILEID", as orders name a file.
-inline std::string OrderText(const FileKey& file) {
-  return sim::VolumeText(file.volume) + " " + std::to_string(file.file_id);
-}
 
 // Writes the registry's list of one volume, byte by byte, and nothing else there.
 inline void WriteTrackedList(const VolumeGuid& volume, const std::vector<FileId>& ids) {
