@@ -19,6 +19,14 @@
 #include "tracking/tracked_file_table.h"
 #include "win32/rpc_string.h"
 
+namespace zel {
+
+inline void PrintTo(const CallResult& result, std::ostream* out) {
+  *out << "{rpc status " << result.rpc_status << ", code " << result.code << "}";
+}
+
+}  // namespace zel
+
 namespace zel::test {
 
 // The server's endpoint of a protocol sequence; empty when it has none.
