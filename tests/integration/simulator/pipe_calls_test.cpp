@@ -101,8 +101,6 @@ void FillTables() {
   client_interface.TransferSyntax = kNdr;
 }
 
-// What a call raised on the client's thread; the handler's filter has no other way out of the
-// engine than this thread's end.
 struct Outcome {
   RPC_STATUS raised = RPC_S_OK;
   std::string response;
@@ -119,22 +117,20 @@ class PlainCall {
     current = this;
     void* const handler = ::AddVectoredExceptionHandler(1, &PlainCall::Catch);
     if (__builtin_setjmp(way_back_) == 0) Send();
-    ::RemoveVectoredExceptionHandler(handler);
     current = nullptr;
+    ::RemoveVectoredExceptionHandler(handler);
+    ::NdrFreeBuffer(&stub_);
     return outcome_;
   }
 
  private:
   void Send() {
-    RPC_MESSAGE message = {};
-    MIDL_STUB_MESSAGE stub = {};
-    ::NdrClientInitializeNew(&message, &stub, &ClientDescriptor(), operation_);
-    ::NdrGetBuffer(&stub, static_cast<unsigned long>(request_.size()), binding_);
-    std::memcpy(stub.Buffer, request_.data(), request_.size());
-    stub.Buffer += request_.size();
-    ::NdrSendReceive(&stub, stub.Buffer);
-    outcome_.response.assign(static_cast<const char*>(message.Buffer), message.BufferLength);
-    ::NdrFreeBuffer(&stub);
+    ::NdrClientInitializeNew(&message_, &stub_, &ClientDescriptor(), operation_);
+    ::NdrGetBuffer(&stub_, static_cast<unsigned long>(request_.size()), binding_);
+    std::memcpy(stub_.Buffer, request_.data(), request_.size());
+    stub_.Buffer += request_.size();
+    ::NdrSendReceive(&stub_, stub_.Buffer);
+    outcome_.response.assign(static_cast<const char*>(message_.Buffer), message_.BufferLength);
   }
 
   static const MIDL_STUB_DESC& ClientDescriptor() {
@@ -159,6 +155,8 @@ class PlainCall {
   unsigned operation_;
   const std::string& request_;
   Outcome outcome_;
+  RPC_MESSAGE message_ = {};
+  MIDL_STUB_MESSAGE stub_ = {};
   void* way_back_[5];
 };
 thread_local PlainCall* PlainCall::current = nullptr;
