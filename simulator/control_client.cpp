@@ -25,18 +25,16 @@ UniqueFile Connect() {
 
 }  // namespace
 
-ControlClient::ControlClient() : pipe_(Connect()) {}
+ControlClient::ControlClient() : pipe_(Connect()), answer_(kMaxLineBytes, '\0') {}
 
 std::optional<std::string> ControlClient::Tell(std::string_view order) {
   const LockGuard guard(lock_);
-  std::string answer(kMaxLineBytes, '\0');
   DWORD size = 0;
   if (!::WriteFile(pipe_.get(), order.data(), static_cast<DWORD>(order.size()), &size, nullptr) ||
-      !::ReadFile(pipe_.get(), answer.data(), kMaxLineBytes, &size, nullptr)) {
+      !::ReadFile(pipe_.get(), answer_.data(), kMaxLineBytes, &size, nullptr)) {
     return std::nullopt;
   }
-  answer.resize(size);
-  return answer;
+  return answer_.substr(0, size);
 }
 
 }  // namespace zel::sim

@@ -27,6 +27,7 @@ class ControlClient {
  private:
   CriticalSection lock_;
   UniqueFile pipe_;
+  std::string answer_ ZEL_GUARDED_BY(lock_);
 };
 
 }  // namespace zel::sim

@@ -7,7 +7,7 @@ namespace zel::sim {
 
 namespace {
 
-// One overlapped operation on the port's pipe.
+// Overlapped operations on the port's pipe, one after the other.
 class Operation {
  public:
   explicit Operation(HANDLE pipe)
@@ -17,7 +17,10 @@ class Operation {
   // The kernel must not write into a structure that is gone.
   ~Operation() {
     DWORD size;
-    if (::CancelIoEx(pipe_, &overlapped_)) ::GetOverlappedResult(pipe_, &overlapped_, &size, TRUE);
+    // One that failed at once still looks as if it went on, but there is nothing to cancel.
+    if (!HasOverlappedIoCompleted(&overlapped_) && ::CancelIoEx(pipe_, &overlapped_)) {
+      ::GetOverlappedResult(pipe_, &overlapped_, &size, TRUE);
+    }
   }
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
@@ -45,7 +48,7 @@ class Port {
   void Serve();
 
  private:
-  bool HandOver(const Bytes& message);
+  bool HandOver(const Bytes& message, Operation& write);
 
   Driver& driver_;
   HANDLE pipe_;
@@ -60,6 +63,7 @@ bool Port::WaitForService() {
 }
 
 void Port::Serve() {
+  Operation write(pipe_);
   // The service writes nothing: this read ends when it goes.
   Operation watch(pipe_);
   char byte;
@@ -70,7 +74,7 @@ void Port::Serve() {
   for (;;) {
     DWORD wait_ms = 0;
     if (const std::optional<Bytes> message = driver_.Offer(wait_ms)) {
-      if (!HandOver(*message)) return;
+      if (!HandOver(*message, write)) return;
       driver_.HandedOver();
       continue;
     }
@@ -80,8 +84,7 @@ void Port::Serve() {
 }
 
 // Returns when a read has taken the message, false when none will.
-bool Port::HandOver(const Bytes& message) {
-  Operation write(pipe_);
+bool Port::HandOver(const Bytes& message, Operation& write) {
   if (!::WriteFile(pipe_, message.data(), static_cast<DWORD>(message.size()), nullptr,
                    write.get()) &&
       ::GetLastError() != ERROR_IO_PENDING) {

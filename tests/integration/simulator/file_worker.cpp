@@ -3,6 +3,7 @@
 //   file_worker random SEED FILE      writes, appends and truncates by every way there is
 //   file_worker child SEED FILE       the same in a child process
 //   file_worker overlapped FILE       one overlapped write of 3 bytes at 5, one through a port
+//   file_worker gather FILE           one write of a page at 8192, past the cache
 //   file_worker rename FILE NEWNAME
 //   file_worker map FILE              writes through a mapped section
 //   file_worker recreate FILE         truncates the file by creating it anew
@@ -187,6 +188,18 @@ void WriteOverlapped(const wchar_t* path) {
   Check(written == 3 && key == 7 && completed == &queued);
 }
 
+void WriteGathered(const wchar_t* path) {
+  const UniqueFile file = Open(path, GENERIC_WRITE, FILE_FLAG_OVERLAPPED | FILE_FLAG_NO_BUFFERING);
+  void* const page = ::VirtualAlloc(nullptr, 4096, MEM_COMMIT, PAGE_READWRITE);
+  FILE_SEGMENT_ELEMENT segments[2] = {};
+  segments[0].Buffer = page;
+  const UniqueEvent event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  OVERLAPPED overlapped = At(8192, event.get());
+  Check(::WriteFileGather(file.get(), segments, 4096, nullptr, &overlapped) ||
+        ::GetLastError() == ERROR_IO_PENDING);
+  Check(::WaitForSingleObject(event.get(), 5'000) == WAIT_OBJECT_0);
+}
+
 void WriteMapped(const wchar_t* path) {
   const UniqueFile file = Open(path);
   const UniqueMapping mapping(
@@ -218,6 +231,7 @@ int Run(const std::vector<const wchar_t*>& arguments) {
   if (task == L"random") return WriteAtRandom(arguments[1], path), 0;
   if (task == L"child") return RunChild(arguments[1], path);
   if (task == L"overlapped") return WriteOverlapped(path), 0;
+  if (task == L"gather") return WriteGathered(path), 0;
   if (task == L"rename") return ::MoveFileW(arguments[1], path) ? 0 : 1;
   if (task == L"map") return WriteMapped(path), 0;
   if (task == L"recreate") return Recreate(path), 0;

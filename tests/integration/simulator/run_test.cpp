@@ -83,6 +83,17 @@ class RunTest : public ::testing::Test {
     }
   }
 
+  // Offsets and lengths.
+  using Ranges = std::vector<std::pair<std::uint64_t, std::uint32_t>>;
+  Ranges Writes() {
+    Ranges ranges;
+    for (const sim::EventMessage& message : Messages()) {
+      if (message.type != sim::MessageType::kWrite) continue;
+      ranges.emplace_back(message.offset_or_size, message.length);
+    }
+    return ranges;
+  }
+
   static int Count(const std::vector<sim::EventMessage>& messages, sim::MessageType type) {
     return static_cast<int>(std::ranges::count(messages, type, &sim::EventMessage::type));
   }
@@ -142,13 +153,14 @@ TEST_F(RunTest, OpensAndClosesAreSeenWithTheirProcess) {
 TEST_F(RunTest, OverlappedWriteIsReportedBeforeAndBehindIt) {
   Track(path_);
   EXPECT_EQ(Run(Worker() + L"overlapped " + Quoted(path_)), 0u);
-  std::vector<std::uint64_t> offsets;
-  for (const sim::EventMessage& message : Messages()) {
-    if (message.type != sim::MessageType::kWrite) continue;
-    EXPECT_EQ(message.length, 3u);
-    offsets.push_back(message.offset_or_size);
-  }
-  EXPECT_EQ(offsets, (std::vector<std::uint64_t>{5, 5, 9, 9}));
+  EXPECT_EQ(Writes(), (Ranges{{5, 3}, {5, 3}, {9, 3}, {9, 3}}));
+}
+
+TEST_F(RunTest, GatheredWriteIsSeen) {
+  Track(path_);
+  EXPECT_EQ(Run(Worker() + L"gather " + Quoted(path_)), 0u);
+  EXPECT_EQ(ReadFileBytes(path_).substr(8192, 4096), std::string(4096, '\0'));
+  EXPECT_EQ(Writes(), (Ranges{{8192, 4096}, {8192, 4096}}));
 }
 
 TEST_F(RunTest, RenameIsSeen) {
