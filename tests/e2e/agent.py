@@ -4,12 +4,15 @@ import os
 import re
 import shutil
 import signal
+import time
 
 from wine import BIN, wait_until
+from zel_client import ZelClient
 
 SERVICE = "ZelService"
 DISPLAY_NAME = "Velmora Activity Monitoring Service"
 DRIVER_SERVICE = "VelmoraActivityMonitor"
+DRIVE_C_VOLUME = "00000000-0000-0000-0000-000000000043"
 SERVICES_KEY = "HKLM\\SYSTEM\\CurrentControlSet\\Services"
 AGENT_KEY = "HKLM\\Software\\Velmora Inc\\DruAgent"
 
@@ -44,7 +47,7 @@ class Agent:
         (home / "config").mkdir()
         (home / "config" / "plexor.conf").write_text("zelservicelog = info\n")
         shutil.copy(BIN / "zelservice.exe", home)
-        for bench_file in ("fltlib.dll", "driversim.exe"):
+        for bench_file in ("fltlib.dll", "driversim.exe", "simhook.dll"):
             shutil.copy(BIN / "simulator" / bench_file, home)
         self.wine.reg_add(AGENT_KEY, "InstallDirectory", "REG_SZ", self.directory)
 
@@ -58,6 +61,23 @@ class Agent:
     def tell_driver(self, order):
         """Gives the simulated driver an order and returns its answer."""
         return self.wine.run(self.directory + "\\driversim.exe", "tell", order).stdout.strip()
+
+    def port(self):
+        """The TCP port on which the running service serves its interface: the prefix's only one."""
+        port, = self.wine.listening_ports()
+        return port
+
+    def client(self):
+        return ZelClient(self.port())
+
+    @staticmethod
+    def now():
+        """The present as a FILETIME."""
+        return time.time_ns() // 100 + 116_444_736_000_000_000
+
+    def identity(self, windows_path):
+        """(volume GUID, file id) of a file as the driver's orders name them."""
+        return DRIVE_C_VOLUME, self.wine.path(windows_path).stat().st_ino
 
     def run(self, *arguments):
         """Runs the program to its end. Its exit code is 0 and it prints nothing, whatever happens."""
