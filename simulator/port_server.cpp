@@ -97,11 +97,13 @@ bool Port::HandOver(const Bytes& message, Operation& write) {
 
 }  // namespace
 
-DWORD RunPort(Driver& driver) {
-  const UniqueFile pipe(::CreateNamedPipeW(
+UniqueFile MakePort() {
+  return UniqueFile(::CreateNamedPipeW(
       kPortPipe, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
       PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS, 1, 0, 0, 0, nullptr));
-  if (!pipe) return ::GetLastError();
+}
+
+void RunPort(Driver& driver, const UniqueFile& pipe) {
   Port port(driver, pipe.get());
   while (port.WaitForService()) {
     driver.Connect();
@@ -109,7 +111,6 @@ DWORD RunPort(Driver& driver) {
     driver.Disconnect();
     ::DisconnectNamedPipe(pipe.get());
   }
-  return ERROR_SUCCESS;
 }
 
 }  // namespace zel::sim
