@@ -49,11 +49,18 @@ inline std::wstring WriteBitmap(FileId file, FileTime created = kCreated) {
   return path;
 }
 
-inline void AddRealBitmap(FileId file, FileTime created = kCreated) {
-  const std::wstring path = WriteBitmap(file, created);
+// False when the machine refuses another file.
+inline bool AddRealBitmap(FileId file, FileTime created = kCreated) {
   BitmapId id = 0;
-  if (GetFileIdAndSize(path.c_str(), &id, nullptr) != ERROR_SUCCESS) std::abort();
+  std::wstring path;
+  try {
+    path = WriteBitmap(file, created);
+  } catch (const std::filesystem::filesystem_error&) {
+    return false;
+  }
+  if (GetFileIdAndSize(path.c_str(), &id, nullptr) != ERROR_SUCCESS) return false;
   AddBitmap(kVolume, file, id, path, NewBitmapLength(kBitmapBytes));
+  return true;
 }
 
 inline bool Load(FileId file) {
@@ -66,16 +73,13 @@ inline void AddUnloadedBitmap(FileId file) {
             NewBitmapLength(kBitmapBytes));
 }
 
-// Adds and loads until the machine refuses: it limits handles, and views to 65,530 on Linux.
+// Adds and loads until the machine refuses: it limits open files, and views to 65,530 on Linux.
 inline void LoadMore(std::span<const FileId> files, std::vector<FileId>& loaded) {
   bool machine_allows = true;
   for (const FileId file : files) {
-    if (!machine_allows) {
-      AddUnloadedBitmap(file);
-      continue;
-    }
-    AddRealBitmap(file);
-    machine_allows = Load(file);
+    const bool added = machine_allows && AddRealBitmap(file);
+    if (!added) AddUnloadedBitmap(file);
+    machine_allows = added && Load(file);
     if (machine_allows) loaded.push_back(file);
   }
 }

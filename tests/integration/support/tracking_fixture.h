@@ -25,8 +25,7 @@ inline constexpr wchar_t kSecondVolumeText[] = L"00000002-89ab-cdef-0123-456789a
 using Files = std::vector<std::pair<std::wstring, FileId>>;
 
 inline std::string ValueOf(const VolumeFileList& list) {
-  const std::vector<std::byte> value = EncodeTrackedFileListValue(list);
-  return {reinterpret_cast<const char*>(value.data()), value.size()};
+  return {reinterpret_cast<const char*>(list.value().data()), list.value().size()};
 }
 
 // The registry value of a volume with these files.

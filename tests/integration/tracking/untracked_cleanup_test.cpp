@@ -8,6 +8,7 @@
 
 #include "common/identity.h"
 #include "tests/integration/support/cbt_directory.h"
+#include "tests/integration/support/handle_count.h"
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/poll.h"
 #include "tests/integration/support/tracking_fixture.h"
@@ -292,6 +293,8 @@ TEST_F(UntrackedCleanupTest, EveryChangeOfTheTableWakesIt) {
   StopTrackingFile(L"C:\\a");
   ASSERT_TRUE(waits.PassesReach(3));
   EXPECT_FALSE(fs::exists(tracked));
+  // With its last file the volume has left the table.
+  EXPECT_FALSE(fs::exists(cbt() / kFirstVolumeText));
   // What changes nothing does not.
   StopTrackingFile(L"C:\\a");
   ShutdownTrackedFiles();
@@ -468,12 +471,6 @@ TEST_F(UntrackedCleanupTest, WithoutItsEventOrThreadNothingIsCleanedOrLogged) {
   EXPECT_THAT(StopLogging(), ::testing::SizeIs(1));  // the start of tracking
 }
 
-DWORD HandleCount() {
-  DWORD count = 0;
-  EXPECT_TRUE(::GetProcessHandleCount(::GetCurrentProcess(), &count));
-  return count;
-}
-
 TEST_F(UntrackedCleanupTest, ShutdownClosesEveryHandle) {
   const Waits waits;
   const HeldUpCleanup cleanup;
@@ -486,24 +483,23 @@ TEST_F(UntrackedCleanupTest, ShutdownClosesEveryHandle) {
     ShutdownTrackedFiles();
   };
   run();  // what the run-time library opens once is open now
-  const DWORD before = HandleCount();
+  const std::size_t before = test::HandleCount();
   for (int round = 0; round < 3; ++round) run();
-  EXPECT_EQ(HandleCount(), before);
+  EXPECT_EQ(test::HandleCount(), before);
 }
 
 TEST_F(UntrackedCleanupTest, TerminationLeavesNoHandleOfTheThread) {
-  ShutdownTrackedFiles();
-  const DWORD before = HandleCount();
+  const Waits waits;
+  EXPECT_TRUE(StartCleanupThread());
+  ShutdownTrackedFiles();  // what the run-time library opens once is open now
+  const std::size_t before = test::HandleCount();
   ASSERT_TRUE(OpenAndLoad());
-  {
-    const Waits waits;
-    const HeldUpCleanup cleanup;
-    EXPECT_TRUE(StartCleanupThread());
-    ASSERT_TRUE(cleanup.WaitUntilHeld());
-    Waits::end_timeout_is_over = true;
-    ShutdownTrackedFiles();
-  }
-  EXPECT_EQ(HandleCount(), before);
+  const HeldUpCleanup cleanup;
+  EXPECT_TRUE(StartCleanupThread());
+  ASSERT_TRUE(cleanup.WaitUntilHeld());
+  Waits::end_timeout_is_over = true;
+  ShutdownTrackedFiles();
+  EXPECT_EQ(test::HandleCount(), before);
 }
 
 }  // namespace
