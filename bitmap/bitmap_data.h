@@ -18,6 +18,7 @@
 namespace zel {
 
 struct BitmapData {
+  std::atomic<std::uint32_t> InUseCount{0};  // pins; first, beside the shared ownership's counters
   zel::BitmapId BitmapId = 0;
   std::wstring FileName;                 // full path of the bitmap file
   UniqueFile FileHandle;                 // members are torn down from the last to the first: the
@@ -25,7 +26,6 @@ struct BitmapData {
   UniqueView<zel::BitmapHeader> Header;  // file; nothing is flushed or marked then
   RtlBitmap BitmapHeader = {};           // over the bit area; zero for an empty one
   std::uint32_t FileSize = 0;            // low 32 bits of the file's length at open
-  std::atomic<std::uint32_t> InUseCount{0};  // pins
 
   [[nodiscard]] zel::BitmapHeader* header() const { return Header.get(); }
 };
