@@ -143,8 +143,8 @@ def test_enumerations_that_are_given_up_are_freed(client, rpc_server):
             with rpc_server.client() as other:
                 assert other.list_files(NO_CONTEXT)[0] == 0
 
-    give_up(200)
+    give_up(50)
     memory, files, _ = rpc_server.state()
-    give_up(1000)  # 30 MB of lists, were they kept
+    give_up(300)  # 10 MB of lists, were they kept
     memory_after, files_after, _ = rpc_server.state()
     assert memory_after - memory < 4096 and files_after - files < 10
