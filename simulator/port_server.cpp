@@ -7,6 +7,8 @@ namespace zel::sim {
 
 namespace {
 
+const Bytes kGreeting(1);
+
 // Overlapped operations on the port's pipe, one after the other.
 class Operation {
  public:
@@ -70,6 +72,7 @@ void Port::Serve() {
   if (!::ReadFile(pipe_, &byte, 1, nullptr, watch.get()) && ::GetLastError() != ERROR_IO_PENDING) {
     return;
   }
+  if (!HandOver(kGreeting, write)) return;
   const HANDLE events[] = {driver_.stop_event(), watch.event(), driver_.changed_event()};
   for (;;) {
     DWORD wait_ms = 0;
