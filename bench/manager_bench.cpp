@@ -20,6 +20,7 @@
 #include "bitmap/bitmap_name.h"
 #include "bitmap/new_bitmap.h"
 #include "common/directory_listing.h"
+#include "common/hex_name.h"
 #include "common/identity.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/temp_directory.h"

@@ -1,4 +1,4 @@
-// Names of bitmap files and of the directories they lie in. Pure.
+// Names of bitmap files. Not here: those of their directories (common/hex_name.h). Pure.
 #pragma once
 
 #include <cstdint>
@@ -22,11 +22,5 @@ inline constexpr std::size_t kBitmapNameLength = 24;
 // all ones.
 [[nodiscard]] std::optional<FileTime> ParseNameCreationTime(std::wstring_view name);
 [[nodiscard]] std::optional<std::uint32_t> ParseNameBlockSize(std::wstring_view name);
-
-// A tracked file's directory is called by its file id: 16 lower-case hex digits.
-[[nodiscard]] std::wstring FormatFileIdDirectory(FileId file_id);
-
-// None unless the name has exactly 16 characters and reads as a number other than 0 and all ones.
-[[nodiscard]] std::optional<FileId> ParseFileIdDirectory(std::wstring_view name);
 
 }  // namespace zel

@@ -1,6 +1,7 @@
 #include "bitmap/new_bitmap.h"
 
 #include "bitmap/bitmap_name.h"
+#include "common/hex_name.h"
 
 namespace zel {
 

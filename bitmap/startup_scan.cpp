@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "bitmap/bitmap_name.h"
 #include "common/directory_listing.h"
 #include "common/identity.h"
 #include "logging/log_message.h"
@@ -10,11 +9,6 @@
 namespace zel {
 
 namespace {
-
-std::optional<FileId> FileIdOfDirectory(const WIN32_FIND_DATAW& entry) {
-  if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return std::nullopt;
-  return ParseFileIdDirectory(entry.cFileName);
-}
 
 void FindBitmapsOfFile(const VolumeGuid& volume_guid, FileId file_id, const std::wstring& directory,
                        FoundBitmap* found) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/error_info.h"
+#include "common/hex_name.h"
 #include "logging/log_message.h"
 
 namespace zel {
@@ -50,6 +51,11 @@ void DirectoryListing::Finish() {
                ErrorInfo().text());
   }
   find_.reset();
+}
+
+std::optional<FileId> FileIdOfDirectory(const WIN32_FIND_DATAW& entry) {
+  if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return std::nullopt;
+  return ParseFileIdDirectory(entry.cFileName);
 }
 
 }  // namespace zel

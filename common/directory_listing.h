@@ -3,8 +3,10 @@
 
 #include <windows.h>
 
+#include <optional>
 #include <string>
 
+#include "common/types.h"
 #include "win32/handles.h"
 
 namespace zel {
@@ -35,5 +37,9 @@ class DirectoryListing {
   WIN32_FIND_DATAW entry_;
   bool entry_is_new_ = false;  // the search has filled it and nobody has seen it
 };
+
+// The file id of the tracked file whose bitmaps the entry is the directory of; none for any other
+// entry.
+[[nodiscard]] std::optional<FileId> FileIdOfDirectory(const WIN32_FIND_DATAW& entry);
 
 }  // namespace zel

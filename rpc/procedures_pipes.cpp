@@ -1,0 +1,94 @@
+// The two procedures that answer with a pipe.
+#include "bitmap/bitmap_manager.h"
+#include "common/identity.h"
+#include "logging/log_message.h"
+#include "rpc/pipe_writer.h"
+#include "rpc/procedures.h"
+#include "rpc/tracked_files_stream.h"
+#include "tracking/tracked_file_table.h"
+
+namespace zel {
+
+namespace {
+
+struct PipeOutcome {
+  error_status_t code;
+  std::uint32_t exception;  // of a push; then there is nobody left to tell the code
+};
+
+// Called where nothing is owned any more.
+error_status_t AnswerOrRaise(PipeOutcome outcome) {
+  if (outcome.exception != 0) ::RpcRaiseException(static_cast<RPC_STATUS>(outcome.exception));
+  return outcome.code;
+}
+
+// Ends the pipe, owed for an error too: a client whose pipe stays open does not get the code.
+PipeOutcome EndPipe(PipeWriter& writer, error_status_t code) {
+  writer.End();
+  return {code, writer.exception()};
+}
+
+PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
+  LogMessage(kBitmapDebug, L"CopyBitmap invoked: BitmapId 0x%016I64x\n", bitmap_id);
+  PipeWriter writer(pipe);
+  const PinnedBitmap bitmap = GetBitmapById(bitmap_id);
+  if (!bitmap) {
+    LogMessage(kBitmapError, L"Failed to find BitmapId 0x%016I64x to copy\n", bitmap_id);
+    return EndPipe(writer, ERROR_NOT_FOUND);
+  }
+  const BitmapHeader& header = *bitmap->header();
+  const std::uint32_t length = header.HeaderSize + header.BitmapSize;
+  writer.Push({reinterpret_cast<const std::byte*>(&header), length});
+  const PipeOutcome outcome = EndPipe(writer, ERROR_SUCCESS);
+  if (outcome.exception == 0) {
+    LogMessage(kBitmapInfo,
+               L"Copied BitmapId 0x%016I64x, %u bytes, Volume %s, FileId 0x%016I64x\n", bitmap_id,
+               length, GuidToString(header.Volume).c_str(), header.FileId);
+  }
+  return outcome;
+}
+
+// Writes one file with the bitmaps that the snapshot has of it, and returns how many they are.
+std::uint32_t PutFile(TrackedFilesWriter& stream, const TrackedFileEntry& file,
+                      const std::vector<BitmapInfo>& bitmaps) {
+  const auto count = static_cast<std::uint32_t>(bitmaps.size());
+  stream.PutFile(file.VolumeGuid, file.FileId, file.Path, count);
+  for (const BitmapInfo& bitmap : bitmaps) {
+    stream.PutBitmap(bitmap.FileSize, bitmap.CreationTime, bitmap.BitmapId);
+  }
+  return count;
+}
+
+PipeOutcome WriteTrackedFiles(wire::BytePipe& pipe) {
+  std::vector<TrackedFileEntry> files;
+  CollectTrackedFiles(files);
+  const std::map<FileKey, std::vector<BitmapInfo>> bitmaps = ListAllBitmaps();
+  PipeWriter writer(pipe);
+  TrackedFilesWriter stream([&](std::span<const std::byte> piece) { writer.Push(piece); });
+  stream.PutFileCount(static_cast<std::uint32_t>(files.size()));
+  std::uint32_t total = 0;
+  for (const TrackedFileEntry& file : files) {
+    const auto found = bitmaps.find({file.VolumeGuid, file.FileId});
+    total += PutFile(stream, file,
+                     found != bitmaps.end() ? found->second : std::vector<BitmapInfo>{});
+  }
+  const PipeOutcome outcome = EndPipe(writer, ERROR_SUCCESS);
+  if (outcome.exception == 0) {
+    LogMessage(kGeneralInfo,
+               L"ZEL_GetTrackedFiles: Sent results for %llu tracked file and %u bitmaps\n",
+               files.size(), total);
+  }
+  return outcome;
+}
+
+}  // namespace
+
+error_status_t CopyBitmap(handle_t, BitmapId bitmap_id, wire::BytePipe* contents) {
+  return AnswerOrRaise(CopyBitmapInto(bitmap_id, *contents));
+}
+
+error_status_t ZEL_GetTrackedFiles(handle_t, wire::BytePipe* stream) {
+  return AnswerOrRaise(WriteTrackedFiles(*stream));
+}
+
+}  // namespace zel

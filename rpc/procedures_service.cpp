@@ -1,0 +1,40 @@
+// The procedures that hand over to another part of the service and have nothing else to do.
+#include "bitmap/bitmap_manager.h"
+#include "common/identity.h"
+#include "drivercomm/driver_status_report.h"
+#include "drivercomm/synchronize.h"
+#include "logging/log_message.h"
+#include "rpc/procedures.h"
+
+namespace zel {
+
+error_status_t Ping(handle_t) {
+  return ERROR_SUCCESS;
+}
+
+error_status_t DeleteBitmap(handle_t, BitmapId bitmap_id) {
+  LogMessage(kGeneralDebug, L"DeleteBitmap invoked for bitmap id: 0x%016I64x\n", bitmap_id);
+  VolumeGuid volume_guid;
+  FileId file_id;
+  DeleteBitmapById(bitmap_id, volume_guid, file_id);
+  LogMessage(kGeneralInfo, L"Deleted BitmapId 0x%016I64x, Volume %s, FileId 0x%016I64x\n",
+             bitmap_id, GuidToString(volume_guid).c_str(), file_id);
+  return ERROR_SUCCESS;
+}
+
+error_status_t SynchronizeBitmaps(handle_t, FileTime request_time) {
+  LogMessage(kGeneralInfo, L"Synchronizing bitmaps to %I64u\n", request_time);
+  const std::uint32_t result = Synchronize(request_time);
+  if (result != ERROR_SUCCESS) {
+    LogMessage(kGeneralWarn, L"Failed to synchronize bitmaps to %I64u\n", request_time);
+  } else {
+    LogMessage(kGeneralInfo, L"Synchronized bitmaps to %I64u\n", request_time);
+  }
+  return result;
+}
+
+error_status_t GetDriverStatus(handle_t) {
+  return static_cast<error_status_t>(LogDriverStatus());
+}
+
+}  // namespace zel

@@ -1,0 +1,122 @@
+#include "tracking/tracked_file_table.h"
+
+#include <iterator>
+#include <optional>
+
+#include "common/identity.h"
+#include "logging/log_message.h"
+#include "tracking/tracked_file_list.h"
+#include "tracking/tracked_file_list_value.h"
+#include "tracking/tracked_files_state.h"
+
+namespace zel {
+
+namespace {
+
+// The identity other than `requested` under which the path is tracked: the first volume's that has
+// one.
+std::optional<FileKey> FindConflict(std::wstring_view path, const FileKey& requested)
+    ZEL_REQUIRES(TrackedFilesLock) {
+  for (const auto& [volume_guid, list] : TrackedFiles().table) {
+    const FileKey existing = {volume_guid, list->Find(path)};
+    if (existing.file_id != 0 && existing != requested) return existing;
+  }
+  return std::nullopt;
+}
+
+void LogConflict(const wchar_t* path, const FileKey& requested, const FileKey& existing) {
+  if (existing.volume == requested.volume) {
+    LogMessage(kGeneralWarn,
+               L"Unable to start tracking file %ls because it is already tracked under a different "
+               L"FileId\n",
+               path);
+  } else if (existing.file_id == requested.file_id) {
+    LogMessage(kGeneralWarn,
+               L"Unable to start tracking file %ls because it is already tracked under a different "
+               L"VolumeGuid\n",
+               path);
+  } else {
+    LogMessage(kGeneralWarn,
+               L"Unable to start tracking file %ls because it is already tracked under a different "
+               L"VolumeGuid and FileId\n",
+               path);
+  }
+  LogMessage(kGeneralWarn, L"  Requested: VolumeGuid %s FileId 0x%016I64x\n",
+             GuidToString(requested.volume).c_str(), requested.file_id);
+  LogMessage(kGeneralWarn, L"  Existing:  VolumeGuid %s FileId 0x%016I64x\n",
+             GuidToString(existing.volume).c_str(), existing.file_id);
+}
+
+VolumeFileList& FindOrInsertList(const VolumeGuid& volume_guid) ZEL_REQUIRES(TrackedFilesLock) {
+  std::shared_ptr<VolumeFileList>& list = TrackedFiles().table[volume_guid];
+  if (!list) list = std::make_shared<VolumeFileList>(volume_guid);
+  return *list;
+}
+
+// What follows every change of a list.
+void SaveChange(const VolumeFileList& list) ZEL_REQUIRES(TrackedFilesLock) {
+  SaveVolumeFileList(list, TrackedFiles().TrackedFileListKey.get());
+  WakeCleanupThread();
+}
+
+}  // namespace
+
+bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, FileId file_id,
+                       bool& is_new) {
+  is_new = false;
+  const std::wstring terminated_path(path);
+  if (path.size() > kMaxTrackedPath) {
+    LogMessage(kGeneralWarn,
+               L"Unable to start tracking file %ls because its path is longer than 32767 "
+               L"characters\n",
+               terminated_path.c_str());
+    return false;
+  }
+  const LockGuard guard(TrackedFilesLock);
+  const FileKey requested = {volume_guid, file_id};
+  if (const std::optional<FileKey> existing = FindConflict(path, requested)) {
+    LogConflict(terminated_path.c_str(), requested, *existing);
+    return false;
+  }
+  VolumeFileList& list = FindOrInsertList(volume_guid);
+  if (!list.Set(path, file_id)) return true;
+  LogMessage(kGeneralInfo, L"Started tracking %s, Volume %s, FileId 0x%016I64x\n",
+             terminated_path.c_str(), GuidToString(volume_guid).c_str(), file_id);
+  SaveChange(list);
+  is_new = true;
+  return true;
+}
+
+bool FindTrackedFile(std::wstring_view path, VolumeGuid& volume_guid, FileId& file_id) {
+  const LockGuard guard(TrackedFilesLock);
+  for (const auto& [guid, list] : TrackedFiles().table) {
+    const FileId found = list->Find(path);
+    if (found == 0) continue;
+    volume_guid = guid;
+    file_id = found;
+    return true;
+  }
+  return false;
+}
+
+void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries) {
+  entries.clear();
+  const LockGuard guard(TrackedFilesLock);
+  for (const auto& [volume_guid, list] : TrackedFiles().table) {
+    for (const auto& [path, file_id] : list->files()) {
+      if (file_id != 0) entries.push_back({path, volume_guid, file_id});
+    }
+  }
+}
+
+void StopTrackingFile(std::wstring_view path) {
+  const LockGuard guard(TrackedFilesLock);
+  TrackedFileTable& table = TrackedFiles().table;
+  for (auto volume = table.begin(); volume != table.end();) {
+    VolumeFileList& list = *volume->second;
+    if (list.Erase(path)) SaveChange(list);
+    volume = list.files().empty() ? table.erase(volume) : std::next(volume);
+  }
+}
+
+}  // namespace zel

@@ -1,0 +1,43 @@
+// Which files are tracked: the one table, in memory, and written through to the registry.
+//
+// Paths that differ only in the case of the letters A to Z are the same. A file id of 0 that is
+// stored for a path counts as not tracked.
+// Threads: any thread; every operation holds TrackedFilesLock for its whole run, the write to the
+// registry included. Its caller may hold no lock that comes after it (docs/architecture.md).
+// Errors: a registry that cannot be written is logged and otherwise ignored.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/types.h"
+
+namespace zel {
+
+// One tracked file, copied out.
+struct TrackedFileEntry {
+  std::wstring Path;
+  zel::VolumeGuid VolumeGuid;
+  zel::FileId FileId;
+};
+
+// Records a file as tracked. `is_new` tells whether it was not so before, under this very volume
+// and id. False, and nothing changed, when the path is tracked under another volume or id, and when
+// it is too long to be stored; both are logged.
+[[nodiscard]] bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid,
+                                     FileId file_id, bool& is_new);
+
+// The first volume in the order of the GUIDs that tracks `path`. False, outputs unchanged, when
+// none does.
+[[nodiscard]] bool FindTrackedFile(std::wstring_view path, VolumeGuid& volume_guid,
+                                   FileId& file_id);
+
+// Replaces `entries` by every tracked file, volumes in the order of their GUIDs and within each the
+// paths in theirs.
+void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries);
+
+// Removes the path from every volume that has it. Logs nothing.
+void StopTrackingFile(std::wstring_view path);
+
+}  // namespace zel

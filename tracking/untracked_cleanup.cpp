@@ -1,0 +1,102 @@
+#include "tracking/untracked_cleanup.h"
+
+#include <process.h>
+#include <windows.h>
+
+#include "common/identity.h"
+#include "tracking/clean_volume_directory.h"
+#include "tracking/tracked_file_list.h"
+#include "tracking/tracked_files_state.h"
+
+namespace zel {
+
+namespace {
+
+constexpr DWORD kPassIntervalMs = 60'000;
+constexpr DWORD kEndTimeoutMs = 1'000;
+constexpr DWORD kTerminatedExitCode = 641;
+constexpr unsigned kStackReservation = 1u << 20;
+
+// Held while the thread is started and ended, and while it is waited for: before TrackedFilesLock.
+CriticalSection cleanupThreadLock;
+
+// Returns the event that asks for the next pass; null when the thread is to end.
+HANDLE BeginPass() {
+  const LockGuard guard(TrackedFilesLock);
+  TrackedFilesState& state = TrackedFiles();
+  if (state.CleanupShutdown) {
+    state.CleanupWakeEvent.reset();
+    return nullptr;
+  }
+  // Before the pass looks at the table, so that no change behind its back goes unnoticed.
+  ::ResetEvent(state.CleanupWakeEvent.get());
+  return state.CleanupWakeEvent.get();
+}
+
+unsigned __stdcall UntrackedCleanupThread(void*) {
+  while (const HANDLE wake_event = BeginPass()) {
+    for (const VolumeGuid& volume_guid : ListVolumeGuids(GetCbtDirectory())) {
+      CleanVolumeDirectory(volume_guid);
+    }
+    ::WaitForSingleObject(wake_event, kPassIntervalMs);
+  }
+  return 0;
+}
+
+// Asks the thread to end. Null when there is none.
+HANDLE RequestEnd() {
+  const LockGuard guard(TrackedFilesLock);
+  TrackedFilesState& state = TrackedFiles();
+  if (!state.CleanupThread) return nullptr;
+  state.CleanupShutdown = true;
+  if (state.CleanupWakeEvent) ::SetEvent(state.CleanupWakeEvent.get());
+  return state.CleanupThread.get();
+}
+
+void WaitForEnd(HANDLE thread) {
+  if (::WaitForSingleObject(thread, kEndTimeoutMs) == WAIT_OBJECT_0) return;
+  {
+    // So that the thread does not take the lock with it, which would then be held for ever.
+    const LockGuard guard(TrackedFilesLock);
+    ::TerminateThread(thread, kTerminatedExitCode);
+  }
+  ::WaitForSingleObject(thread, INFINITE);
+}
+
+void CloseThread() {
+  const LockGuard guard(TrackedFilesLock);
+  TrackedFiles().CleanupThread.reset();
+  TrackedFiles().CleanupWakeEvent.reset();  // a terminated thread has left it open
+}
+
+}  // namespace
+
+bool StartCleanupThread() {
+  // Not left to the thread: terminated while it computes the path, it would keep everyone waiting.
+  (void)GetCbtDirectory();
+  const LockGuard thread_guard(cleanupThreadLock);
+  const LockGuard guard(TrackedFilesLock);
+  TrackedFilesState& state = TrackedFiles();
+  // A stop came first and has emptied the table: to the thread, every file would be untracked.
+  if (!state.TrackedFileListKey) return false;
+  state.CleanupShutdown = false;
+  state.CleanupWakeEvent.reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  // Without its event the thread would run one pass after the other.
+  if (!state.CleanupWakeEvent) return false;
+  state.CleanupThread.reset(reinterpret_cast<HANDLE>(
+      ::_beginthreadex(nullptr, kStackReservation, UntrackedCleanupThread, nullptr,
+                       STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr)));
+  if (!state.CleanupThread) state.CleanupWakeEvent.reset();
+  return static_cast<bool>(state.CleanupThread);
+}
+
+void ShutdownTrackedFiles() {
+  const LockGuard thread_guard(cleanupThreadLock);
+  if (const HANDLE thread = RequestEnd()) {
+    WaitForEnd(thread);
+    CloseThread();
+  }
+  CloseTrackedFileList();
+}
+
+}  // namespace zel
