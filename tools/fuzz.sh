@@ -14,6 +14,6 @@ for target in build/native-asan/bin/${1:-*}_fuzz; do
   name=$(basename "$target" _fuzz)
   mkdir -p "build/fuzz/$name"
   echo "== $name: $runs runs"
-  "$target" -runs="$runs" -max_len=4096 -print_final_stats=1 -verbosity=0 \
+  "$target" -runs="$runs" -max_len=65536 -print_final_stats=1 -verbosity=0 \
     -artifact_prefix="build/fuzz/$name/" "build/fuzz/$name" "tests/fuzz/corpus/$name"
 done

@@ -85,7 +85,8 @@ std::vector<std::byte> EncodeTrackedFileListValue(const VolumeFileList& list) {
 TrackedFileListReader::TrackedFileListReader(std::span<const std::byte> value) {
   ValueHeader header;
   if (!Extract(value, header)) return;
-  volume_guid_ = header.volume;
+  const VolumeGuid volume = header.volume;  // a copy, for the field is not aligned
+  volume_guid_ = volume;
   remaining_ = header.count;
   rest_ = value.subspan(sizeof header);
 }

@@ -12,6 +12,7 @@
 #include "bitmap/header_checks.h"
 #include "bitmap/new_bitmap.h"
 #include "bitmap/set_bits.h"
+#include "tests/unit/support/hex_dump.h"
 
 namespace zel {
 namespace {
@@ -32,25 +33,6 @@ struct alignas(8) File {
   BitmapHeader& header() { return *reinterpret_cast<BitmapHeader*>(bytes.data()); }
 };
 
-// The example's lines of hexadecimal digits, each behind its offset.
-std::string ReadDumpedBytes(const std::string& path, std::size_t& lines) {
-  std::ifstream document(path);
-  EXPECT_TRUE(document) << path;
-  std::string bytes(kLength, '\0');
-  for (std::string line; std::getline(document, line);) {
-    std::istringstream fields(line);
-    std::string offset_text;
-    fields >> offset_text;
-    if (line.substr(0, 4) != "    " || offset_text.size() != 8 || offset_text[0] != '0') continue;
-    ++lines;
-    std::size_t offset = std::stoul(offset_text, nullptr, 16);
-    for (std::string byte; fields >> byte; ++offset) {
-      bytes.at(offset) = static_cast<char>(std::stoul(byte, nullptr, 16));
-    }
-  }
-  return bytes;
-}
-
 TEST(FileFormatExampleTest, IsWhatTheCodeWrites) {
   File file;
   const NewBitmapBytes first_bytes = ComposeNewBitmapBytes(kExample, 0x000500000001a9f0);
@@ -64,10 +46,9 @@ TEST(FileFormatExampleTest, IsWhatTheCodeWrites) {
   SetBitsInRange(bits, 7, 10);
   file.header().ClosedCleanly = 1;
 
-  std::size_t lines = 0;
-  const std::string dumped = ReadDumpedBytes(ZEL_DOCS "/file-format.md", lines);
-  EXPECT_EQ(lines, 7u);
-  EXPECT_EQ(dumped, std::string(reinterpret_cast<const char*>(file.bytes.data()), kLength));
+  const test::HexDump dump = test::ReadHexDump(ZEL_DOCS "/file-format.md", kLength);
+  EXPECT_EQ(dump.lines, 7u);
+  EXPECT_EQ(dump.bytes, std::string(reinterpret_cast<const char*>(file.bytes.data()), kLength));
 }
 
 TEST(FileFormatExampleTest, IsCalledWhatTheCodeCallsIt) {

@@ -1,0 +1,28 @@
+// What the driver reports of a file, done to every bitmap of it. A file without bitmaps is no
+// error.
+//
+// Threads: any; bitmapCacheLock is taken for the lookup only.
+// Cost of a write: the lookup, a time stamp and the bits; no heap, no system call while the bitmaps
+// are loaded and the write lies inside of them.
+#pragma once
+
+#include <cstdint>
+
+#include "common/types.h"
+
+namespace zel {
+
+// A write of `length` bytes at `offset`: sets the bits of its blocks. One that passes a bitmap's
+// end marks it SizeChanged.
+void UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t offset,
+                          std::uint32_t length);
+
+// The file's size is now `new_size` bytes: marks every bitmap made for another size SizeChanged,
+// and sets the bits from the new end on when the file was larger when the bitmap was made.
+void ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t new_size);
+
+// The driver could not report everything: marks the bitmaps Unreliable, and logs those that were
+// not.
+void MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid);
+
+}  // namespace zel

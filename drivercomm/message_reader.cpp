@@ -1,0 +1,152 @@
+#include "drivercomm/message_reader.h"
+
+#include <windows.h>
+
+// After <windows.h>:
+#include <fltuser.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <utility>
+
+#include "common/error_info.h"
+#include "drivercomm/driver_session.h"
+#include "drivercomm/message_handler.h"
+#include "logging/log_message.h"
+
+namespace zel {
+
+namespace {
+
+constexpr std::size_t kReceiveBufferBytes = 65'536;
+constexpr DWORD kPauseMs = 1'000;
+constexpr DWORD kCancelLimitMs = 1'000;
+
+class MessageReader {
+ public:
+  MessageReader(const DriverSession& session, MessageReading& reading)
+      : session_(session), reading_(reading) {}
+
+  void Run() {
+    while (!driverThreadsStopping) {
+      if (BeginRead() && WaitForRead()) FinishRead();
+    }
+    TakeReadBack();
+  }
+
+ private:
+  // False when there is nothing to wait for; it has then waited a second, or for the stop.
+  bool BeginRead();
+
+  // True when the read is over.
+  [[nodiscard]] bool WaitForRead();
+
+  void FinishRead();
+
+  // Takes a read that nobody waits for any more back from the port. When the driver was faster its
+  // message has left the driver's queue and is handled: the driver will not send it again.
+  void TakeReadBack();
+
+  void HandleReceived() {
+    HandleDriverMessage(
+        std::span(buffer_).first(std::min<std::size_t>(overlapped_.InternalHigh, buffer_.size())));
+  }
+  [[nodiscard]] HANDLE received() const { return reading_.received.get(); }
+  void BeginRound() { reading_.round.fetch_or(1, std::memory_order_release); }
+  void EndRound() { reading_.round.fetch_add(1, std::memory_order_release); }
+
+  const DriverSession& session_;
+  MessageReading& reading_;
+  bool is_reading_ = false;
+  bool last_read_was_refused_ = false;
+  OVERLAPPED overlapped_;
+  // Not cleared between reads: only what a read has transferred is ever looked at.
+  alignas(FILTER_MESSAGE_HEADER) std::array<std::byte, kReceiveBufferBytes> buffer_;
+};
+
+bool MessageReader::BeginRead() {
+  TakeReadBack();  // if the wait for it failed
+  ::ResetEvent(received());
+  overlapped_ = {};
+  overlapped_.hEvent = received();
+  BeginRound();
+  const HRESULT result = ::FilterGetMessage(
+      session_.port->get(), reinterpret_cast<FILTER_MESSAGE_HEADER*>(buffer_.data()),
+      static_cast<DWORD>(buffer_.size()), &overlapped_);
+  is_reading_ = result == HRESULT_FROM_WIN32(ERROR_IO_PENDING);
+  const bool refused_before = std::exchange(last_read_was_refused_, !is_reading_);
+  if (is_reading_) return true;
+  EndRound();
+  if (!refused_before) {
+    LogMessage(kDriverCommError, L"Unexpected result 0x%08x from FilterGetMessage\n", result);
+  }
+  ::WaitForSingleObject(session_.serviceThreadShutdownEvent.get(), kPauseMs);
+  return false;
+}
+
+bool MessageReader::WaitForRead() {
+  const HANDLE handles[] = {session_.serviceThreadShutdownEvent.get(), received()};
+  const DWORD result = ::WaitForMultipleObjects(2, handles, FALSE, INFINITE);
+  switch (result) {
+    case WAIT_OBJECT_0:
+      LogMessage(kDriverCommDebug, L"Service thread shutdown requested\n");
+      return false;
+    case WAIT_OBJECT_0 + 1:
+      return true;
+    default:
+      LogMessage(kDriverCommError, L"Unexpected handle condition (%u)\n", result);
+      return false;
+  }
+}
+
+void MessageReader::FinishRead() {
+  is_reading_ = false;
+  if (overlapped_.Internal == 0) {
+    HandleReceived();
+  } else {
+    const ErrorInfo error(static_cast<std::uint32_t>(overlapped_.Internal));
+    LogMessage(kDriverCommError, L"FilterGetMessage failed: %hs\n", error.text());
+  }
+  EndRound();
+}
+
+void MessageReader::TakeReadBack() {
+  if (!std::exchange(is_reading_, false)) return;
+  const bool cancelled = ::CancelIoEx(session_.port->get(), &overlapped_);
+  // One that could not be cancelled is over already, or never will be.
+  const DWORD wait = ::WaitForSingleObject(received(), cancelled ? kCancelLimitMs : 0);
+  if (wait == WAIT_OBJECT_0 && overlapped_.Internal == 0) HandleReceived();
+  EndRound();
+}
+
+bool WaitForStart(const DriverSession& session) {
+  if (::WaitForSingleObject(session.serviceThreadStartEvent.get(), INFINITE) == WAIT_OBJECT_0) {
+    return true;
+  }
+  LogMessage(kDriverCommError, L"Startup event wait failed %u\n", ::GetLastError());
+  return false;
+}
+
+}  // namespace
+
+unsigned __stdcall DriverMessageThread(void* start_information) {
+  LogMessage(kDriverCommDebug, L"Service thread started\n");
+  if (start_information == nullptr) {
+    LogMessage(kDriverCommError, L"Invalid start info, terminating\n");
+    return 0;
+  }
+  auto& session = *static_cast<DriverSession*>(start_information);
+  MessageReading& reading = session.readings.at(session.readings_taken++);
+  reading.received.reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!reading.received) {
+    LogMessage(kDriverCommError, L"Failed to allocate an event: %u\n", ::GetLastError());
+    return 0;
+  }
+  if (!WaitForStart(session)) return 0;
+  MessageReader(session, reading).Run();
+  LogMessage(kDriverCommDebug, L"Service thread shutdown\n");
+  return 0;
+}
+
+}  // namespace zel

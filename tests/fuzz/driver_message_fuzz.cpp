@@ -1,0 +1,80 @@
+// Any bytes as an event message, up to a whole receive buffer: told to be faulty, or read as what
+// their bytes say. The written range then stays inside every bitmap.
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "drivercomm/block_range.h"
+#include "drivercomm/driver_message.h"
+
+namespace {
+
+using Byte = unsigned char;
+
+void Require(bool condition) {
+  if (!condition) std::abort();
+}
+
+// The little-endian number of `size` bytes at `at`; 0 for what lies behind the end.
+std::uint64_t Number(const Byte* data, std::size_t length, std::size_t at, std::size_t size) {
+  std::uint64_t number = 0;
+  for (std::size_t i = size; i-- > 0;) number = number << 8 | (at + i < length ? data[at + i] : 0);
+  return number;
+}
+
+void RequireFields(const zel::DriverMessage& message, const Byte* data, std::size_t size) {
+  Require(message.ReplyLength == Number(data, size, 0, 4));
+  Require(message.MessageId == Number(data, size, 8, 8));
+  Require(message.Magic == Number(data, size, 16, 4));
+  Require(static_cast<std::uint16_t>(message.Type) == Number(data, size, 20, 2));
+  Require(message.UnreportedChanges == Number(data, size, 22, 1));
+  Require(message.ProcessId == Number(data, size, 24, 4));
+  Require(message.Timestamp == Number(data, size, 32, 8));
+  Require(message.FileId == Number(data, size, 40, 8));
+  Require(message.VolumeGuid.Data1 == Number(data, size, 48, 4));
+  Require(message.VolumeGuid.Data4[7] == Number(data, size, 63, 1));
+  Require(message.OffsetOrSize == Number(data, size, 64, 8));
+  Require(message.Length == Number(data, size, 72, 4));
+}
+
+void RequireInside(const std::optional<zel::BitRange>& bits, std::uint32_t bit_count) {
+  if (bits) Require(std::uint64_t{bits->first} + bits->count <= bit_count);
+}
+
+// The message's numbers as a write and as a size change of files with all kinds of bitmaps.
+void ApplyToBitmaps(const zel::DriverMessage& message) {
+  for (const std::uint32_t block_size : {1u, 3u, 4096u, 65'536u, 0xFFFFFFFFu}) {
+    for (const std::uint32_t bit_count : {0u, 1u, 8u, 1000u, 0xFFFFFFFFu}) {
+      const zel::BlockRange blocks =
+          zel::BlocksOfWrite(message.OffsetOrSize, message.Length, block_size);
+      const zel::BitsToSet to_set = zel::BitsOfBlocks(blocks, bit_count);
+      RequireInside(to_set.bits, bit_count);
+      Require(to_set.passes_end == (blocks.first > 0xFFFFFFFF ||
+                                    blocks.first + std::uint64_t{blocks.count} > bit_count));
+      RequireInside(
+          zel::BitsBehindNewEnd(message.OffsetOrSize, message.FileId, block_size, bit_count),
+          bit_count);
+    }
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const Byte* data, std::size_t size) {
+  // A block that ends where the transfer does, for AddressSanitizer.
+  const std::unique_ptr<std::byte[]> bytes(new std::byte[size]);
+  if (size != 0) std::memcpy(bytes.get(), data, size);
+  zel::DriverMessage message;
+  std::memset(&message, 0xA5, sizeof message);
+  const zel::DriverMessageFault fault = zel::ParseDriverMessage({bytes.get(), size}, message);
+  RequireFields(message, data, size);
+  if (size < 80) {
+    Require(fault == zel::DriverMessageFault::kTooSmall);
+  } else if (Number(data, size, 16, 4) != 0x092ABB38) {
+    Require(fault == zel::DriverMessageFault::kWrongMagic);
+  } else {
+    Require(fault == zel::DriverMessageFault::kNone);
+    ApplyToBitmaps(message);
+  }
+  return 0;
+}

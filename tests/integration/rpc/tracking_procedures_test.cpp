@@ -1,0 +1,276 @@
+// StartTracking, StartTracking2 and StopTracking, called by a client.
+#include "tests/integration/support/import_hook.h"
+#include "tests/integration/support/rpc_fixture.h"
+
+extern "C" {
+extern void* __imp_GetVolumeNameForVolumeMountPointW;
+}
+
+namespace zel {
+namespace {
+
+using test::FakeDriver;
+using test::kFile;
+using test::kKey;
+using test::kVolume;
+using test::Track;
+using test::WriteFileBytes;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::uint32_t kBlock = 4096;
+constexpr char kGeneralOnly[] =
+    "zelservicelog=trace\nzelservicelog:bitmap=none\nzelservicelog:drivercomm=none\n";
+constexpr wchar_t kPath[] = L"C:\\data\\file";
+
+std::vector<std::string> TrackedPaths() {
+  std::vector<TrackedFileEntry> entries;
+  CollectTrackedFiles(entries);
+  std::vector<std::string> paths;
+  for (const TrackedFileEntry& entry : entries) {
+    paths.push_back(std::filesystem::path(entry.Path).string());
+  }
+  return paths;
+}
+
+std::vector<BitmapInfo> BitmapsOf(const FileKey& file = kKey) {
+  const auto all = ListAllBitmaps();
+  const auto found = all.find(file);
+  return found == all.end() ? std::vector<BitmapInfo>{} : found->second;
+}
+
+class StartTracking2Test : public test::RpcFixture {
+ protected:
+  CallResult Start(std::uint64_t file_size, std::uint32_t block_size = kBlock,
+                   const FileKey& file = kKey) {
+    info = {};
+    return client.StartTracking2(kPath, file, file_size, block_size, info);
+  }
+
+  // Ends the server's log; the bitmap's id is printed as "ID".
+  std::vector<std::string> Messages() {
+    char id[17];
+    std::snprintf(id, sizeof id, "%016llx", info.BitmapId);
+    std::vector<std::string> messages = StopLoggingAndGetMessages();
+    for (std::string& message : messages) {
+      const std::size_t at = message.find(id);
+      if (info.BitmapId != 0 && at != std::string::npos) message.replace(at, 16, "ID");
+    }
+    return messages;
+  }
+
+  wire::BitmapInfo info = {};
+};
+
+TEST_F(StartTracking2Test, NewFileGetsABitmapAndIsShownToTheDriver) {
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", "verify C:\\data\\file 281474976710947"));
+  EXPECT_THAT(TrackedPaths(), ElementsAre("C:\\data\\file"));
+  ASSERT_EQ(BitmapsOf().size(), 1u);
+  EXPECT_EQ(info.FileSize, 512u + 4);  // 25 blocks
+  EXPECT_EQ(info.CreationTime, BitmapsOf()[0].CreationTime);
+  EXPECT_EQ(info.BlockSize, kBlock);
+  EXPECT_EQ(info.BitmapId, BitmapsOf()[0].BitmapId);
+  EXPECT_EQ(info.VolumeGuid, kVolume);
+  EXPECT_EQ(info.FileId, kFile);
+  EXPECT_THAT(
+      Messages(),
+      ElementsAre("DEBUG StartTracking2 invoked: C:\\data\\file",
+                  "INFO  Started tracking C:\\data\\file, Volume "
+                  "01234567-89ab-cdef-0123-456789abcdef, FileId 0x0001000000000123",
+                  "DEBUG StartTracking2 exit 0: BitmapId 0xID, size 100000, C:\\data\\file"));
+}
+
+TEST_F(StartTracking2Test, TrackedFileGetsAnotherBitmapWithoutTheDriver) {
+  ASSERT_TRUE(Start(100'000).ok());
+  const BitmapId first = info.BitmapId;
+  FakeDriver::Take();
+  FakeDriver::verify_code = ERROR_TIMEOUT;  // would show
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_NE(info.BitmapId, first);
+  EXPECT_EQ(BitmapsOf().size(), 2u);
+  EXPECT_THAT(FakeDriver::Take(), IsEmpty());
+}
+
+TEST_F(StartTracking2Test, BitmapHasOneBitForEachBlockRoundedUp) {
+  for (const auto& [blocks, bytes] : {std::pair{1u, 1u}, {8, 1}, {9, 2}, {64, 8}, {65, 9}}) {
+    ASSERT_TRUE(Start(std::uint64_t{blocks} * kBlock).ok());
+    EXPECT_EQ(info.FileSize, 512 + bytes) << blocks;
+    ASSERT_TRUE(Start(std::uint64_t{blocks - 1} * kBlock + 1 + (blocks == 1 ? kBlock - 1 : 0)).ok());
+    EXPECT_EQ(info.FileSize, 512 + bytes) << blocks;
+  }
+}
+
+TEST_F(StartTracking2Test, FileBelow4096BytesIsRefusedAndNothingIsMade) {
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(Start(4095), (CallResult{0, ERROR_INSUFFICIENT_BUFFER}));
+  EXPECT_THAT(TrackedPaths(), IsEmpty());
+  EXPECT_THAT(BitmapsOf(), IsEmpty());
+  EXPECT_THAT(FakeDriver::Take(), IsEmpty());
+  EXPECT_THAT(Messages(),
+              ElementsAre("DEBUG StartTracking2 invoked: C:\\data\\file",
+                          "WARN  StartTracking: cannot track file C:\\data\\file because size is "
+                          "4095",
+                          "DEBUG StartTracking2 exit 122: BitmapId 0x0000000000000000, size 4095, "
+                          "C:\\data\\file"));
+}
+
+TEST_F(StartTracking2Test, FileOf4096BytesIsTracked) {
+  EXPECT_EQ(Start(4096), (CallResult{0, 0}));
+}
+
+TEST_F(StartTracking2Test, PathTrackedUnderAnotherIdIsAConflict) {
+  ASSERT_TRUE(Start(100'000).ok());
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(Start(100'000, kBlock, {kVolume, kFile + 1}), (CallResult{0, ERROR_MEDIA_CHANGED}));
+  EXPECT_EQ(info.BitmapId, 0u);
+  EXPECT_THAT(BitmapsOf({kVolume, kFile + 1}), IsEmpty());
+  const std::vector<std::string> messages = Messages();
+  ASSERT_EQ(messages.size(), 6u);
+  EXPECT_EQ(messages[4], "WARN  StartTracking: cannot track file C:\\data\\file");
+  EXPECT_EQ(messages[5],
+            "DEBUG StartTracking2 exit 1110: BitmapId 0x0000000000000000, size 100000, "
+            "C:\\data\\file");
+}
+
+TEST_F(StartTracking2Test, BitmapThatCannotBeMadeLeavesTheFileTracked) {
+  StartLogging(kGeneralOnly);
+  WriteFileBytes(cbt() / test::kVolumeText, "a file where a directory belongs");
+  EXPECT_EQ(Start(100'000), (CallResult{0, 1}));
+  EXPECT_THAT(TrackedPaths(), ElementsAre("C:\\data\\file"));
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify"));
+  EXPECT_EQ(info.BitmapId, 0u);
+  EXPECT_EQ(Messages().at(2),
+            "ERROR StartTracking: CreateNewBitmap for Volume "
+            "01234567-89ab-cdef-0123-456789abcdef, FileId 0x0001000000000123 failed");
+}
+
+TEST_F(StartTracking2Test, MoreBlocksThanABitmapFileCanHoldFailLikewise) {
+  for (const std::uint64_t size : {~0ull, 1ull << 62}) {
+    EXPECT_EQ(Start(size, 1), (CallResult{0, 1}));
+  }
+  EXPECT_THAT(TrackedPaths(), ElementsAre("C:\\data\\file"));
+  EXPECT_THAT(BitmapsOf(), IsEmpty());
+}
+
+TEST_F(StartTracking2Test, FileThatTheDriverDoesNotTrackIsGivenUp) {
+  FakeDriver::verify_code = ERROR_TIMEOUT;
+  EXPECT_EQ(Start(100'000), (CallResult{0, ERROR_TIMEOUT}));
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", "verify C:\\data\\file 281474976710947",
+                                              "stop C:\\data\\file 281474976710947"));
+  EXPECT_THAT(TrackedPaths(), IsEmpty());
+  EXPECT_THAT(BitmapsOf(), IsEmpty());
+  EXPECT_EQ(info.FileSize, 0u);  // as it was
+}
+
+TEST_F(StartTracking2Test, BlockSizeOf0FaultsTheOneCallAfterTheFileIsTracked) {
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(Start(100'000, 0), (CallResult{RPC_S_ZERO_DIVIDE, 0}));
+  EXPECT_THAT(TrackedPaths(), ElementsAre("C:\\data\\file"));
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify"));
+  EXPECT_THAT(BitmapsOf(), IsEmpty());
+  EXPECT_EQ(client.Ping(), (CallResult{0, 0}));
+  EXPECT_EQ(Messages().size(), 2u);  // no exit
+}
+
+TEST_F(StartTracking2Test, BlockSizeOf0IsNotReachedByARefusedFile) {
+  EXPECT_EQ(Start(4095, 0), (CallResult{0, ERROR_INSUFFICIENT_BUFFER}));
+}
+
+// Answers for a volume's name as for its mount point, which not every system's look-up does.
+BOOL WINAPI NameAnyVolume(const wchar_t*, wchar_t* name, DWORD size) {
+  return ::wcscpy_s(name, size, L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\") == 0;
+}
+
+class StartTrackingTest : public test::RpcFixture {
+ protected:
+  StartTrackingTest() { WriteFileBytes(path, std::string(5000, 'x')); }
+
+  CallResult Start(const std::filesystem::path& file) {
+    info = {};
+    return client.StartTracking(file.wstring(), kBlock, info);
+  }
+
+  test::ImportHook volumes{__imp_GetVolumeNameForVolumeMountPointW, &NameAnyVolume};
+  std::filesystem::path path = directory() / "tracked";
+  wire::BitmapInfo info = {};
+};
+
+TEST_F(StartTrackingTest, FindsTheIdentityAndTheSizeByThePath) {
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(Start(path), (CallResult{0, 0}));
+  EXPECT_EQ(info.VolumeGuid, kVolume);
+  EXPECT_EQ(info.FileId, test::IdOf(path));
+  EXPECT_EQ(info.FileSize, 513u);  // 2 blocks
+  EXPECT_THAT(TrackedPaths(), ElementsAre(path.string()));
+  const std::vector<std::string> messages = StopLoggingAndGetMessages();
+  ASSERT_EQ(messages.size(), 3u);
+  EXPECT_EQ(messages[0], "DEBUG StartTracking invoked: " + path.string());
+  char exit_line[1000];
+  std::snprintf(exit_line, sizeof exit_line,
+                "DEBUG StartTracking exit 0: BitmapId 0x%016llx, size 5000, %s", info.BitmapId,
+                path.string().c_str());
+  EXPECT_EQ(messages[2], exit_line);
+}
+
+TEST_F(StartTrackingTest, FileOf4095BytesIsRefusedAndFileOf4096BytesIsNot) {
+  WriteFileBytes(path, std::string(4095, 'x'));
+  EXPECT_EQ(Start(path), (CallResult{0, ERROR_INSUFFICIENT_BUFFER}));
+  EXPECT_THAT(TrackedPaths(), IsEmpty());
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+  WriteFileBytes(path, std::string(4096, 'x'));
+  EXPECT_EQ(Start(path), (CallResult{0, 0}));
+}
+
+TEST_F(StartTrackingTest, MissingFileGivesItsErrorAndNoExitLine) {
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(Start(directory() / "missing"), (CallResult{0, ERROR_FILE_NOT_FOUND}));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("DEBUG StartTracking invoked: " + (directory() / "missing").string()));
+}
+
+BOOL WINAPI NameNoVolume(const wchar_t*, wchar_t*, DWORD) {
+  ::SetLastError(ERROR_NOT_A_REPARSE_POINT);
+  return FALSE;
+}
+
+TEST_F(StartTrackingTest, VolumeWithoutANameGivesItsError) {
+  const test::ImportHook hook(__imp_GetVolumeNameForVolumeMountPointW, &NameNoVolume);
+  EXPECT_EQ(Start(path), (CallResult{0, ERROR_NOT_A_REPARSE_POINT}));
+  EXPECT_THAT(TrackedPaths(), IsEmpty());
+}
+
+TEST_F(StartTrackingTest, BlockSizeOf0FaultsTheCall) {
+  EXPECT_EQ(client.StartTracking(path.wstring(), 0, info), (CallResult{RPC_S_ZERO_DIVIDE, 0}));
+  EXPECT_THAT(TrackedPaths(), ElementsAre(path.string()));
+}
+
+class StopTrackingTest : public test::RpcFixture {};
+
+TEST_F(StopTrackingTest, UntrackedPathIsNotFound) {
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(client.StopTracking(kPath), (CallResult{0, ERROR_FILE_NOT_FOUND}));
+  EXPECT_THAT(FakeDriver::Take(), IsEmpty());
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("INFO  StopTracking invoked: C:\\data\\file",
+                          "INFO  StopTracking exit 2: C:\\data\\file"));
+}
+
+TEST_F(StopTrackingTest, TrackedPathIsStoppedUnderItsIdentity) {
+  Track(kPath);
+  EXPECT_EQ(client.StopTracking(L"c:\\DATA\\file"), (CallResult{0, 0}));
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("stop c:\\DATA\\file 281474976710947"));
+  EXPECT_THAT(TrackedPaths(), IsEmpty());
+}
+
+TEST_F(StopTrackingTest, CodeOfTheForcedStopIsTheAnswer) {
+  Track(kPath);
+  FakeDriver::stop_code = ERROR_ACCESS_DENIED;
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(client.StopTracking(kPath), (CallResult{0, ERROR_ACCESS_DENIED}));
+  EXPECT_EQ(StopLoggingAndGetMessages().back(), "INFO  StopTracking exit 5: C:\\data\\file");
+}
+
+}  // namespace
+}  // namespace zel

@@ -1,0 +1,65 @@
+#include "tests/integration/support/fake_driver.h"
+
+#include <filesystem>
+#include <mutex>
+#include <utility>
+
+#include "bitmap/bitmap_manager.h"
+#include "drivercomm/driver_port.h"
+#include "drivercomm/driver_status_report.h"
+#include "drivercomm/synchronize.h"
+#include "tracking/tracked_file_table.h"
+
+namespace zel {
+
+namespace {
+
+std::mutex asked_lock;
+std::vector<std::string> asked;
+
+void Note(const std::string& question) {
+  const std::lock_guard guard(asked_lock);
+  asked.push_back(question);
+}
+
+std::string About(const std::wstring& path, FileId file_id) {
+  return std::filesystem::path(path).string() + " " + std::to_string(file_id);
+}
+
+}  // namespace
+
+HRESULT NotifyDriverOfTrackingChanges() {
+  Note("notify");
+  return S_OK;
+}
+
+std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid&, FileId file_id) {
+  Note("verify " + About(path, file_id));
+  return test::FakeDriver::verify_code;
+}
+
+// Ends the tracking in the service, as the real one does.
+std::uint32_t ForceTrackingStop(const std::wstring& path, const VolumeGuid& volume_guid,
+                                FileId file_id) {
+  Note("stop " + About(path, file_id));
+  StopTrackingFile(path);
+  DiscardBitmapsOfFile({volume_guid, file_id});
+  return test::FakeDriver::stop_code;
+}
+
+std::uint32_t Synchronize(FileTime request_time) {
+  Note("synchronize " + std::to_string(request_time));
+  return test::FakeDriver::synchronize_code;
+}
+
+HRESULT LogDriverStatus() {
+  Note("status");
+  return static_cast<HRESULT>(test::FakeDriver::status_code.load());
+}
+
+std::vector<std::string> test::FakeDriver::Take() {
+  const std::lock_guard guard(asked_lock);
+  return std::exchange(asked, {});
+}
+
+}  // namespace zel

@@ -1,0 +1,88 @@
+// The real server with the real procedures in the test's own process, over bitmaps and a log of the
+// test's own and without a driver; and clients of it.
+#pragma once
+
+#include <rpc.h>
+#include <windows.h>
+
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "client/zel_client.h"
+#include "common/service_status.h"
+#include "rpc/rpc_server.h"
+#include "tests/integration/support/bitmap_fixture.h"
+#include "tests/integration/support/fake_driver.h"
+#include "tests/integration/support/poll.h"
+#include "tracking/tracked_file_list.h"
+#include "tracking/tracked_file_table.h"
+#include "win32/rpc_string.h"
+
+namespace zel::test {
+
+// The server's endpoint of a protocol sequence; empty when it has none.
+inline std::wstring EndpointOf(const std::wstring& protocol_sequence) {
+  std::wstring endpoint;
+  RPC_BINDING_VECTOR* bindings = nullptr;
+  if (::RpcServerInqBindings(&bindings) != RPC_S_OK) return endpoint;
+  for (unsigned long i = 0; i < bindings->Count; ++i) {
+    UniqueRpcString text;
+    UniqueRpcString sequence;
+    UniqueRpcString found;
+    EXPECT_EQ(::RpcBindingToStringBindingW(bindings->BindingH[i], text.put()), RPC_S_OK);
+    EXPECT_EQ(::RpcStringBindingParseW(text.get(), nullptr, sequence.put(), nullptr, found.put(),
+                                       nullptr),
+              RPC_S_OK);
+    if (protocol_sequence == reinterpret_cast<const wchar_t*>(sequence.get())) {
+      endpoint = reinterpret_cast<const wchar_t*>(found.get());
+    }
+  }
+  ::RpcBindingVectorFree(&bindings);
+  return endpoint;
+}
+
+// RunRpcServer on a thread, from when it listens until it goes out of scope. Reports of the
+// service's status go nowhere.
+class RunningServer {
+ public:
+  RunningServer() {
+    DebugMode = true;
+    thread_ = std::thread(RunRpcServer);
+    EXPECT_TRUE(PollUntil([] { return ::RpcMgmtIsServerListening(nullptr) == RPC_S_OK; }));
+  }
+  ~RunningServer() {
+    EXPECT_EQ(::RpcMgmtStopServerListening(nullptr), RPC_S_OK);
+    thread_.join();
+  }
+  RunningServer(const RunningServer&) = delete;
+  RunningServer& operator=(const RunningServer&) = delete;
+
+ private:
+  std::thread thread_;
+};
+
+// A client that does not ask the endpoint mapper, which is the whole machine's.
+inline ZelClient ConnectTo(const std::wstring& protocol_sequence) {
+  const std::wstring endpoint = EndpointOf(protocol_sequence);
+  EXPECT_FALSE(endpoint.empty()) << std::filesystem::path(protocol_sequence);
+  UniqueBinding binding;
+  EXPECT_EQ(MakeBinding({protocol_sequence, L"", endpoint}, binding), 0u);
+  return ZelClient(std::move(binding));
+}
+
+inline void Track(std::wstring_view path, const FileKey& file = kKey) {
+  bool is_new = false;
+  EXPECT_TRUE(StartTrackingFile(path, file.volume, file.file_id, is_new));
+}
+
+// Each test needs a process of its own, as ctest gives it.
+class RpcFixture : public BitmapFixture {
+ protected:
+  ~RpcFixture() override { CloseTrackedFileList(); }
+
+  RunningServer server;
+  ZelClient client = ConnectTo(L"ncalrpc");
+};
+
+}  // namespace zel::test
