@@ -51,7 +51,8 @@ class Grammar {
     app_.set_help_flag("-h,--help", "print help");
     // A word behind a command is never another command.
     app_.require_subcommand(0, 1);
-    app_.add_flag("--version", "print the version");
+    app_.add_flag_callback(
+        "--version", [this] { request_.command = Command::kVersion; }, "print the version");
     AddCommonOptions(app_);
     AddQuestions();
     AddTracking();
@@ -277,10 +278,7 @@ Failure UsageFailure(std::string message) {
 MaybeFailure Complete(CLI::App& app, Request& request) {
   if (request.protseq.empty())
     request.protseq = request.server.empty() ? "ncalrpc" : "ncacn_ip_tcp";
-  if (app.count("--version") > 0) {
-    request.command = Command::kVersion;
-    return std::nullopt;
-  }
+  if (request.command == Command::kVersion) return std::nullopt;
   if (app.get_subcommands().empty()) return UsageFailure("A command is missing; see zelctl help");
   if (request.command == Command::kApply && !request.has_bitmap && !request.full) {
     return UsageFailure("--bitmap is required, or --full for a copy of everything");

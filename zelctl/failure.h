@@ -16,9 +16,9 @@ enum class ExitCode {
 
 struct Failure {
   ExitCode exit_code = ExitCode::kRefused;
-  std::uint32_t code = 0;  // of the service or the system; 0 for a check of this program
-  std::string name;        // of the code; empty without one
-  std::string message;     // a sentence without the code and without a full stop
+  std::uint32_t code = 0;    // of the service or the system; 0 for a check of this program
+  std::string name = {};     // of the code; empty without one
+  std::string message = {};  // a sentence without the code and without a full stop
 };
 
 // What can fail answers this; none means that it was done.
