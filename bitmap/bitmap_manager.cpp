@@ -35,6 +35,11 @@ PinnedBitmap LoadAndPin(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock) {
   return PinnedBitmap(record.Data);
 }
 
+// Has a bitmap that missed a change marked, as soon as it can be opened again.
+void LoadIfChangeMissed(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock) {
+  if (record.ChangeMissed && !record.Discarded) static_cast<void>(LoadBitmap(record));
+}
+
 bool IsIdle(const BitmapRecord& record, FileTime cutoff) ZEL_REQUIRES(bitmapCacheLock) {
   return record.Data && !IsHeld(record) && record.Data->header()->LastUpdateTime <= cutoff;
 }
@@ -58,10 +63,22 @@ BitmapRecords::iterator DeleteIfDue(BitmapRecords& records, BitmapRecords::itera
 bool ScanRecords(BitmapRecords& records, FileTime cutoff) ZEL_REQUIRES(bitmapCacheLock) {
   const bool had_records = !records.empty();
   for (auto record = records.begin(); record != records.end();) {
+    LoadIfChangeMissed(**record);
     if (IsIdle(**record, cutoff)) UnloadIdleBitmap(**record);
     record = DeleteIfDue(records, record);
   }
   return had_records && records.empty();
+}
+
+// At the end: a deletion that waited for a pin is not left to the next start, which would list the
+// file again.
+void LetGo(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock) {
+  LoadIfChangeMissed(record);
+  if (record.Discarded && !IsHeld(record)) {
+    DeleteBitmapFile(record);
+  } else {
+    UnloadBitmap(record);
+  }
 }
 
 BitmapInfo InfoOf(const BitmapRecord& record) {
@@ -85,11 +102,11 @@ void ShutdownBitmapManager() {
   StopIdleScanner();
   const LockGuard guard(bitmapCacheLock);
   for (auto& [file, records] : Cache().entries()) {
-    for (const auto& record : records) UnloadBitmap(*record);
+    for (const auto& record : records) LetGo(*record);
   }
 }
 
-void AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
+bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                const std::wstring& file_name, std::uint32_t file_size) {
   const LockGuard guard(bitmapCacheLock);
   const BitmapRecords& records = Cache().FindOrInsert({volume_guid, file_id});
@@ -98,7 +115,7 @@ void AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id
     LogMessage(kBitmapError,
                UncheckedLogFormat{L"AddBitmap: Bitmap is already added: %s, 0x%016I4x, 0x%016I64x"},
                GuidToString(volume_guid).c_str(), file_id, bitmap_id);
-    return;
+    return false;
   }
   const auto record = std::make_shared<BitmapRecord>();
   record->VolumeGuid = volume_guid;
@@ -108,13 +125,18 @@ void AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id
   record->FileSize = file_size;
   ExtractFromBitmapName(file_name, &record->BlockSize, &record->CreationTime);
   Cache().Append(record);
+  return true;
 }
 
-PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id) {
+PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id, FindFor purpose) {
   PinnedBitmaps pinned;
   const LockGuard guard(bitmapCacheLock);
   for (const auto& record : Cache().FindOrInsert({volume_guid, file_id})) {
-    if (PinnedBitmap bitmap = LoadAndPin(*record)) pinned.Add(std::move(bitmap));
+    if (PinnedBitmap bitmap = LoadAndPin(*record)) {
+      pinned.Add(std::move(bitmap));
+    } else if (purpose == FindFor::kChange && !record->Discarded && record->OpenFailed) {
+      record->ChangeMissed = true;
+    }
   }
   return pinned;
 }

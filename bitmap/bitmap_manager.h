@@ -29,19 +29,26 @@ struct BitmapInfo {
 // once, before any other thread uses the manager.
 void InitBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
-// Stops the idle scanner and unloads every bitmap cleanly; the cache is kept. May be called twice
+// Stops the idle scanner, unloads every bitmap cleanly and deletes what was to be deleted and is no
+// longer pinned; the cache is kept. May be called twice
 // and by several threads at once. Bits that are set through a pin afterwards still reach the file,
 // but a power cut before they do goes unnoticed: the writers are to be stopped first.
 void ShutdownBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
-// Registers a bitmap file of `file_size` bytes. One that its file already has by its id is logged
-// and left as it is.
-void AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
+// Registers a bitmap file of `file_size` bytes. False for one that its file already has by its id,
+// which is logged and left as it is.
+bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                const std::wstring& file_name, std::uint32_t file_size);
+
+// What a file's bitmaps are looked up for: to have a change set in them, or for anything else.
+enum class FindFor { kReading, kChange };
 
 // All usable bitmaps of one tracked file in creation order, loaded and pinned. A file not heard of
 // gets an empty entry, which listings show. No heap allocation for up to four loaded bitmaps.
-[[nodiscard]] PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id);
+// A bitmap that cannot be opened for a change is unreliable as soon as it can be opened again: with
+// the next lookup, scan or shutdown.
+[[nodiscard]] PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id,
+                                               FindFor purpose = FindFor::kReading);
 
 // One bitmap, loaded and pinned; empty when there is none with this id that can be used.
 [[nodiscard]] PinnedBitmap GetBitmapById(BitmapId bitmap_id);

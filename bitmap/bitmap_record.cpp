@@ -84,6 +84,43 @@ bool AcceptHeader(const BitmapRecord& record, const BitmapData& data) {
   return step == HeaderStep::kAccept;
 }
 
+// Whoever has just given the last pin back may share the ownership for a moment yet: what the
+// bitmap holds is let go of here all the same, under the lock, so that the file can be opened or
+// deleted.
+void CloseIfUnpinned(BitmapData& data) {
+  if (data.InUseCount.load(std::memory_order_acquire) != 0) return;
+  data.Header.reset();
+  data.MappingHandle.reset();
+  data.FileHandle.reset();
+}
+
+// The changes reported while the bitmap could not be opened are in no bit of it.
+void DistrustAfterMissedChange(BitmapRecord& record, const BitmapData& data)
+    ZEL_REQUIRES(bitmapCacheLock) {
+  record.ChangeMissed = false;
+  if (!MarkDistrusted(data, &BitmapHeader::Unreliable)) return;
+  LogRecord(kBitmapWarn,
+            L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because a "
+            L"change was reported while it could not be opened\n",
+            record);
+}
+
+// Marks a file that could not be deleted, as well as that can be done: it is known to nobody any
+// more and misses the changes from now on, and a later start would find it.
+void DistrustFile(const std::wstring& path) {
+  const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  LARGE_INTEGER length = {};
+  if (!file || !::GetFileSizeEx(file.get(), &length) || length.QuadPart < kBitmapHeaderSize) return;
+  OVERLAPPED place = {};
+  place.Offset = offsetof(BitmapHeader, Unreliable);
+  const std::uint8_t mark = 1;
+  DWORD written = 0;
+  ::WriteFile(file.get(), &mark, sizeof mark, &written, &place);
+  ::FlushFileBuffers(file.get());
+}
+
 bool FlushBits(const BitmapData& data) {
   if (::FlushViewOfFile(data.header(), 0)) return true;
   LogMessage(kBitmapError, L"Failed to flush entire bitmap to disk: %hs\n", ErrorInfo().text());
@@ -99,17 +136,21 @@ bool LoadBitmap(BitmapRecord& record) {
   data->FileName = record.FileName;
   const OpenResult result = OpenAndMapBitmap(*data);
   if (result == OpenResult::kCorrupted) record.Discarded = true;
+  record.OpenFailed = result == OpenResult::kSystemCallFailed;
   if (result != OpenResult::kMapped) return false;
   MarkLoaded(record, *data);
   if (!AcceptHeader(record, *data)) return false;
   LogRecord(kBitmapDebug, L"Loaded BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x\n", record);
+  if (record.ChangeMissed) DistrustAfterMissedChange(record, *data);
   record.Data = data;
   return true;
 }
 
 void UnloadBitmap(BitmapRecord& record) {
   if (record.Data == nullptr) return;
-  const BitmapData& data = *record.Data;
+  BitmapData& data = *record.Data;
+  // No change reaches a discarded bitmap any more; should its file outlive this, it says so.
+  if (record.Discarded) std::atomic_ref(data.header()->Unreliable).store(1);
   // First the bits reach the device, then the mark that vouches for them; without them it stays
   // away, and the next load takes the bitmap for unreliable.
   const bool is_safe = FlushBits(data) && FlushBitmapFile(data);
@@ -117,6 +158,7 @@ void UnloadBitmap(BitmapRecord& record) {
     data.header()->ClosedCleanly = 1;
     FlushBits(data);
   }
+  CloseIfUnpinned(data);
   record.Data.reset();
   if (is_safe) {
     LogRecord(kBitmapDebug,
@@ -140,6 +182,7 @@ void DeleteBitmapFile(BitmapRecord& record) {
   if (error.code() == ERROR_FILE_NOT_FOUND || error.code() == ERROR_PATH_NOT_FOUND) return;
   LogMessage(kBitmapError, L"Failed to delete bitmap %s: %hs\n", record.FileName.c_str(),
              error.text());
+  DistrustFile(record.FileName);
 }
 
 }  // namespace zel

@@ -18,9 +18,12 @@ extern CriticalSection bitmapCacheLock;
 // What every lookup reads comes first, in one cache line.
 struct BitmapRecord {
   std::shared_ptr<BitmapData> Data ZEL_GUARDED_BY(bitmapCacheLock);  // empty while not loaded
-  bool Discarded ZEL_GUARDED_BY(bitmapCacheLock) = false;  // to be deleted as soon as unpinned
-  zel::VolumeGuid VolumeGuid;                              // of the tracked file
-  zel::FileId FileId;                                      // of the tracked file
+  bool Discarded ZEL_GUARDED_BY(bitmapCacheLock) = false;   // to be deleted as soon as unpinned
+  bool OpenFailed ZEL_GUARDED_BY(bitmapCacheLock) = false;  // by the last load, for a system call
+  // A change was reported while it could not be opened: the next load marks it unreliable.
+  bool ChangeMissed ZEL_GUARDED_BY(bitmapCacheLock) = false;
+  zel::VolumeGuid VolumeGuid;  // of the tracked file
+  zel::FileId FileId;          // of the tracked file
   zel::BitmapId BitmapId;
   std::wstring FileName;        // full path of the bitmap file
   std::uint32_t FileSize;       // bytes of the bitmap file, as AddBitmap was told
@@ -33,10 +36,12 @@ struct BitmapRecord {
 // cannot be used; a file too short for its header makes the record Discarded.
 [[nodiscard]] bool LoadBitmap(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock);
 
-// Marks a loaded bitmap closed cleanly, flushes it and lets go of it. Nothing for an unloaded one.
+// Marks a loaded bitmap closed cleanly, a discarded one as unreliable too, flushes it and lets go
+// of it; its file is closed when nobody holds a pin. Nothing for an unloaded one.
 void UnloadBitmap(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock);
 
-// Unloads the bitmap and deletes its file. A file already gone is no failure; others are logged.
+// Unloads the bitmap and deletes its file. A file already gone is no failure; others are logged,
+// and the file is marked unreliable if that can be done.
 void DeleteBitmapFile(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock);
 
 }  // namespace zel

@@ -117,8 +117,13 @@ bool CreateNewBitmap(const VolumeGuid& volume_guid, FileId file_id, std::uint32_
       !MakeBitmapFile(paths.file, volume_text, bitmap, bitmap_id)) {
     return false;
   }
-  AddBitmap(volume_guid, file_id, bitmap_id, paths.file, NewBitmapLength(bitmap_size));
-  return true;
+  if (AddBitmap(volume_guid, file_id, bitmap_id, paths.file, NewBitmapLength(bitmap_size))) {
+    return true;
+  }
+  // The id still belongs to a bitmap whose file somebody has removed. Nothing would be set in this
+  // one, and the next start would trust it.
+  ::DeleteFileW(paths.file.c_str());
+  return false;
 }
 
 }  // namespace zel

@@ -72,7 +72,7 @@ void SetWords(const RtlBitmap& bitmap, std::uint32_t first, std::uint32_t end) {
   FillWords(bitmap.Buffer + first / kWordBits + 1, bitmap.Buffer + end / kWordBits);
 }
 
-// Sets [first, end), which lies inside the bitmap; writes to the byte of `first` in any case.
+// Sets [first, end), which lies inside the bitmap; reads the byte of `first` in any case.
 inline void SetInside(const RtlBitmap& bitmap, std::uint32_t first, std::uint32_t end) {
   if (first / kWordBits != end / kWordBits) {
     SetWords(bitmap, first, end);

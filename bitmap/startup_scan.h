@@ -8,8 +8,8 @@
 
 namespace zel {
 
-// What a found file is handed to: AddBitmap.
-using FoundBitmap = void(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
+// What a found file is handed to: AddBitmap. Its answer does not matter.
+using FoundBitmap = bool(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                          const std::wstring& file_name, std::uint32_t file_size);
 
 // Calls found() for every bitmap file below the CBT directory, in the order of the file system.

@@ -169,6 +169,12 @@ TEST_F(BitmapManagerTest, DuplicateIdOfAFileIsLoggedAndLeftOut) {
                                   "0x0001000000000123"));
 }
 
+TEST_F(BitmapManagerTest, AddTellsWhetherItAdded) {
+  const auto path = Write(kKey, kCreated, GoodBitmap(kKey, "x"));
+  EXPECT_TRUE(AddBitmap(kVolume, kFile, IdOf(path), path.wstring(), 513));
+  EXPECT_FALSE(AddBitmap(kVolume, kFile, IdOf(path), path.wstring(), 513));
+}
+
 TEST_F(BitmapManagerTest, MalformedNameIsLoggedAndAddedWithZeros) {
   StartLogging("zelservicelog=none\nzelservicelog:bitmap=warn\nzelservicelog:drivercomm=none\n");
   AddBitmap(kVolume, kFile, 77, L"C:\\odd", 9);
@@ -231,6 +237,70 @@ TEST_F(BitmapManagerTest, DeleteOfAPinnedBitmapWaitsForThePinAndTheNextScan) {
   EXPECT_FALSE(std::filesystem::exists(path));
   EXPECT_FALSE(IsKnown(kKey));
   EXPECT_EQ(Delete(id), FileKey{});
+}
+
+TEST_F(BitmapManagerTest, ShutdownFinishesADeletionThatWaitedForAPin) {
+  const auto path = AddGood();
+  {
+    const PinnedBitmap pin = GetBitmapById(IdOf(path));
+    Delete(IdOf(path));
+  }
+  ShutdownBitmapManager();
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(BitmapManagerTest, DeletedBitmapThatIsPinnedOverShutdownIsUnreliableInTheNextLife) {
+  const auto path = AddGood();
+  const PinnedBitmap pin = GetBitmapById(IdOf(path));
+  Delete(IdOf(path));
+  ShutdownBitmapManager();
+  EXPECT_EQ(Get(ReadFileBytes(path), test::kAtUnreliable, 1), 1u);
+}
+
+// Keeps everybody else from opening the file.
+UniqueFile HoldAlone(const std::filesystem::path& path) {
+  UniqueFile holder(::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+  EXPECT_TRUE(holder);
+  return holder;
+}
+
+class MissedChangeTest : public BitmapManagerTest {
+ protected:
+  // Looks up while the bitmap cannot be opened.
+  void FailToFind(FindFor purpose) {
+    const UniqueFile holder = HoldAlone(path_);
+    EXPECT_TRUE(FindBitmapsForFile(kVolume, kFile, purpose).empty());
+  }
+  [[nodiscard]] bool IsUnreliable() const {
+    return Get(ReadFileBytes(path_), test::kAtUnreliable, 1) == 1;
+  }
+
+  const std::filesystem::path path_ = AddGood();
+};
+
+TEST_F(MissedChangeTest, NextLookupMarksTheBitmap) {
+  FailToFind(FindFor::kChange);
+  EXPECT_EQ(FindBitmapsForFile(kVolume, kFile).size(), 1u);
+  EXPECT_TRUE(IsUnreliable());
+}
+
+TEST_F(MissedChangeTest, NextScanMarksTheBitmap) {
+  FailToFind(FindFor::kChange);
+  UnloadIdleBitmaps();
+  EXPECT_TRUE(IsUnreliable());
+}
+
+TEST_F(MissedChangeTest, ShutdownMarksTheBitmap) {
+  FailToFind(FindFor::kChange);
+  ShutdownBitmapManager();
+  EXPECT_TRUE(IsUnreliable());
+}
+
+TEST_F(MissedChangeTest, ReadingMissesNone) {
+  FailToFind(FindFor::kReading);
+  EXPECT_EQ(FindBitmapsForFile(kVolume, kFile).size(), 1u);
+  EXPECT_FALSE(IsUnreliable());
 }
 
 TEST_F(BitmapManagerTest, SecondDeleteAfterThePinIsGoneDeletesAtOnce) {

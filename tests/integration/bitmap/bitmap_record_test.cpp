@@ -1,5 +1,6 @@
 #include "bitmap/bitmap_record.h"
 
+#include "bitmap/pinned_bitmap.h"
 #include "common/system_time.h"
 #include "tests/integration/support/bitmap_file.h"
 #include "tests/integration/support/flush_hooks.h"
@@ -8,7 +9,9 @@
 namespace zel {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
@@ -239,13 +242,47 @@ TEST_F(UnloadBitmapTest, UnloadedBitmapIsLeftAlone) {
   EXPECT_EQ(OnDisk().ClosedCleanly, 0);
 }
 
-TEST_F(UnloadBitmapTest, ViewStaysForWhoeverHoldsTheDataYet) {
+TEST_F(UnloadBitmapTest, ViewStaysForWhoeverHoldsAPinYet) {
+  WriteFile(good_);
+  ASSERT_TRUE(Load());
+  const PinnedBitmap pin(record_.Data);
+  Unload();
+  EXPECT_EQ(record_.Data, nullptr);
+  EXPECT_EQ(pin->header()->Magic, kBitmapMagic);
+}
+
+// As in the moment in which the last pin is given back: counted out, the ownership not yet dropped.
+TEST_F(UnloadBitmapTest, FileOfAnUnpinnedBitmapIsClosedEvenIfTheDataLives) {
   WriteFile(good_);
   ASSERT_TRUE(Load());
   const std::shared_ptr<BitmapData> data = record_.Data;
   Unload();
-  EXPECT_EQ(record_.Data, nullptr);
-  EXPECT_EQ(data->header()->Magic, kBitmapMagic);
+  EXPECT_EQ(data->header(), nullptr);
+  EXPECT_TRUE(Load());
+  Delete();
+  EXPECT_FALSE(std::filesystem::exists(path()));
+}
+
+TEST_F(UnloadBitmapTest, DiscardedBitmapIsMarkedUnreliable) {
+  WriteFile(good_);
+  ASSERT_TRUE(Load());
+  record_.Discarded = true;
+  Unload();
+  EXPECT_EQ(OnDisk().Unreliable, 1);
+}
+
+TEST_F(LoadBitmapTest, BitmapThatMissedAChangeIsUnreliableAndSaysSoOnce) {
+  StartLogging("zelservicelog:bitmap=warn\n");
+  WriteFile(good_);
+  record_.ChangeMissed = true;
+  ASSERT_TRUE(Load());
+  EXPECT_EQ(OnDisk().Unreliable, 1);
+  Unload();
+  ASSERT_TRUE(Load());
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(AllOf(StartsWith("WARN  Marking BitmapId 0x"),
+                                EndsWith("unreliable because a change was reported while it could "
+                                         "not be opened"))));
 }
 
 TEST_F(UnloadBitmapTest, BitmapDroppedWithoutItStaysInUseOnDisk) {
@@ -389,6 +426,25 @@ TEST_F(DeleteBitmapFileTest, OtherFailuresAreLogged) {
   EXPECT_TRUE(std::filesystem::exists(path()));
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre(StartsWith("ERROR Failed to delete bitmap " + path_text() + ": ")));
+}
+
+TEST_F(DeleteBitmapFileTest, FileThatCannotBeDeletedIsMarkedUnreliable) {
+  WriteFile(good_);
+  const UniqueFile holder(::CreateFileW(path().c_str(), GENERIC_READ,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+  Delete();
+  EXPECT_EQ(OnDisk().Unreliable, 1);
+}
+
+TEST_F(DeleteBitmapFileTest, FileTooShortForAHeaderIsNotMadeLonger) {
+  test::WriteFileBytes(path(), "short");
+  record_ = test::MakeRecord(path());
+  const UniqueFile holder(::CreateFileW(path().c_str(), GENERIC_READ,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+  Delete();
+  EXPECT_EQ(FileBytes(), "short");
 }
 
 }  // namespace

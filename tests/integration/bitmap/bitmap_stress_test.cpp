@@ -34,6 +34,7 @@ using Shadow = std::map<std::wstring, std::string>;
 struct Counts {
   std::uint64_t lookups = 0;
   std::uint64_t ranges = 0;
+  std::uint64_t misses = 0;  // lookups without the bitmap that lasts
 };
 
 class BitmapStressTest : public test::BitmapFixture {
@@ -57,6 +58,7 @@ class BitmapStressTest : public test::BitmapFixture {
       const FileId file = random() % kFiles;
       const PinnedBitmaps pinned = FindBitmapsForFile(kVolume, file);
       ++counts.lookups;
+      if (!Contains(pinned, lasting_[file])) ++counts.misses;
       for (int range = 0; range < 2000; ++range, ++counts.ranges) {
         const bool anywhere = range % 400 == 0;
         const std::uint32_t first = (anywhere ? random() : next_bit_[file]++) % kBits;
@@ -64,6 +66,10 @@ class BitmapStressTest : public test::BitmapFixture {
         for (const PinnedBitmap& bitmap : pinned) SetRange(*bitmap, first, count, shadow);
       }
     }
+  }
+
+  static bool Contains(const PinnedBitmaps& pinned, BitmapId id) {
+    return std::ranges::any_of(pinned, [=](const auto& bitmap) { return bitmap->BitmapId == id; });
   }
 
   static void SetRange(BitmapData& bitmap, std::uint32_t first, std::uint32_t count,
@@ -177,6 +183,7 @@ TEST_F(BitmapStressTest, NoBitIsLostAndNoHandleIsLeft) {
   ExpectBits(shadows);
   EXPECT_GT(counts[0].ranges, 0u);
   EXPECT_GT(counts[1].ranges, 0u);
+  EXPECT_EQ(counts[0].misses + counts[1].misses, 0u);
   EXPECT_GT(created, 0u);
   std::printf("lookups %llu, ranges set %llu, bitmaps created %llu, scans %llu\n",
               counts[0].lookups + counts[1].lookups, counts[0].ranges + counts[1].ranges, created,

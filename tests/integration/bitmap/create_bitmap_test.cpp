@@ -206,6 +206,22 @@ TEST_F(CreateNewBitmapTest, FailureToGetTheIdIsLoggedAndTheFileLeft) {
   EXPECT_THAT(ListAllBitmaps(), IsEmpty());
 }
 
+BOOL WINAPI InformOfAKnownId(HANDLE, BY_HANDLE_FILE_INFORMATION* information) {
+  *information = {};
+  information->nFileIndexLow = 7;
+  return TRUE;
+}
+
+TEST_F(CreateNewBitmapTest, IdThatTheFileHasABitmapOfAlreadyFailsAndLeavesNoFile) {
+  AddBitmap(kVolume, kFile, 7, L"C:\\gone\\" + test::BitmapName(kCreated + 1), 612);
+  {
+    const test::ImportHook hook(__imp_GetFileInformationByHandle, &InformOfAKnownId);
+    EXPECT_FALSE(Create(100));
+  }
+  EXPECT_FALSE(std::filesystem::exists(path()));
+  EXPECT_EQ(ListAllBitmaps()[kKey].size(), 1u);
+}
+
 // Only the creation's own writes: the run-time library of the log has another import table.
 BOOL WINAPI FailToWrite(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
   ::SetLastError(ERROR_CRC);
