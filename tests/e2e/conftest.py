@@ -1,6 +1,7 @@
 import pytest
 
 from agent import Agent
+from rpc_server import RpcServer
 from unconfigured import UnconfiguredRun
 from wine import Wine
 
@@ -28,3 +29,10 @@ def agent(wine):
     installation.remove_all()  # what the test before has left
     installation.lay_out()
     return installation
+
+
+@pytest.fixture
+def rpc_server(wine):
+    server = RpcServer(wine)
+    yield server
+    server.stop()

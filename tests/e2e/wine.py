@@ -39,9 +39,9 @@ class Wine:
         subprocess.run([RUN, verb], env=self.environment, stdin=subprocess.DEVNULL,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True, timeout=120)
 
-    def popen(self, *command):
+    def popen(self, *command, stdin=subprocess.DEVNULL):
         return subprocess.Popen(
-            [RUN, *command], env=self.environment, stdin=subprocess.DEVNULL,
+            [RUN, *command], env=self.environment, stdin=stdin,
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
 
     def run(self, *command, check=False):

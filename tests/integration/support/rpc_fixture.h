@@ -15,32 +15,19 @@
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/fake_driver.h"
 #include "tests/integration/support/poll.h"
+#include "tests/integration/support/rpc_endpoints.h"
 #include "tracking/tracked_file_list.h"
 #include "tracking/tracked_file_table.h"
-#include "win32/rpc_string.h"
+
+namespace zel {
+
+inline void PrintTo(const CallResult& result, std::ostream* out) {
+  *out << "{rpc status " << result.rpc_status << ", code " << result.code << "}";
+}
+
+}  // namespace zel
 
 namespace zel::test {
-
-// The server's endpoint of a protocol sequence; empty when it has none.
-inline std::wstring EndpointOf(const std::wstring& protocol_sequence) {
-  std::wstring endpoint;
-  RPC_BINDING_VECTOR* bindings = nullptr;
-  if (::RpcServerInqBindings(&bindings) != RPC_S_OK) return endpoint;
-  for (unsigned long i = 0; i < bindings->Count; ++i) {
-    UniqueRpcString text;
-    UniqueRpcString sequence;
-    UniqueRpcString found;
-    EXPECT_EQ(::RpcBindingToStringBindingW(bindings->BindingH[i], text.put()), RPC_S_OK);
-    EXPECT_EQ(::RpcStringBindingParseW(text.get(), nullptr, sequence.put(), nullptr, found.put(),
-                                       nullptr),
-              RPC_S_OK);
-    if (protocol_sequence == reinterpret_cast<const wchar_t*>(sequence.get())) {
-      endpoint = reinterpret_cast<const wchar_t*>(found.get());
-    }
-  }
-  ::RpcBindingVectorFree(&bindings);
-  return endpoint;
-}
 
 // RunRpcServer on a thread, from when it listens until it goes out of scope. Reports of the
 // service's status go nowhere.
@@ -64,7 +51,7 @@ class RunningServer {
 
 // A client that does not ask the endpoint mapper, which is the whole machine's.
 inline ZelClient ConnectTo(const std::wstring& protocol_sequence) {
-  const std::wstring endpoint = EndpointOf(protocol_sequence);
+  const std::wstring endpoint = ServerEndpoints()[protocol_sequence];
   EXPECT_FALSE(endpoint.empty()) << std::filesystem::path(protocol_sequence);
   UniqueBinding binding;
   EXPECT_EQ(MakeBinding({protocol_sequence, L"", endpoint}, binding), 0u);

@@ -1,0 +1,47 @@
+"""rpc_test_server.exe in a Wine prefix, and what it holds."""
+
+import pathlib
+import shutil
+import subprocess
+
+from wine import BIN
+from zel_client import ZelClient
+
+
+def process_state(pid):
+    """(memory of its own in KiB, open file descriptors, threads) of a Linux process."""
+    process = pathlib.Path(f"/proc/{pid}")
+    rollup = (process / "smaps_rollup").read_text().splitlines()
+    private = sum(int(line.split()[1]) for line in rollup
+                  if line.startswith(("Private_Dirty:", "Swap:")))
+    return private, len(list((process / "fd").iterdir())), len(list((process / "task").iterdir()))
+
+
+class RpcServer:
+    INSTALL_DIRECTORY = "C:\\rpc-server"
+
+    def __init__(self, wine):
+        self.wine = wine
+        shutil.rmtree(wine.path(self.INSTALL_DIRECTORY), ignore_errors=True)
+        self.process = wine.popen(str(BIN / "rpc_test_server.exe"), self.INSTALL_DIRECTORY,
+                                  stdin=subprocess.PIPE)
+        self.endpoints = {}
+        while (line := self.process.stdout.readline().split()) != ["ready"]:
+            assert line, "the server has not come up"
+            self.endpoints[line[0]] = line[1]
+        self.port = int(self.endpoints["ncacn_ip_tcp"])
+
+    def client(self):
+        return ZelClient(self.port)
+
+    def alive(self):
+        with self.client() as client:
+            return client.ping() == 0
+
+    def state(self):
+        return process_state(self.process.pid)
+
+    def stop(self):
+        """Ends the server and returns its exit code."""
+        self.process.stdin.close()
+        return self.process.wait(timeout=30)

@@ -1,0 +1,150 @@
+"""The RPC interface as a client sees it that shares no code with the server."""
+
+import uuid
+
+import pytest
+
+from zel_client import (ERROR_FILE_NOT_FOUND, ERROR_INSUFFICIENT_BUFFER, ERROR_MEDIA_CHANGED,
+                        ERROR_NO_MORE_ITEMS, LIST_FILES, NO_CONTEXT, Fault, marshal_list_files)
+
+VOLUME = uuid.UUID("01234567-89ab-cdef-0123-456789abcdef")
+PATH = "C:\\data\\f\u00efle"
+BLOCK = 4096
+
+
+@pytest.fixture
+def client(rpc_server):
+    with rpc_server.client() as connection:
+        yield connection
+
+
+def start(client, path=PATH, file_id=7, size=100_000, block_size=BLOCK):
+    return client.start_tracking2(path, VOLUME, file_id, size, block_size)
+
+
+def test_ping(client):
+    assert client.ping() == 0
+
+
+def test_start_tracking2_makes_a_bitmap(client):
+    code, info = start(client)
+    assert code == 0
+    assert (info.file_size, info.block_size) == (512 + 4, BLOCK)
+    assert (info.volume_guid, info.file_id) == (VOLUME, 7)
+    assert info.bitmap_id != 0 and info.creation_time > 0x01D000000000000
+
+
+def test_start_tracking2_refuses(client):
+    assert start(client, size=4095)[0] == ERROR_INSUFFICIENT_BUFFER
+    assert start(client)[0] == 0
+    code, info = start(client, file_id=8)
+    assert (code, info.bitmap_id) == (ERROR_MEDIA_CHANGED, 0)
+
+
+def test_start_tracking_of_a_missing_file(client):
+    assert client.start_tracking("C:\\missing", BLOCK)[0] == ERROR_FILE_NOT_FOUND
+
+
+def test_block_size_of_0_faults_the_call_alone(client):
+    with pytest.raises(Fault):
+        start(client, block_size=0)
+    assert client.ping() == 0
+
+
+def test_list_files_to_its_end(client):
+    paths = [f"C:\\{number:03}" for number in range(200)]
+    for number, path in enumerate(paths):
+        assert start(client, path, file_id=number + 1)[0] == 0
+    context, listed = NO_CONTEXT, []
+    while True:
+        code, context, file_id, volume, path = client.list_files(context)
+        if code != 0:
+            break
+        assert context != NO_CONTEXT and volume == VOLUME
+        listed.append((path, file_id))
+    assert (code, context, path) == (ERROR_NO_MORE_ITEMS, NO_CONTEXT, "")
+    assert listed == [(path, number + 1) for number, path in enumerate(paths)]
+
+
+@pytest.mark.parametrize("room", [1, 2, 3, 4, 7, 20, 21, 22, 23, 24, 65535])
+def test_list_files_copies_half_of_the_room(client, room):
+    start(client)
+    code, _, _, _, path = client.list_files(NO_CONTEXT, room)
+    copied = (PATH.encode("utf-16-le") + b"\0\0")[:room] + bytes(2)
+    units = copied[:len(copied) & ~1].decode("utf-16-le", "surrogatepass")
+    assert (code, path) == (0, "" if room == 1 else units.split("\0")[0])
+
+
+def test_room_of_0_faults_the_call_alone(client):
+    start(client)
+    with pytest.raises(Fault):
+        client.list_files(NO_CONTEXT, 0)
+    with pytest.raises(Fault):
+        client.list_bitmaps(VOLUME, 7, NO_CONTEXT, 0)
+    assert client.ping() == 0
+
+
+def test_list_bitmaps_to_its_end(client):
+    infos = [start(client)[1] for _ in range(3)]
+    context, listed = NO_CONTEXT, []
+    for _ in infos:
+        code, context, info, name = client.list_bitmaps(VOLUME, 7, context)
+        assert code == 0
+        expected = f"\\cbt\\{VOLUME}\\0000000000000007\\{info.creation_time:016x}00001000"
+        assert name.endswith(expected)
+        listed.append(info)
+    assert sorted(listed, key=lambda info: info.bitmap_id) == infos
+    assert client.list_bitmaps(VOLUME, 7, context)[:2] == (ERROR_NO_MORE_ITEMS, NO_CONTEXT)
+
+
+def test_bitmap_whose_name_does_not_fit_is_offered_again(client):
+    start(client)
+    code, context, info, name = client.list_bitmaps(VOLUME, 7, NO_CONTEXT, 20)
+    assert (code, name) == (ERROR_INSUFFICIENT_BUFFER, "") and info.file_id == 7
+    assert client.list_bitmaps(VOLUME, 7, context)[0] == 0
+
+
+def test_stop_tracking(client):
+    start(client)
+    assert client.stop_tracking(PATH.upper().replace("\u00cf", "\u00ef")) == 0
+    assert client.stop_tracking(PATH) == ERROR_FILE_NOT_FOUND
+    assert client.list_bitmaps(VOLUME, 7, NO_CONTEXT)[0] == ERROR_NO_MORE_ITEMS
+
+
+def test_delete_bitmap(client):
+    info = start(client)[1]
+    assert client.delete_bitmap(info.bitmap_id) == 0
+    assert client.list_bitmaps(VOLUME, 7, NO_CONTEXT)[0] == ERROR_NO_MORE_ITEMS
+    assert client.delete_bitmap(info.bitmap_id) == 0  # unknown now
+
+
+def test_synchronize_and_driver_status(client):
+    assert client.synchronize_bitmaps(2 ** 64 - 1) == 0
+    assert client.get_driver_status() == 0
+
+
+def test_context_of_another_client_is_refused(client, rpc_server):
+    start(client)
+    start(client, "C:\\second", file_id=8)
+    context = client.list_files(NO_CONTEXT)[1]
+    with rpc_server.client() as other:
+        with pytest.raises(Fault):
+            other.call(LIST_FILES, marshal_list_files(context, 600))
+        assert other.ping() == 0
+    assert client.list_files(context)[0] == 0  # still its owner's
+
+
+def test_enumerations_that_are_given_up_are_freed(client, rpc_server):
+    for number in range(300):
+        start(client, f"C:\\some\\longer\\path\\{number}", file_id=number + 1)
+
+    def give_up(count):
+        for _ in range(count):
+            with rpc_server.client() as other:
+                assert other.list_files(NO_CONTEXT)[0] == 0
+
+    give_up(200)
+    memory, files, _ = rpc_server.state()
+    give_up(1000)  # 30 MB of lists, were they kept
+    memory_after, files_after, _ = rpc_server.state()
+    assert memory_after - memory < 4096 and files_after - files < 10

@@ -1,0 +1,134 @@
+#include "rpc/rpc_server.h"
+
+#include <algorithm>
+
+#include "rpc/zel_stub_tables.h"
+#include "tests/integration/support/log_fixture.h"
+#include "tests/integration/support/rpc_runtime_hooks.h"
+
+namespace zel {
+namespace {
+
+using test::RpcRuntimeHooks;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+
+constexpr char kPending[] = "status 2 0 3000";
+
+// A whole run, in its order.
+const std::vector<std::string> kWholeRun = {kPending,
+                                            "use ncalrpc 3",
+                                            "use ncacn_ip_tcp 3",
+                                            "use ncacn_np 3",
+                                            "use ncacn_http 3",
+                                            kPending,
+                                            "register",
+                                            kPending,
+                                            "bindings",
+                                            "publish",
+                                            kPending,
+                                            "authentication 10",
+                                            kPending,
+                                            "listen 3 1234 1",
+                                            "status 4 0 0",
+                                            "wait",
+                                            "withdraw",
+                                            "free"};
+
+// The run up to the last of its calls that begins with `call`.
+std::vector<std::string> RunUpTo(const std::string& call) {
+  const auto last = std::find_if(kWholeRun.rbegin(), kWholeRun.rend(),
+                                 [&](const std::string& made) { return made.starts_with(call); });
+  return {kWholeRun.begin(), last.base()};
+}
+
+class RunRpcServerTest : public test::LogFixture {
+ protected:
+  // What is logged meanwhile.
+  std::vector<std::string> Run() {
+    StartLogging();
+    RunRpcServer();
+    return StopLoggingAndGetMessages();
+  }
+
+  RpcRuntimeHooks runtime;
+};
+
+TEST_F(RunRpcServerTest, StepsComeInTheirOrderEachAnnounced) {
+  EXPECT_THAT(Run(), IsEmpty());
+  EXPECT_EQ(RpcRuntimeHooks::calls(), kWholeRun);
+}
+
+TEST_F(RunRpcServerTest, GoesOnWithTheSequencesThatCanBeUsed) {
+  for (const char* missing : {"ncalrpc", "ncacn_ip_tcp", "ncacn_np"}) {
+    RpcRuntimeHooks::Answer(std::string("use ") + missing + " 3", RPC_S_PROTSEQ_NOT_SUPPORTED);
+  }
+  EXPECT_THAT(Run(), IsEmpty());
+  EXPECT_EQ(RpcRuntimeHooks::calls(), kWholeRun);
+}
+
+TEST_F(RunRpcServerTest, NoSequenceAtAllIsLoggedAndTheStatusStaysPending) {
+  RpcRuntimeHooks::AnswerAllSequences(RPC_S_PROTSEQ_NOT_SUPPORTED);
+  StartLogging();
+  RunRpcServer();
+  ShutdownLogging();
+  // Without a line's end.
+  EXPECT_THAT(test::ReadFileBytes(log_path()), ::testing::EndsWith("] no protocols registered"));
+  EXPECT_THAT(RpcRuntimeHooks::calls(), ElementsAreArray(RunUpTo("use")));
+}
+
+TEST_F(RunRpcServerTest, FailedStepStopsTheServiceWithItsCodeAndKeepsTheBindings) {
+  for (const char* step :
+       {"register", "bindings", "publish", "authentication", "listen", "wait", "withdraw"}) {
+    SCOPED_TRACE(step);
+    RpcRuntimeHooks::Answer(step, RPC_S_OUT_OF_RESOURCES);
+    const std::size_t before = RpcRuntimeHooks::calls().size();
+    RunRpcServer();
+    std::vector<std::string> expected = RunUpTo(step);
+    expected.push_back("status 1 1721 0");
+    EXPECT_EQ(std::vector(RpcRuntimeHooks::calls().begin() + static_cast<std::ptrdiff_t>(before),
+                          RpcRuntimeHooks::calls().end()),
+              expected);
+    RpcRuntimeHooks::Answer(step, RPC_S_OK);
+  }
+}
+
+TEST_F(RunRpcServerTest, RefusedReportEndsTheRunAtOnce) {
+  int report = 0;
+  for (std::size_t at = 0; at < kWholeRun.size(); ++at) {
+    if (!kWholeRun[at].starts_with("status")) continue;
+    RpcRuntimeHooks::RefuseReport(++report);
+    const std::size_t before = RpcRuntimeHooks::calls().size();
+    RunRpcServer();
+    EXPECT_EQ(RpcRuntimeHooks::calls().size() - before, at + 1) << report;
+    RpcRuntimeHooks::RefuseReport(0);
+  }
+  EXPECT_EQ(report, 6);
+}
+
+TEST(ZelServerInterfaceTest, SaysWhatItIs) {
+  EXPECT_EQ(kZelServerInterface.Length, sizeof(RPC_SERVER_INTERFACE));
+  EXPECT_EQ(kZelServerInterface.InterfaceId.SyntaxVersion.MajorVersion, 3);
+  EXPECT_EQ(kZelServerInterface.InterfaceId.SyntaxVersion.MinorVersion, 0);
+  RPC_WSTR text = nullptr;
+  UUID id = kZelServerInterface.InterfaceId.SyntaxGUID;
+  ASSERT_EQ(::UuidToStringW(&id, &text), RPC_S_OK);
+  EXPECT_STREQ(reinterpret_cast<wchar_t*>(text), L"7b941e5b-f53f-415d-aacb-ad7973d9e5de");
+  ::RpcStringFreeW(&text);
+  EXPECT_EQ(kZelServerInterface.RpcProtseqEndpointCount, 0u);
+  EXPECT_EQ(kZelServerInterface.DefaultManagerEpv, nullptr);
+  EXPECT_EQ(kZelServerInterface.DispatchTable->DispatchTableCount, 11u);
+}
+
+TEST(ZelServerInterfaceTest, OneInterpreterServesEveryOperationAndNothingIsBehindTheLast) {
+  const auto& table = *kZelServerInterface.DispatchTable;
+  ASSERT_NE(table.DispatchTable[0], nullptr);
+  for (unsigned int number = 1; number < 11; ++number) {
+    EXPECT_EQ(table.DispatchTable[number], table.DispatchTable[0]) << number;
+  }
+  EXPECT_EQ(table.DispatchTable[11], nullptr);
+}
+
+}  // namespace
+}  // namespace zel
