@@ -43,6 +43,11 @@ std::uint32_t ReadBlockSize(const std::string& text) {
   return static_cast<std::uint32_t>(*size);
 }
 
+// Without the words in the option's help, which names them itself.
+CLI::Validator OneOf(const std::vector<std::string>& words) {
+  return CLI::IsMember(words).description("");
+}
+
 // The grammar, writing what it reads into `request`.
 class Grammar {
  public:
@@ -79,12 +84,11 @@ class Grammar {
     app.add_flag("--json", request_.json, "answer in JSON, failures included");
     app.add_option("--server", request_.server, "the machine to ask; this one unless told")
         ->type_name("NAME");
-    app.add_option("--protseq", request_.protseq,
-                   "ncalrpc (this machine), ncacn_ip_tcp (another), ncacn_np, ncacn_http")
+    app.add_option("--protseq", request_.protseq, "ncalrpc, ncacn_ip_tcp, ncacn_np or ncacn_http")
         ->type_name("WORD")
-        ->check(CLI::IsMember({"ncalrpc", "ncacn_ip_tcp", "ncacn_np", "ncacn_http"}));
+        ->check(OneOf({"ncalrpc", "ncacn_ip_tcp", "ncacn_np", "ncacn_http"}));
     app.add_option("--endpoint", request_.endpoint,
-                   "port or pipe of the service; its machine is asked unless told")
+                   "port or pipe; the machine is asked unless told")
         ->type_name("WORD");
     app.option_defaults()->group("Options");
   }
@@ -180,7 +184,7 @@ class Grammar {
     Add(Command::kCompletion, "completion")
         ->add_option("SHELL", request_.text, "powershell or bash")
         ->required()
-        ->check(CLI::IsMember(kShells));
+        ->check(OneOf(kShells));
     Add(Command::kHelp, "help")->add_option("TOPIC", request_.text, "a command or a topic");
   }
 

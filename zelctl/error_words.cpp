@@ -1,6 +1,7 @@
 #include "zelctl/error_words.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace zel::ctl {
 
@@ -18,30 +19,46 @@ std::string Place(const Request& request) {
          request.protseq + (request.endpoint.empty() ? std::string() : " at " + request.endpoint);
 }
 
-// What to look at when a call fails with that RPC status.
-std::string WhatToCheck(std::uint32_t rpc_status, bool is_remote) {
-  switch (rpc_status) {
-    case 1700:  // RPC_S_INVALID_STRING_BINDING
-    case 1703:  // RPC_S_PROTSEQ_NOT_SUPPORTED
-    case 1704:  // RPC_S_INVALID_RPC_PROTSEQ
-    case 1706:  // RPC_S_INVALID_ENDPOINT_FORMAT
-    case 1707:  // RPC_S_INVALID_NET_ADDR
-      return "check --server, --protseq and --endpoint";
-    case 5:     // ERROR_ACCESS_DENIED
-    case 1825:  // RPC_S_SEC_PKG_ERROR
-      return "check that you are an administrator there";
-    case 1726:  // RPC_S_CALL_FAILED
-    case 1727:  // RPC_S_CALL_FAILED_DNE
-      return "the service may have ended meanwhile: check sc query ZelService and its log";
-    case 1717:  // RPC_S_UNKNOWN_IF
-    case 1722:  // RPC_S_SERVER_UNAVAILABLE
-    case 1753:  // EPT_S_NOT_REGISTERED
-      return is_remote ? "check there that ZelService is running (sc query ZelService) and that "
-                         "the firewall lets calls through"
-                       : "check that ZelService is running (sc query ZelService)";
-    default:
-      return "check the service's log";
+struct RpcStatus {
+  std::uint32_t code;
+  const char* name;  // the table of winerror.h names has none of these
+  const char* advice;
+};
+constexpr char kCheckPlace[] = "check --server, --protseq and --endpoint";
+constexpr char kCheckRunning[] = "check there that ZelService is running (sc query ZelService)";
+constexpr char kCheckLog[] =
+    "the service may have ended meanwhile: check sc query ZelService and its log";
+constexpr RpcStatus kRpcStatuses[] = {
+    {5, "ERROR_ACCESS_DENIED", "check that you are an administrator there"},
+    {1700, "RPC_S_INVALID_STRING_BINDING", kCheckPlace},
+    {1703, "RPC_S_PROTSEQ_NOT_SUPPORTED", kCheckPlace},
+    {1704, "RPC_S_INVALID_RPC_PROTSEQ", kCheckPlace},
+    {1706, "RPC_S_INVALID_ENDPOINT_FORMAT", kCheckPlace},
+    {1707, "RPC_S_INVALID_NET_ADDR", kCheckPlace},
+    {1715, "RPC_S_NOT_LISTENING", kCheckRunning},
+    {1717, "RPC_S_UNKNOWN_IF", kCheckRunning},
+    {1722, "RPC_S_SERVER_UNAVAILABLE", kCheckRunning},
+    {1723, "RPC_S_SERVER_TOO_BUSY", kCheckRunning},
+    {1726, "RPC_S_CALL_FAILED", kCheckLog},
+    {1727, "RPC_S_CALL_FAILED_DNE", kCheckLog},
+    {1753, "EPT_S_NOT_REGISTERED", kCheckRunning},
+    {1783, "RPC_X_BAD_STUB_DATA", kCheckLog},
+    {1825, "RPC_S_SEC_PKG_ERROR", "check that you are an administrator there"},
+};
+
+Failure NoAnswer(Machine& machine, const Request& request, std::uint32_t rpc_status) {
+  const auto* const known = std::ranges::find(kRpcStatuses, rpc_status, &RpcStatus::code);
+  const bool is_known = known != std::end(kRpcStatuses);
+  const ErrorWords words = machine.Describe(rpc_status);
+  std::string message = "no answer from the service on " + Place(request) + ": " + words.text +
+                        "; " + (is_known ? known->advice : "check the service's log");
+  if (!request.server.empty() && is_known && known->advice == kCheckRunning) {
+    message += " and that the firewall lets calls through";
   }
+  return {.exit_code = ExitCode::kNoService,
+          .code = rpc_status,
+          .name = is_known ? known->name : words.name,
+          .message = std::move(message)};
 }
 
 }  // namespace
@@ -49,14 +66,7 @@ std::string WhatToCheck(std::uint32_t rpc_status, bool is_remote) {
 MaybeFailure CheckAnswer(Machine& machine, const Request& request, const Answer& answer,
                          const std::string& otherwise, std::initializer_list<KnownAnswer> known) {
   if (answer.ok()) return std::nullopt;
-  if (answer.rpc_status != 0) {
-    Failure failure = FromCode(machine, answer.rpc_status,
-                               "no answer from the service on " + Place(request) + ": " +
-                                   machine.Describe(answer.rpc_status).text + "; " +
-                                   WhatToCheck(answer.rpc_status, !request.server.empty()));
-    failure.exit_code = ExitCode::kNoService;
-    return failure;
-  }
+  if (answer.rpc_status != 0) return NoAnswer(machine, request, answer.rpc_status);
   const auto* const found = std::ranges::find(known, answer.code, &KnownAnswer::code);
   if (found != known.end()) return FromCode(machine, answer.code, found->message);
   return CheckSystem(machine, answer.code, otherwise);

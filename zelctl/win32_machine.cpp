@@ -5,10 +5,29 @@
 #include "common/error_info.h"
 #include "common/identity.h"
 #include "common/system_time.h"
+#include "common/volume_name.h"
 #include "zelctl/wide_text.h"
 #include "zelctl/win32_files.h"
 
 namespace zel::ctl {
+
+namespace {
+
+// The volume's GUID as the service takes it: from the first of the volume's names, which the
+// system tells when it is asked for the name of a name; where it does not, from the one it knows.
+std::optional<VolumeGuid> VolumeOf(const wchar_t* path) {
+  wchar_t mount_point[MAX_PATH];
+  wchar_t name[128];
+  wchar_t first_name[128];
+  if (!::GetVolumePathNameW(path, mount_point, MAX_PATH) ||
+      !::GetVolumeNameForVolumeMountPointW(mount_point, name, 128)) {
+    return std::nullopt;
+  }
+  const bool has_first = ::GetVolumeNameForVolumeMountPointW(name, first_name, 128);
+  return ParseVolumeGuid(GuidTextInVolumeName(has_first ? first_name : name));
+}
+
+}  // namespace
 
 std::uint32_t Win32Machine::OpenSource(const std::string& path, std::unique_ptr<SourceFile>& file) {
   return OpenSystemSource(ToWide(path), file);
@@ -30,11 +49,8 @@ std::uint32_t Win32Machine::Remove(const std::string& path) {
 std::uint32_t Win32Machine::Identify(const std::string& path, FileIdentity& identity) {
   const std::wstring wide = ToWide(path);
   const std::uint32_t code = GetFileIdAndSize(wide.c_str(), &identity.file_id, nullptr);
-  if (code != ERROR_SUCCESS) return code;
-  VolumeGuid volume;
-  identity.volume.reset();
-  if (GetVolumeGuidForPath(wide.c_str(), volume) == ERROR_SUCCESS) identity.volume = volume;
-  return ERROR_SUCCESS;
+  if (code == ERROR_SUCCESS) identity.volume = VolumeOf(wide.c_str());
+  return code;
 }
 
 std::string Win32Machine::AbsolutePath(const std::string& path) {

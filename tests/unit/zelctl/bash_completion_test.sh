@@ -25,7 +25,7 @@ expect() {  # WANTED WORD...
 expect "status sync show" zelctl s
 expect "untrack" zelctl --json unt
 expect "--block-size" zelctl track --bl
-expect "--force-identity --from --full" zelctl apply --bitmap 0x1 --f
+expect "--from --full --force-identity" zelctl apply --bitmap 0x1 --f
 expect "powershell" zelctl completion p
 expect "untrack" zelctl help unt
 expect "" zelctl copy x

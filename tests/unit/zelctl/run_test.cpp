@@ -48,10 +48,11 @@ TEST_F(RunTest, NoServiceEndsWithThreeAndSaysWhatToCheck) {
   server.answers["Ping"] = {.rpc_status = 1722, .code = 0};
   EXPECT_EQ(Run({"ping"}), 3);
   EXPECT_EQ(terminal.printed, "");
-  EXPECT_EQ(terminal.notes,
-            "zelctl: RPC_S_SERVER_UNAVAILABLE (1722): no answer from the service on this machine "
-            "over ncalrpc: RPC server unavailable; check that ZelService is running (sc query "
-            "ZelService)\n");
+  EXPECT_EQ(
+      terminal.notes,
+      "zelctl: RPC_S_SERVER_UNAVAILABLE (1722): no answer from the service on this machine "
+      "over ncalrpc: RPC server unavailable; check there that ZelService is running (sc query "
+      "ZelService)\n");
   EXPECT_EQ(Run({"ping", "--server", "there", "--endpoint", "99"}), 3);
   EXPECT_THAT(terminal.notes, HasSubstr("on there over ncacn_ip_tcp at 99"));
   EXPECT_THAT(terminal.notes, HasSubstr("firewall"));
