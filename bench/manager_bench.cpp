@@ -16,66 +16,17 @@
 
 #include "bench/bench.h"
 #include "bench/counting_new.h"
+#include "bench/many_bitmaps.h"
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/bitmap_name.h"
-#include "bitmap/new_bitmap.h"
 #include "common/directory_listing.h"
-#include "common/hex_name.h"
 #include "common/identity.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/temp_directory.h"
 
-extern "C" {
-extern void* __imp_FlushFileBuffers;
-}
-
 namespace zel::bench {
 namespace {
 
-constexpr VolumeGuid kVolume = {0x01234567, 0x89AB, 0xCDEF, {1, 2, 3, 4, 5, 6, 7, 8}};
-constexpr FileTime kCreated = 0x01D2A3B4C5D6E7F8;
-constexpr std::uint32_t kBlockSize = 0x10000;
-constexpr std::uint32_t kBitmapBytes = 64;
 constexpr int kCalls = 1'000'000;
-
-std::wstring DirectoryOf(FileId file) {
-  return GetCbtDirectory() + L'\\' + GuidToString(kVolume) + L'\\' + FormatFileIdDirectory(file);
-}
-
-// Writes an empty bitmap and returns its path.
-std::wstring WriteBitmap(FileId file, FileTime created = kCreated) {
-  const NewBitmapBytes bytes =
-      ComposeNewBitmapBytes({.volume_guid = kVolume,
-                             .file_id = file,
-                             .creation_time = created,
-                             .bitmap_size = kBitmapBytes,
-                             .block_size = kBlockSize,
-                             .file_size = kBitmapBytes * 8ull * kBlockSize},
-                            0);
-  std::string file_bytes(reinterpret_cast<const char*>(&bytes), sizeof bytes);
-  file_bytes.resize(NewBitmapLength(kBitmapBytes));
-  const std::wstring path = DirectoryOf(file) + L'\\' + FormatBitmapName(created, kBlockSize);
-  test::WriteFileBytes(path, file_bytes);
-  return path;
-}
-
-// False when the machine refuses another file.
-bool AddRealBitmap(FileId file, FileTime created = kCreated) {
-  BitmapId id = 0;
-  std::wstring path;
-  try {
-    path = WriteBitmap(file, created);
-  } catch (const std::filesystem::filesystem_error&) {
-    return false;
-  }
-  if (GetFileIdAndSize(path.c_str(), &id, nullptr) != ERROR_SUCCESS) return false;
-  AddBitmap(kVolume, file, id, path, NewBitmapLength(kBitmapBytes));
-  return true;
-}
-
-bool Load(FileId file) {
-  return !FindBitmapsForFile(kVolume, file).empty();
-}
 
 // Nanoseconds of a lookup and its release, over `files` in turn.
 double LookupNanoseconds(const std::vector<FileId>& files) {
@@ -91,12 +42,6 @@ double LookupNanoseconds(const std::vector<FileId>& files) {
 
 constexpr FileId kKnown = 100'000;
 
-// Known but not loaded: nothing needs to be on disk.
-void AddUnloadedBitmap(FileId file) {
-  AddBitmap(kVolume, file, file, DirectoryOf(file) + L'\\' + FormatBitmapName(kCreated, kBlockSize),
-            NewBitmapLength(kBitmapBytes));
-}
-
 // Adds the files and tells the heap bytes that each takes besides its path.
 bool MemoryOfKnown(std::span<const FileId> files) {
   const std::size_t path_chars = DirectoryOf(0).size() + 1 + kBitmapNameLength;
@@ -106,17 +51,6 @@ bool MemoryOfKnown(std::span<const FileId> files) {
   return Report("heap of a known bitmap besides its path",
                 each - static_cast<double>((path_chars + 1) * sizeof(wchar_t)), 512, "bytes",
                 Bound::kAtMost, 1.0);
-}
-
-// Adds and loads until the machine refuses: it limits open files, and views to 65,530 on Linux.
-void LoadMore(std::span<const FileId> files, std::vector<FileId>& loaded) {
-  bool machine_allows = true;
-  for (const FileId file : files) {
-    const bool added = machine_allows && AddRealBitmap(file);
-    if (!added) AddUnloadedBitmap(file);
-    machine_allows = added && Load(file);
-    if (machine_allows) loaded.push_back(file);
-  }
 }
 
 // Nanoseconds of a memory access that waits for the one before, anywhere among as many objects as
@@ -247,13 +181,8 @@ bool ScanAtStart(const std::wstring& install_directory) {
   return Report("scan of 20,000 files at start", scan * 1e3, bare * 1e3, "ms", Bound::kAtMost, 1.3);
 }
 
-BOOL WINAPI DoNotFlush(HANDLE) {
-  return TRUE;
-}
-
 bool RunAll() {
-  const test::ImportHook hook(__imp_FlushFileBuffers,
-                              &DoNotFlush);  // loads thousands; not measured
+  const WithoutDeviceFlushes hook;  // loads thousands; not measured
   const test::TempDirectory directory;
   const std::wstring install_directory = directory.path().wstring();
   test::UseCbtDirectoryOf(install_directory);

@@ -40,7 +40,7 @@ void ApplySize(const BitmapData& bitmap, std::uint64_t new_size) {
 
 void UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t offset,
                           std::uint32_t length) {
-  const PinnedBitmaps bitmaps = FindBitmapsForFile(volume_guid, file_id);
+  const PinnedBitmaps bitmaps = FindBitmapsForFile(volume_guid, file_id, FindFor::kChange);
   for (const PinnedBitmap& bitmap : bitmaps) ApplyWrite(*bitmap, offset, length);
   LogMessage(kDriverCommDebug,
              L"FileId 0x%016I64x write at offset %I64u length %u; %u bitmaps updated\n", file_id,
@@ -48,13 +48,13 @@ void UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid, std::ui
 }
 
 void ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t new_size) {
-  for (const PinnedBitmap& bitmap : FindBitmapsForFile(volume_guid, file_id)) {
+  for (const PinnedBitmap& bitmap : FindBitmapsForFile(volume_guid, file_id, FindFor::kChange)) {
     ApplySize(*bitmap, new_size);
   }
 }
 
 void MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid) {
-  for (const PinnedBitmap& bitmap : FindBitmapsForFile(volume_guid, file_id)) {
+  for (const PinnedBitmap& bitmap : FindBitmapsForFile(volume_guid, file_id, FindFor::kChange)) {
     StampLastUpdateTime(*bitmap);
     if (!MarkDistrusted(*bitmap, &BitmapHeader::Unreliable)) continue;
     LogMessage(kDriverCommInfo,

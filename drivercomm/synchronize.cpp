@@ -85,7 +85,7 @@ bool GiveUpSync(SyncProgress& progress, std::uint64_t timeout_seconds) {
 
 // `send_time`: when the driver was asked.
 std::uint32_t WaitForSync(FileTime request_time, FileTime send_time) {
-  constexpr wchar_t kStopMessage[] = L"Synchronize aborting due to service shutdown\n";
+  constexpr LogFormat<> kStopMessage = L"Synchronize aborting due to service shutdown\n";
   const std::uint64_t timeout_seconds = SyncTimeoutSeconds();
   SyncProgress progress(send_time, LastMessageTime.Get(), SystemTimeNow(), timeout_seconds);
   const auto give_up = [&] { return GiveUpSync(progress, timeout_seconds); };

@@ -21,6 +21,7 @@ ALLOWED = {
     # Beside the floors.
     "client": {"win32", "common", "rpc"},
     "zelctl": {"win32", "logging", "common", "bitmap", "client"},
+    "simulator": {"win32", "common"},
 }
 SYSTEM_HEADERS = re.compile(r"windows\.h|winsock2\.h|rpc.*\.h|fltuser\.h|winternl\.h|process\.h|share\.h")
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)

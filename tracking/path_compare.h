@@ -9,19 +9,16 @@
 
 namespace zel {
 
-[[nodiscard]] constexpr char16_t FoldAsciiCase(wchar_t unit) noexcept {
-  const auto value = static_cast<char16_t>(unit);
-  return value >= u'A' && value <= u'Z' ? static_cast<char16_t>(value - u'A' + u'a') : value;
+[[nodiscard]] constexpr char16_t FoldAsciiCase(char16_t unit) noexcept {
+  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit - u'A' + u'a') : unit;
 }
 
-// Whether `a` comes before `b`, unit by unit; a path comes after its own beginning. A comparator
-// of ordered containers, which then look a path up without a copy.
-struct PathLess {
-  using is_transparent = void;
-
-  [[nodiscard]] constexpr bool operator()(std::wstring_view a, std::wstring_view b) const noexcept {
-    return std::ranges::lexicographical_compare(a, b, {}, FoldAsciiCase, FoldAsciiCase);
-  }
-};
+// Whether `a` comes before `b`, unit by unit; a path comes after its own beginning. Two paths of
+// which neither comes before the other are the same.
+template <class A, class B>
+[[nodiscard]] constexpr bool PathLess(std::basic_string_view<A> a,
+                                      std::basic_string_view<B> b) noexcept {
+  return std::ranges::lexicographical_compare(a, b, {}, FoldAsciiCase, FoldAsciiCase);
+}
 
 }  // namespace zel

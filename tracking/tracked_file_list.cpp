@@ -113,14 +113,14 @@ bool LoadTrackedFileList() {
 void SaveVolumeFileList(const VolumeFileList& list, HKEY key) {
   if (key == nullptr) return;
   const std::wstring name = GuidToString(list.volume_guid());
-  if (list.files().empty()) {
+  if (list.empty()) {
     const LSTATUS status = ::RegDeleteValueW(key, name.c_str());
     if (status != ERROR_SUCCESS) {
       LogMessage(kGeneralWarn, L"RegDeleteValue(%ls) failed: %u\n", name.c_str(), status);
     }
     return;
   }
-  const std::vector<std::byte> value = EncodeTrackedFileListValue(list);
+  const std::span<const std::byte> value = list.value();
   const LSTATUS status = ::RegSetValueExW(key, name.c_str(), 0, REG_BINARY,
                                           reinterpret_cast<const BYTE*>(value.data()),
                                           static_cast<DWORD>(value.size()));

@@ -1,4 +1,5 @@
-// The bytes of the registry value that holds the tracked files of one volume. Pure.
+// The registry value that holds the tracked files of one volume: its layout, and reading it. Not
+// here: writing it (tracking/volume_file_list.h). Pure.
 //
 // Format: docs/operations.md, "Tracked files". The reader trusts the value: it checks neither the
 // magic nor the records' lengths against their paths, only that it reads nothing outside the bytes.
@@ -9,18 +10,33 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "common/types.h"
-#include "tracking/volume_file_list.h"
 
 namespace zel {
+
+inline constexpr std::uint16_t kTrackedFileListMagic = 0x7C18;
 
 // The longest path that a record holds, in UTF-16 code units.
 inline constexpr std::size_t kMaxTrackedPath = 32'767;
 
-// The whole value, records in the order of files(). No path is longer than kMaxTrackedPath.
-[[nodiscard]] std::vector<std::byte> EncodeTrackedFileListValue(const VolumeFileList& list);
+#pragma pack(push, 1)
+struct TrackedFileListHeader {  // offset  little-endian
+  std::uint16_t magic;          //  0
+  VolumeGuid volume;            //  2
+  std::uint32_t count;          // 18      of the records that follow
+};
+struct TrackedFileHeader {   // offset
+  std::uint32_t length;      //  0      of the record, in bytes; 0 in the last one
+  FileId file_id;            //  4
+  std::uint16_t path_bytes;  // 12      of the path that follows
+};
+#pragma pack(pop)
+static_assert(sizeof(TrackedFileListHeader) == 22 && offsetof(TrackedFileListHeader, volume) == 2 &&
+              offsetof(TrackedFileListHeader, count) == 18);
+static_assert(sizeof(TrackedFileHeader) == 14 && offsetof(TrackedFileHeader, file_id) == 4 &&
+              offsetof(TrackedFileHeader, path_bytes) == 12);
+static_assert(kMaxTrackedPath == UINT16_MAX / sizeof(char16_t));
 
 // Walks a value's records.
 //

@@ -103,8 +103,10 @@ void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries) {
   entries.clear();
   const LockGuard guard(TrackedFilesLock);
   for (const auto& [volume_guid, list] : TrackedFiles().table) {
-    for (const auto& [path, file_id] : list->files()) {
-      if (file_id != 0) entries.push_back({path, volume_guid, file_id});
+    for (std::size_t i = 0; i < list->size(); ++i) {
+      const std::u16string_view path = list->PathAt(i);
+      const FileId file_id = list->FileIdAt(i);
+      if (file_id != 0) entries.push_back({{path.begin(), path.end()}, volume_guid, file_id});
     }
   }
 }
@@ -115,7 +117,7 @@ void StopTrackingFile(std::wstring_view path) {
   for (auto volume = table.begin(); volume != table.end();) {
     VolumeFileList& list = *volume->second;
     if (list.Erase(path)) SaveChange(list);
-    volume = list.files().empty() ? table.erase(volume) : std::next(volume);
+    volume = list.empty() ? table.erase(volume) : std::next(volume);
   }
 }
 

@@ -20,6 +20,8 @@ struct TrackedFileEntry {
   std::wstring Path;
   zel::VolumeGuid VolumeGuid;
   zel::FileId FileId;
+
+  friend bool operator==(const TrackedFileEntry&, const TrackedFileEntry&) = default;
 };
 
 // Records a file as tracked. `is_new` tells whether it was not so before, under this very volume

@@ -92,11 +92,23 @@ class Wine:
         return [int(entry.name) for entry in pathlib.Path("/proc").iterdir()
                 if entry.name.isdigit() and self._is_process(entry, windows_path)]
 
+    def listening_ports(self):
+        """The TCP ports on which programs of this prefix listen; Wine's server holds the sockets."""
+        listeners = subprocess.run(["ss", "-Hltnp"], stdout=subprocess.PIPE, text=True, check=True)
+        return [int(port) for port, process in re.findall(r":(\d+)\s.*pid=(\d+),", listeners.stdout)
+                if self._is_of_prefix(pathlib.Path("/proc") / process)]
+
     def _is_process(self, entry, windows_path):
         try:
             command_line = (entry / "cmdline").read_bytes()
-            environment = (entry / "environ").read_bytes().split(b"\0")
         except OSError:  # ended meanwhile
             return False
         return (command_line.lstrip(b'"').startswith(windows_path.encode())
-                and f"WINEPREFIX={self.prefix}".encode() in environment)
+                and self._is_of_prefix(entry))
+
+    def _is_of_prefix(self, entry):
+        try:
+            environment = (entry / "environ").read_bytes().split(b"\0")
+        except OSError:  # ended meanwhile
+            return False
+        return f"WINEPREFIX={self.prefix}".encode() in environment

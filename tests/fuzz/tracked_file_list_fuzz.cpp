@@ -1,10 +1,12 @@
 // Any bytes as a registry value: the walk ends and stays inside them; the list that it gives is
 // written as a value that reads back equal.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "tracking/tracked_file_list_value.h"
+#include "tracking/volume_file_list.h"
 
 namespace {
 
@@ -40,11 +42,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   }
   const zel::VolumeFileList list = ReadList(reader);
 
-  const auto written = zel::EncodeTrackedFileListValue(list);
-  zel::TrackedFileListReader again(written);
+  zel::TrackedFileListReader again(list.value());
   const zel::VolumeFileList read_back = ReadList(again);
-  Require(!again.IsDamaged() && read_back.volume_guid() == list.volume_guid());
-  Require(read_back.files() == list.files());
-  Require(zel::EncodeTrackedFileListValue(read_back) == written);
+  Require(!again.IsDamaged() && std::ranges::equal(read_back.value(), list.value()));
   return 0;
 }

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/integration/support/handle_count.h"
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
@@ -112,16 +113,13 @@ TEST_F(IdleScannerTest, EveryStopReturnsAfterTheRunningScan) {
 TEST_F(IdleScannerTest, StopClosesEveryHandle) {
   StartIdleScanner(CountScan);
   StopIdleScanner();  // what the run-time library opens once is open now
-  DWORD before = 0;
-  DWORD after = 0;
-  ::GetProcessHandleCount(::GetCurrentProcess(), &before);
+  const std::size_t before = test::HandleCount();
   for (int round = 0; round < 3; ++round) {
     StartIdleScanner(CountScan);
     StopIdleScanner();
   }
   StopIdleScanner();
-  ::GetProcessHandleCount(::GetCurrentProcess(), &after);
-  EXPECT_EQ(before, after);
+  EXPECT_EQ(test::HandleCount(), before);
 }
 
 HANDLE WINAPI FailToCreateEvent(SECURITY_ATTRIBUTES*, BOOL, BOOL, const wchar_t*) {

@@ -3,6 +3,7 @@
 
 #include "logging/log_message.h"
 #include "logging/settings.h"
+#include "tests/integration/support/handle_count.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
 
@@ -105,17 +106,14 @@ TEST_F(LoggingThreadsTest, ABareLogPathMakesTheLogItsOwnConfigurationWithoutAWat
 
 TEST_F(LoggingThreadsTest, ShutdownEndsBothThreadsAndClosesEveryHandle) {
   std::filesystem::create_directories(log_path().parent_path());
-  DWORD before = 0;
-  DWORD after = 0;
   StartLogging();
   ShutdownLogging();  // what the run-time library opens once is open now
-  ::GetProcessHandleCount(::GetCurrentProcess(), &before);
+  const std::size_t before = test::HandleCount();
   for (int round = 0; round < 3; ++round) {
     StartLogging();
     ShutdownLogging();
   }
-  ::GetProcessHandleCount(::GetCurrentProcess(), &after);
-  EXPECT_EQ(before, after);
+  EXPECT_EQ(test::HandleCount(), before);
   testing::internal::CaptureStdout();
   LogMessage(kGeneralInfo, L"late\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "late\n");

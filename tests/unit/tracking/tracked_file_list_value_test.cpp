@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
 #include <utility>
 
-#include "tests/unit/support/hex_dump.h"
+#include "tracking/volume_file_list.h"
 
 namespace zel {
 namespace {
@@ -26,20 +25,13 @@ VolumeFileList ListOf(std::initializer_list<std::pair<std::wstring, FileId>> fil
   return list;
 }
 
-std::string Text(const Bytes& bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+Bytes ValueOf(const VolumeFileList& list) {
+  return {list.value().begin(), list.value().end()};
 }
 
 template <class T>
 void Put(Bytes& bytes, std::size_t offset, T value) {
   std::memcpy(bytes.data() + offset, &value, sizeof value);
-}
-
-template <class T>
-T Get(const Bytes& bytes, std::size_t offset) {
-  T value;
-  std::memcpy(&value, bytes.data() + offset, sizeof value);
-  return value;
 }
 
 struct Read {
@@ -59,8 +51,14 @@ Read ReadAll(const Bytes& bytes) {
   return read;
 }
 
+// What the reader should give for the value of an undamaged list.
 Read Whole(const VolumeFileList& list) {
-  return {{list.files().begin(), list.files().end()}, false};
+  Read whole = {};
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::u16string_view path = list.PathAt(i);
+    whole.files.emplace_back(std::wstring(path.begin(), path.end()), list.FileIdAt(i));
+  }
+  return whole;
 }
 
 // Any path of UTF-16 code units, lone surrogates included, but no NUL.
@@ -72,54 +70,29 @@ std::wstring RandomPath(std::mt19937& random, std::size_t length) {
   return path;
 }
 
-TEST(TrackedFileListValueTest, ExampleOfTheDocumentIsWhatTheCodeWrites) {
-  const VolumeFileList list =
-      ListOf({{L"D:\\\u00DCbung.vhdx", 0x00010000000000c7}, {L"D:\\Mail.pst", 0x000300000001a2b4}});
-  const std::string written = Text(EncodeTrackedFileListValue(list));
-  const test::HexDump dump = test::ReadHexDump(ZEL_DOCS "/operations.md", written.size());
-  EXPECT_EQ(dump.lines, (written.size() + 15) / 16);
-  EXPECT_EQ(dump.bytes, written);
-}
-
-TEST(TrackedFileListValueTest, OneRecordHasTheLengthZero) {
-  const Bytes value = EncodeTrackedFileListValue(ListOf({{L"C:\\a", 5}}));
-  EXPECT_EQ(value.size(), 22u + 14 + 2 * 4);
-  EXPECT_EQ(Get<std::uint32_t>(value, kAtCount), 1u);
-  EXPECT_EQ(Get<std::uint32_t>(value, kHeader), 0u);
-}
-
-TEST(TrackedFileListValueTest, EveryRecordButTheLastLeadsToTheNext) {
-  const Bytes value =
-      EncodeTrackedFileListValue(ListOf({{L"C:\\a", 1}, {L"C:\\bb", 2}, {L"C:\\ccc", 3}}));
-  EXPECT_EQ(value.size(), 22u + 3 * 14 + 2 * (4 + 5 + 6));
-  EXPECT_EQ(Get<std::uint32_t>(value, kHeader), 14u + 8);
-  EXPECT_EQ(Get<std::uint32_t>(value, kHeader + 22), 14u + 10);
-  EXPECT_EQ(Get<std::uint32_t>(value, kHeader + 22 + 24), 0u);
-}
-
-TEST(TrackedFileListValueTest, RandomListsReadBackEqualAndInOrder) {
+TEST(TrackedFileListReaderTest, RandomListsReadBackEqualAndInOrder) {
   std::mt19937 random(1);
   for (int round = 0; round < 300; ++round) {
     VolumeFileList list(kVolume);
     for (std::size_t files = random() % 40; files > 0; --files) {
       list.Set(RandomPath(random, random() % 300), std::uint64_t{random()} << 32 | random());
     }
-    ASSERT_EQ(ReadAll(EncodeTrackedFileListValue(list)), Whole(list)) << round;
+    ASSERT_EQ(ReadAll(ValueOf(list)), Whole(list)) << round;
   }
 }
 
-TEST(TrackedFileListValueTest, LongestPathsReadBackEqual) {
+TEST(TrackedFileListReaderTest, LongestPathsReadBackEqual) {
   std::mt19937 random(2);
   VolumeFileList list(kVolume);
   for (const std::size_t length : {32'000u, 32'000u, 32'766u, 32'767u}) {
     list.Set(RandomPath(random, length), random());
   }
-  ASSERT_EQ(list.files().size(), 4u);
-  EXPECT_EQ(ReadAll(EncodeTrackedFileListValue(list)), Whole(list));
+  ASSERT_EQ(list.size(), 4u);
+  EXPECT_EQ(ReadAll(ValueOf(list)), Whole(list));
 }
 
-TEST(TrackedFileListValueTest, ReaderTellsTheVolumeAndMindsNoMagic) {
-  Bytes value = EncodeTrackedFileListValue(ListOf({{L"C:\\a", 5}}));
+TEST(TrackedFileListReaderTest, TellsTheVolumeAndMindsNoMagic) {
+  Bytes value = ValueOf(ListOf({{L"C:\\a", 5}}));
   Put<std::uint16_t>(value, 0, 0);
   TrackedFileListReader reader(value);
   EXPECT_EQ(reader.volume_guid(), kVolume);
@@ -131,8 +104,8 @@ TEST(TrackedFileListValueTest, ReaderTellsTheVolumeAndMindsNoMagic) {
   EXPECT_FALSE(reader.IsDamaged());
 }
 
-TEST(TrackedFileListValueTest, ReaderGoesByTheCountAlone) {
-  const Bytes whole = EncodeTrackedFileListValue(ListOf({{L"C:\\a", 1}, {L"C:\\b", 2}}));
+TEST(TrackedFileListReaderTest, GoesByTheCountAlone) {
+  const Bytes whole = ValueOf(ListOf({{L"C:\\a", 1}, {L"C:\\b", 2}}));
   Bytes value = whole;
   Put<std::uint32_t>(value, kAtCount, 1);
   EXPECT_EQ(ReadAll(value), (Read{{{L"C:\\a", 1}}, false}));
@@ -145,16 +118,16 @@ TEST(TrackedFileListValueTest, ReaderGoesByTheCountAlone) {
   EXPECT_EQ(ReadAll(value), (Read{{{L"C:\\a", 1}, {L"C:\\b", 2}}, false}));
 }
 
-TEST(TrackedFileListValueTest, RecordsLengthLeadsOnWhateverItsPathSays) {
-  Bytes value = EncodeTrackedFileListValue(ListOf({{L"C:\\abc", 1}, {L"C:\\b", 2}}));
+TEST(TrackedFileListReaderTest, RecordsLengthLeadsOnWhateverItsPathSays) {
+  Bytes value = ValueOf(ListOf({{L"C:\\abc", 1}, {L"C:\\b", 2}}));
   Put<std::uint16_t>(value, kHeader + 12, 8);  // a path shorter than its record
   EXPECT_EQ(ReadAll(value), (Read{{{L"C:\\a", 1}, {L"C:\\b", 2}}, false}));
   Put<std::uint16_t>(value, kHeader + 12, 9);  // half a code unit
   EXPECT_EQ(ReadAll(value), (Read{{{L"C:\\a", 1}, {L"C:\\b", 2}}, false}));
 }
 
-TEST(TrackedFileListValueTest, CutAtAnyLengthReadsTheWholeRecordsAndIsDamaged) {
-  const Bytes whole = EncodeTrackedFileListValue(ListOf({{L"C:\\a", 1}, {L"C:\\bb", 2}}));
+TEST(TrackedFileListReaderTest, CutAtAnyLengthReadsTheWholeRecordsAndIsDamaged) {
+  const Bytes whole = ValueOf(ListOf({{L"C:\\a", 1}, {L"C:\\bb", 2}}));
   const std::size_t first_end = kHeader + 14 + 8;
   for (std::size_t length = 0; length < whole.size(); ++length) {
     const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
@@ -165,15 +138,15 @@ TEST(TrackedFileListValueTest, CutAtAnyLengthReadsTheWholeRecordsAndIsDamaged) {
   }
 }
 
-TEST(TrackedFileListValueTest, CountBeyondTheRecordsIsDamage) {
-  Bytes value = EncodeTrackedFileListValue(ListOf({{L"C:\\a", 1}, {L"C:\\b", 2}}));
+TEST(TrackedFileListReaderTest, CountBeyondTheRecordsIsDamage) {
+  Bytes value = ValueOf(ListOf({{L"C:\\a", 1}, {L"C:\\b", 2}}));
   Put<std::uint32_t>(value, kAtCount, 0xFFFFFFFF);
   EXPECT_EQ(ReadAll(value), (Read{{{L"C:\\a", 1}, {L"C:\\b", 2}}, true}));
 }
 
-TEST(TrackedFileListValueTest, RecordThatLeadsNowhereEndsTheWalk) {
+TEST(TrackedFileListReaderTest, RecordThatLeadsNowhereEndsTheWalk) {
   for (const std::uint32_t length : {0u, 45u, 46u, 0x80000000u, 0xFFFFFFFFu}) {
-    Bytes value = EncodeTrackedFileListValue(ListOf({{L"C:\\a", 1}, {L"C:\\b", 2}}));
+    Bytes value = ValueOf(ListOf({{L"C:\\a", 1}, {L"C:\\b", 2}}));
     ASSERT_EQ(value.size() - kHeader, 44u);
     Put(value, kHeader, length);
     EXPECT_EQ(ReadAll(value), (Read{{{L"C:\\a", 1}}, true})) << length;

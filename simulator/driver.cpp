@@ -1,0 +1,87 @@
+#include "simulator/driver.h"
+
+#include <algorithm>
+
+#include "simulator/driver_registry.h"
+
+namespace zel::sim {
+
+namespace {
+
+FileTime Now() {
+  FILETIME time;
+  ::GetSystemTimeAsFileTime(&time);
+  return (static_cast<FileTime>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+// Rounded up, so that what is waited for is due.
+DWORD MillisecondsUntil(FileTime due, FileTime now) {
+  if (due <= now) return 0;
+  return static_cast<DWORD>(std::min<FileTime>((due - now + 9'999) / 10'000, INFINITE - 1));
+}
+
+}  // namespace
+
+Driver::Driver()
+    : model_(ReadTrackedFiles, Now(), TakeCleanShutdownMark()),
+      read_table_mapping_(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                               sizeof(ReadTable), kReadTableName)),
+      read_table_(static_cast<ReadTable*>(
+          ::MapViewOfFile(read_table_mapping_.get(), FILE_MAP_READ, 0, 0, sizeof(ReadTable)))),
+      changed_event_(::CreateEventW(nullptr, FALSE, FALSE, nullptr)),
+      stop_event_(::CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+
+std::string Driver::Tell(std::string_view line) {
+  Order order;
+  std::string fault;
+  if (!ParseOrder(line, order, fault)) return "error " + fault;
+  std::string answer;
+  {
+    const LockGuard guard(lock_);
+    model_.Acknowledge(NewestReads().newest);
+    answer = model_.Obey(order, Now());
+  }
+  ::SetEvent(changed_event_.get());
+  if (order.verb == Verb::kStop) ::SetEvent(stop_event_.get());
+  return answer;
+}
+
+void Driver::Shutdown() {
+  const LockGuard guard(lock_);
+  model_.Acknowledge(NewestReads().newest);
+  if (model_.Idle()) LeaveCleanShutdownMark();
+}
+
+void Driver::Connect() {
+  const LockGuard guard(lock_);
+  model_.Connect();
+}
+
+void Driver::Disconnect() {
+  const LockGuard guard(lock_);
+  model_.Disconnect(NewestReads().newest);
+}
+
+std::optional<Bytes> Driver::Offer(DWORD& wait_ms) {
+  const LockGuard guard(lock_);
+  model_.Acknowledge(NewestReads().newest);
+  const FileTime now = Now();
+  if (const Message* const message = model_.Offer(now)) return message->bytes;
+  const std::optional<FileTime> due = model_.WhenDue(now);
+  wait_ms = due ? MillisecondsUntil(*due, now) : INFINITE;
+  return std::nullopt;
+}
+
+void Driver::HandedOver() {
+  const LockGuard guard(lock_);
+  model_.HandedOver();
+}
+
+Driver::Reads Driver::NewestReads() const {
+  Reads reads;
+  std::ranges::transform(read_table_.get()->newest, reads.newest,
+                         [](const auto& newest) { return newest.load(); });
+  return reads;
+}
+
+}  // namespace zel::sim

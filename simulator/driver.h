@@ -1,0 +1,53 @@
+// The simulated driver of this process: the model behind its lock. Test bench only.
+//
+// Threads: any.
+#pragma once
+
+#include <windows.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "simulator/channels.h"
+#include "simulator/driver_model.h"
+#include "win32/critical_section.h"
+#include "win32/handles.h"
+
+namespace zel::sim {
+
+class Driver {
+ public:
+  Driver();
+
+  // Obeys a line of the control channel.
+  [[nodiscard]] std::string Tell(std::string_view line);
+  // Set by the order "stop".
+  [[nodiscard]] HANDLE stop_event() const { return stop_event_.get(); }
+  // Leaves behind whether something is lost with this process.
+  void Shutdown();
+
+  // The port's side.
+  // Set when there may be something new to hand over.
+  [[nodiscard]] HANDLE changed_event() const { return changed_event_.get(); }
+  void Connect();
+  void Disconnect();
+  // The bytes of the next message; without one, `wait_ms` is how long to wait for the next look.
+  [[nodiscard]] std::optional<Bytes> Offer(DWORD& wait_ms);
+  void HandedOver();
+
+ private:
+  struct Reads {
+    std::uint64_t newest[kMaxReaders];
+  };
+  Reads NewestReads() const;
+
+  CriticalSection lock_;
+  DriverModel model_ ZEL_GUARDED_BY(lock_);
+  UniqueMapping read_table_mapping_;
+  UniqueView<ReadTable> read_table_;
+  UniqueEvent changed_event_;  // set by itself again after a wait
+  UniqueEvent stop_event_;     // manual reset
+};
+
+}  // namespace zel::sim

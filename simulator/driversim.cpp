@@ -1,0 +1,117 @@
+// The simulated driver. Test bench only; never installed with the service.
+//
+//   driversim                                the driver's service, started by the service manager
+//   driversim serve                          the same in a console
+//   driversim tell ORDER...                  gives an order and prints the answer
+//   driversim run -- PROGRAM ARGUMENT...     runs a program whose file activity the driver sees
+#include <windows.h>
+
+#include <cstdio>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "simulator/control_client.h"
+#include "simulator/run.h"
+#include "simulator/servers.h"
+
+namespace zel::sim {
+namespace {
+
+enum ExitCode { kSuccess = 0, kRefused = 1, kUsage = 2, kNoDriver = kReportsLost };
+
+DWORD RunDriver(Driver& driver) {
+  if (const DWORD error = StartControlChannel(driver)) return error;
+  const DWORD error = RunPort(driver);
+  driver.Shutdown();
+  return error;
+}
+
+int Serve() {
+  Driver driver;
+  const DWORD error = RunDriver(driver);
+  if (error == ERROR_SUCCESS) ::ExitProcess(kSuccess);  // the channel's threads still use it
+  std::fprintf(stderr, "driversim: cannot serve, error %lu\n", error);
+  ::ExitProcess(kNoDriver);
+}
+
+int Tell(std::span<wchar_t*> words) {
+  std::string order;
+  for (const std::wstring_view word : words) order += std::string(word.begin(), word.end()) + " ";
+  ControlClient client;
+  const std::optional<std::string> answer = client.Tell(order);
+  if (!answer) {
+    std::fputs("driversim: no driver runs\n", stderr);
+    return kNoDriver;
+  }
+  std::puts(answer->c_str());
+  return answer->starts_with("ok") ? kSuccess : kRefused;
+}
+
+// The program's command line stays as it was written.
+int RunProgram() {
+  constexpr std::wstring_view kMark = L" run -- ";
+  const std::wstring all = ::GetCommandLineW();
+  const std::size_t mark = all.find(kMark);
+  if (mark != all.npos) return RunReported(all.substr(mark + kMark.size()));
+  std::fputs("driversim: one blank each between run, -- and the program\n", stderr);
+  return kUsage;
+}
+
+// The service.
+
+SERVICE_STATUS_HANDLE status_handle = nullptr;
+Driver* service_driver = nullptr;
+
+void Report(DWORD state, DWORD exit_code = ERROR_SUCCESS) {
+  SERVICE_STATUS status = {};
+  status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+  status.dwCurrentState = state;
+  status.dwControlsAccepted = state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP : 0;
+  status.dwWin32ExitCode = exit_code;
+  ::SetServiceStatus(status_handle, &status);
+}
+
+void WINAPI Handle(DWORD control) {
+  if (control == SERVICE_CONTROL_STOP) ::SetEvent(service_driver->stop_event());
+}
+
+void WINAPI ServiceMain(DWORD, LPWSTR*) {
+  Driver driver;
+  service_driver = &driver;
+  status_handle = ::RegisterServiceCtrlHandlerW(L"", Handle);
+  DWORD error = StartControlChannel(driver);
+  if (error == ERROR_SUCCESS) {
+    Report(SERVICE_RUNNING);
+    error = RunPort(driver);
+    driver.Shutdown();
+  }
+  Report(SERVICE_STOPPED, error);
+  ::ExitProcess(error);
+}
+
+int RunService() {
+  wchar_t any_name[] = L"";
+  const SERVICE_TABLE_ENTRYW services[] = {{any_name, ServiceMain}, {nullptr, nullptr}};
+  return ::StartServiceCtrlDispatcherW(services) ? kSuccess : kNoDriver;
+}
+
+int Run(std::span<wchar_t*> arguments) {
+  if (arguments.empty()) return RunService();
+  const std::wstring_view task = arguments[0];
+  if (task == L"serve" && arguments.size() == 1) return Serve();
+  if (task == L"tell" && arguments.size() > 1) return Tell(arguments.subspan(1));
+  if (task == L"run" && arguments.size() > 2 && std::wstring_view(arguments[1]) == L"--") {
+    return RunProgram();
+  }
+  std::fputs("usage: driversim [serve | tell ORDER... | run -- PROGRAM ARGUMENT...]\n", stderr);
+  return kUsage;
+}
+
+}  // namespace
+}  // namespace zel::sim
+
+int wmain(int count, wchar_t** arguments) {
+  return zel::sim::Run({arguments + 1, static_cast<std::size_t>(count - 1)});
+}

@@ -1,0 +1,182 @@
+// The filter manager's port functions, spoken to the simulated driver. Test bench only.
+//
+// A port handle is the client's end of the driver's pipe, so that closing it is the caller's affair
+// as it is on Windows: the outstanding reads then end with an error.
+#include <windows.h>
+// Behind <windows.h>.
+#include <fltuser.h>
+
+#include <atomic>
+#include <string>
+
+#include "simulator/channels.h"
+#include "simulator/control_client.h"
+#include "simulator/text.h"
+#include "win32/handles.h"
+
+namespace zel::sim {
+namespace {
+
+// The service is restarted while the driver still takes leave of the one before.
+constexpr DWORD kBusyLimitMs = 5'000;
+
+constexpr HRESULT kNoWaiterForReply = static_cast<HRESULT>(0x801F0020);
+
+// Which reader made which read, for the driver; the table is the driver's memory.
+class Reads {
+ public:
+  HRESULT Open() {
+    const LockGuard guard(lock_);
+    mapping_.reset(::OpenFileMappingW(FILE_MAP_WRITE, FALSE, kReadTableName));
+    table_.reset(static_cast<ReadTable*>(
+        ::MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, sizeof(ReadTable))));
+    if (!table_) return HRESULT_FROM_WIN32(::GetLastError());
+    for (std::size_t i = 0; i < kMaxReaders; ++i) {
+      readers_[i] = nullptr;
+      table_.get()->newest[i] = 0;
+    }
+    count_ = 0;
+    return S_OK;
+  }
+
+  // Reads of a pipe are served in the order in which they were made, which is that of the numbers.
+  HRESULT Read(HANDLE port, void* buffer, DWORD size, OVERLAPPED* overlapped) {
+    const LockGuard guard(lock_);
+    std::atomic<std::uint64_t>* const newest = Newest(overlapped);
+    if (newest == nullptr) return HRESULT_FROM_WIN32(ERROR_NO_SYSTEM_RESOURCES);
+    *newest = ++count_;
+    // What is there at once still completes through the event.
+    if (::ReadFile(port, buffer, size, nullptr, overlapped)) return PendingResult();
+    const DWORD error = ::GetLastError();
+    if (error == ERROR_IO_PENDING) return PendingResult();
+    *newest = 0;
+    --count_;
+    return HRESULT_FROM_WIN32(error);
+  }
+
+ private:
+  static HRESULT PendingResult() { return HRESULT_FROM_WIN32(ERROR_IO_PENDING); }
+
+  std::atomic<std::uint64_t>* Newest(const OVERLAPPED* reader) ZEL_REQUIRES(lock_) {
+    if (!table_) return nullptr;
+    for (std::size_t i = 0; i < kMaxReaders; ++i) {
+      if (readers_[i] == nullptr) readers_[i] = reader;
+      if (readers_[i] == reader) return &table_.get()->newest[i];
+    }
+    return nullptr;
+  }
+
+  CriticalSection lock_;
+  UniqueMapping mapping_ ZEL_GUARDED_BY(lock_);
+  UniqueView<ReadTable> table_ ZEL_GUARDED_BY(lock_);
+  const OVERLAPPED* readers_[kMaxReaders] ZEL_GUARDED_BY(lock_) = {};
+  std::uint64_t count_ ZEL_GUARDED_BY(lock_) = 0;
+};
+
+Reads& PortReads() {
+  static Reads& reads = *new Reads;  // outlives every thread
+  return reads;
+}
+
+// Gives the driver an order: S_OK with what stands behind "ok", or what the driver refuses with.
+HRESULT Ask(const std::string& order, std::string& answer) {
+  ControlClient client;
+  if (!client.connected()) return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+  answer = client.Tell(order).value_or("");
+  std::uint32_t refusal = 0;
+  if (answer.starts_with("refused ") && ParseNumber(std::string_view(answer).substr(8), refusal)) {
+    return static_cast<HRESULT>(refusal);
+  }
+  if (!answer.starts_with("ok")) return HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE);
+  answer.erase(0, 3);
+  return S_OK;
+}
+
+HRESULT OpenPipe(const std::wstring& name, UniqueFile& pipe) {
+  for (bool waited = false;; waited = true) {
+    pipe.reset(::CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                             FILE_FLAG_OVERLAPPED, nullptr));
+    if (pipe) return S_OK;
+    const DWORD error = ::GetLastError();
+    if (error != ERROR_PIPE_BUSY) return HRESULT_FROM_WIN32(error);
+    if (waited || !::WaitNamedPipeW(name.c_str(), kBusyLimitMs)) {
+      return HRESULT_FROM_WIN32(ERROR_CONNECTION_COUNT_LIMIT);
+    }
+  }
+}
+
+HRESULT Connect(const wchar_t* name, HANDLE* port) {
+  std::string answer;
+  HRESULT result = Ask("connect", answer);
+  if (FAILED(result)) return result;
+  UniqueFile pipe;
+  result = OpenPipe(std::wstring(kPipePrefix) + name, pipe);
+  if (FAILED(result)) return result;
+  DWORD mode = PIPE_READMODE_MESSAGE;
+  if (!::SetNamedPipeHandleState(pipe.get(), &mode, nullptr, nullptr)) {
+    return HRESULT_FROM_WIN32(::GetLastError());
+  }
+  result = PortReads().Open();
+  if (SUCCEEDED(result)) *port = pipe.release();
+  return result;
+}
+
+// Without an OVERLAPPED the call lasts until there is a message.
+HRESULT GetMessageAndWait(HANDLE port, void* buffer, DWORD size) {
+  const UniqueEvent event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  OVERLAPPED overlapped = {};
+  overlapped.hEvent = event.get();
+  const HRESULT result = PortReads().Read(port, buffer, size, &overlapped);
+  if (result != HRESULT_FROM_WIN32(ERROR_IO_PENDING)) return result;
+  DWORD received = 0;
+  if (::GetOverlappedResult(port, &overlapped, &received, TRUE)) return S_OK;
+  return HRESULT_FROM_WIN32(::GetLastError());
+}
+
+HRESULT Send(HANDLE port, const void* in, DWORD in_size, void* out, DWORD out_size,
+             DWORD* returned) {
+  // The command travels beside the port, and would get through on a handle that is closed.
+  if (!::PeekNamedPipe(port, nullptr, 0, nullptr, nullptr, nullptr)) {
+    return HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE);
+  }
+  const auto* const first = static_cast<const std::byte*>(in);
+  std::string answer;
+  const HRESULT result = Ask(
+      "send " + BytesText(Bytes(first, first + in_size)) + " " + std::to_string(out_size), answer);
+  if (FAILED(result)) return result;
+  Bytes reply;
+  if (!ParseBytes(answer, reply) || reply.size() > out_size) return E_UNEXPECTED;
+  if (!reply.empty()) std::memcpy(out, reply.data(), reply.size());
+  *returned = static_cast<DWORD>(reply.size());
+  return S_OK;
+}
+
+}  // namespace
+}  // namespace zel::sim
+
+extern "C" {
+
+HRESULT WINAPI FilterConnectCommunicationPort(LPCWSTR name, DWORD, LPCVOID, WORD,
+                                              LPSECURITY_ATTRIBUTES, HANDLE* port) {
+  *port = INVALID_HANDLE_VALUE;
+  return zel::sim::Connect(name, port);
+}
+
+HRESULT WINAPI FilterGetMessage(HANDLE port, PFILTER_MESSAGE_HEADER buffer, DWORD size,
+                                LPOVERLAPPED overlapped) {
+  if (size < sizeof *buffer) return E_INVALIDARG;
+  if (overlapped == nullptr) return zel::sim::GetMessageAndWait(port, buffer, size);
+  return zel::sim::PortReads().Read(port, buffer, size, overlapped);
+}
+
+HRESULT WINAPI FilterSendMessage(HANDLE port, LPVOID in, DWORD in_size, LPVOID out, DWORD out_size,
+                                 LPDWORD returned) {
+  return zel::sim::Send(port, in, in_size, out, out_size, returned);
+}
+
+// The driver waits for no reply.
+HRESULT WINAPI FilterReplyMessage(HANDLE, PFILTER_REPLY_HEADER, DWORD) {
+  return zel::sim::kNoWaiterForReply;
+}
+
+}  // extern "C"

@@ -1,0 +1,32 @@
+// A write, carried out so that it is known where it went, and reported. Test bench only.
+#pragma once
+
+#include "common/types.h"
+#include "simulator/simhook/native_calls.h"
+
+namespace zel::sim {
+
+struct WriteCall {
+  NtWriteFileCall* call;  // NtWriteFile or NtWriteFileGather, which take the same
+  HANDLE file;
+  HANDLE event;
+  PIO_APC_ROUTINE apc;
+  void* apc_context;
+  IO_STATUS_BLOCK* io;
+  const void* buffer;
+  ULONG length;
+  LARGE_INTEGER* offset;
+  ULONG* key;
+};
+
+// Threads: any; writes at the file pointer and at the end of a file wait for each other.
+NTSTATUS WriteAndReport(const FileKey& file, const WriteCall& write);
+
+// Sets the file pointer, which such a write must not find moved on its way.
+NTSTATUS SetPosition(NtSetInformationFileCall* call, HANDLE file, IO_STATUS_BLOCK* io, void* data,
+                     ULONG size);
+
+// The size of an open file in bytes.
+std::uint64_t SizeOf(HANDLE file);
+
+}  // namespace zel::sim

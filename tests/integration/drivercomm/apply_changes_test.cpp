@@ -1,0 +1,327 @@
+#include "drivercomm/apply_changes.h"
+
+#include "tests/integration/support/driver_fixture.h"
+#include "tests/integration/support/flush_hooks.h"
+
+namespace zel {
+namespace {
+
+using test::kFile;
+using test::kVolume;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::uint32_t k64K = 65'536;
+constexpr std::uint64_t k4G = std::uint64_t{1} << 32;
+
+class ApplyChangesTest : public test::DriverFixture {
+ protected:
+  static void Write(std::uint64_t offset, std::uint32_t length) {
+    UpdateBitmapsForFile(kFile, kVolume, offset, length);
+  }
+  static void Resize(std::uint64_t size) { ApplySizeChange(kFile, kVolume, size); }
+  static void LoseChanges() { MarkUnreportedChanges(kFile, kVolume); }
+};
+
+TEST_F(ApplyChangesTest, WriteAcrossABoundarySetsBothBits) {
+  const BitmapId id = Create(16);
+  Write(65'535, 2);
+  EXPECT_THAT(Bits(id), ElementsAre(0, 1));
+  EXPECT_EQ(Header(id).SizeChanged, 0);
+}
+
+TEST_F(ApplyChangesTest, WriteOfOneWholeBlockSetsItsBitAlone) {
+  const BitmapId id = Create(16);
+  Write(131'072, 65'536);
+  EXPECT_THAT(Bits(id), ElementsAre(2));
+}
+
+TEST_F(ApplyChangesTest, WriteOfNoBytesSetsABitOnlyInsideABlock) {
+  const BitmapId id = Create(16);
+  Write(2 * k64K, 0);
+  EXPECT_THAT(Bits(id), IsEmpty());
+  Write(2 * k64K + 1, 0);
+  EXPECT_THAT(Bits(id), ElementsAre(2));
+  Write(16 * k64K, 0);
+  EXPECT_EQ(Header(id).SizeChanged, 0);
+}
+
+TEST_F(ApplyChangesTest, EveryBitmapOfTheFileIsUpdatedByItsOwnBlockSize) {
+  const BitmapId large = Create(16, k64K);
+  const BitmapId small = Create(64, 16'384);
+  Write(k64K, 1);
+  Write(40'000, 10'000);
+  EXPECT_THAT(Bits(large), ElementsAre(0, 1));
+  EXPECT_THAT(Bits(small), ElementsAre(2, 3, 4));
+}
+
+TEST_F(ApplyChangesTest, OtherFilesAreLeftAlone) {
+  const BitmapId id = Create(16);
+  UpdateBitmapsForFile(kFile + 1, kVolume, 0, 1);
+  UpdateBitmapsForFile(kFile, {}, 0, 1);
+  EXPECT_THAT(Bits(id), IsEmpty());
+}
+
+TEST_F(ApplyChangesTest, WriteIsLoggedWithTheNumberOfBitmaps) {
+  Create(16);
+  Create(16);
+  StartLogging(test::kDriverDebug);
+  Write(65'535, 2);
+  UpdateBitmapsForFile(7, kVolume, 1, 4'294'967'295);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("DEBUG FileId 0x0001000000000123 write at offset 65535 length 2; "
+                          "2 bitmaps updated",
+                          "DEBUG FileId 0x0000000000000007 write at offset 1 length 4294967295; "
+                          "0 bitmaps updated"));
+}
+
+TEST_F(ApplyChangesTest, WriteIsStampedAndReleasesItsPins) {
+  const BitmapId id = Create(16);
+  const test::FakeClock clock;
+  test::FakeClock::now = 1000;
+  Write(0, 1);
+  EXPECT_EQ(Header(id).LastUpdateTime, 1000u);
+  test::FakeClock::now = 2000;
+  Write(0, 1);  // the bit is set already
+  EXPECT_EQ(Header(id).LastUpdateTime, 2000u);
+  EXPECT_EQ(GetBitmapById(id)->InUseCount, 1u);
+}
+
+TEST_F(ApplyChangesTest, WritePastTheEndSetsTheLastBitsMarksAndFlushes) {
+  const BitmapId id = Create(16);
+  Write(0, 1);  // loads
+  test::FlushHooks flushes;
+  Write(15 * k64K, 2 * k64K);
+  EXPECT_THAT(Bits(id), ElementsAre(0, 15));
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+  EXPECT_THAT(flushes.Take(), ElementsAre("header s", "file"));
+  Write(14 * k64K, 3 * k64K);
+  EXPECT_THAT(Bits(id), ElementsAre(0, 14, 15));
+  EXPECT_THAT(flushes.Take(), ElementsAre("header s"));  // the mark is on the device
+}
+
+TEST_F(ApplyChangesTest, WriteWithinTheBitmapFlushesNothing) {
+  Create(16);
+  Write(0, 1);  // loads
+  test::FlushHooks flushes;
+  Write(0, 16 * k64K);
+  EXPECT_THAT(flushes.Take(), IsEmpty());
+}
+
+TEST_F(ApplyChangesTest, WriteBehindTheEndOnlyMarks) {
+  const BitmapId id = Create(16);
+  Write(16 * k64K, 1);
+  EXPECT_THAT(Bits(id), IsEmpty());
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+  EXPECT_EQ(Header(id).Unreliable, 0);
+}
+
+TEST_F(ApplyChangesTest, WriteBehindFourGigabytesIsAsAnyOther) {
+  const BitmapId id = Create(131'072 + 8);
+  Write(k4G + k64K, 1);
+  Write(2 * k4G, 1);
+  EXPECT_THAT(Bits(id), ElementsAre(65'537, 131'072));
+  EXPECT_EQ(Header(id).SizeChanged, 0);
+}
+
+// The first two would fit with 32-bit sums and block numbers.
+TEST_F(ApplyChangesTest, WriteBehindFourGigablocksIsLoggedMarksAndSetsTheCutBit) {
+  const BitmapId id = Create(16, 1);
+  StartLogging(test::kDriverErrors);
+  Write(k4G + 3, 2);
+  EXPECT_THAT(Bits(id), ElementsAre(3, 4));
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+  Write(k4G - 1, 2);  // the last block that has a 32-bit number, and one more
+  EXPECT_THAT(Bits(id), ElementsAre(3, 4));
+  Write(~std::uint64_t{0}, ~std::uint32_t{0});
+  EXPECT_THAT(Bits(id), ElementsAre(3, 4));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("ERROR UpdateBitmapsForFile: bitmap is larger than 4GB, not supported",
+                          "ERROR UpdateBitmapsForFile: bitmap is larger than 4GB, not supported"));
+}
+
+TEST_F(ApplyChangesTest, RangeWhoseEndHasMoreThan32BitsMarksAndSetsUpToTheLastBit) {
+  const BitmapId id = Create(16, 1);
+  Write(10, ~std::uint32_t{0});
+  EXPECT_THAT(Bits(id), ElementsAre(10, 11, 12, 13, 14, 15));
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+}
+
+TEST_F(ApplyChangesTest, BitmapWithoutBitsIsMarkedAndNothingElseOfItTouched) {
+  const BitmapId id = Create(0, k64K, 1);
+  Write(0, 0);
+  EXPECT_EQ(Header(id).SizeChanged, 0);
+  Write(0, 1);
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+  Resize(0);
+  LoseChanges();
+  EXPECT_EQ(Header(id).Unreliable, 1);
+}
+
+TEST_F(ApplyChangesTest, LargerSizeMarksStampsAndFlushesButSetsNoBit) {
+  const BitmapId id = Create(16);
+  Write(0, 1);  // loads
+  test::FlushHooks flushes;
+  const test::FakeClock clock;
+  test::FakeClock::now = 1000;
+  Resize(16 * k64K + 1);
+  EXPECT_THAT(Bits(id), ElementsAre(0));
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+  EXPECT_EQ(Header(id).LastUpdateTime, 1000u);
+  EXPECT_EQ(Header(id).FileSize, 16u * k64K);
+  EXPECT_THAT(flushes.Take(), ElementsAre("header s", "file"));
+}
+
+TEST_F(ApplyChangesTest, SmallerSizeSetsEveryBitFromTheNewEndOn) {
+  const BitmapId id = Create(16);
+  Resize(13 * k64K);
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+  EXPECT_THAT(Bits(id), ElementsAre(13, 14, 15));
+  Resize(13 * k64K - 1);
+  EXPECT_THAT(Bits(id), ElementsAre(12, 13, 14, 15));
+}
+
+TEST_F(ApplyChangesTest, SmallerSizeBehindTheLastBitOnlyMarks) {
+  const BitmapId id = Create(16, k64K, 20 * k64K);
+  Resize(16 * k64K);
+  EXPECT_THAT(Bits(id), IsEmpty());
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+}
+
+TEST_F(ApplyChangesTest, SizeThatTheBitmapWasMadeForLeavesItAlone) {
+  const BitmapId same = Create(16, k64K, 1'000'000);
+  const BitmapId other = Create(16, k64K, 1'000'001);
+  Write(0, 1);
+  const test::FakeClock clock;
+  test::FakeClock::now = 1000;
+  Resize(1'000'000);
+  EXPECT_EQ(Header(same).SizeChanged, 0);
+  EXPECT_NE(Header(same).LastUpdateTime, 1000u);
+  EXPECT_EQ(Header(other).SizeChanged, 1);
+  EXPECT_EQ(Header(other).LastUpdateTime, 1000u);
+  EXPECT_EQ(GetBitmapById(same)->InUseCount, 1u);
+}
+
+TEST_F(ApplyChangesTest, SameSizeReportedAgainMarksAgain) {
+  const BitmapId id = Create(16);
+  Resize(k64K);
+  const test::FakeClock clock;
+  test::FakeClock::now = 1000;
+  test::FlushHooks flushes;
+  Resize(k64K);
+  EXPECT_EQ(Header(id).LastUpdateTime, 1000u);
+  EXPECT_THAT(flushes.Take(), ElementsAre("header s"));
+}
+
+TEST_F(ApplyChangesTest, FileThatShrinksAndGrowsKeepsTheBitsOfBoth) {
+  const BitmapId id = Create(16);
+  Resize(14 * k64K);
+  Resize(16 * k64K);
+  Write(16 * k64K, 100);
+  EXPECT_THAT(Bits(id), ElementsAre(14, 15));
+  EXPECT_EQ(Header(id).SizeChanged, 1);
+}
+
+TEST_F(ApplyChangesTest, UnreportedChangesMarkEveryBitmapAndAreLoggedOnce) {
+  const BitmapId first = Create(16);
+  const BitmapId second = Create(16);
+  const test::FakeClock clock;
+  test::FakeClock::now = 1000;
+  StartLogging("zelservicelog=none\nzelservicelog:bitmap=none\n");
+  LoseChanges();
+  for (const BitmapId id : {first, second}) {
+    EXPECT_EQ(Header(id).Unreliable, 1);
+    EXPECT_EQ(Header(id).SizeChanged, 0);
+    EXPECT_EQ(Header(id).LastUpdateTime, 1000u);
+    EXPECT_THAT(Bits(id), IsEmpty());
+    EXPECT_EQ(GetBitmapById(id)->InUseCount, 1u);
+  }
+  test::FakeClock::now = 2000;
+  test::FlushHooks flushes;
+  LoseChanges();
+  EXPECT_EQ(Header(first).LastUpdateTime, 2000u);
+  EXPECT_THAT(flushes.Take(), ElementsAre("header u", "header u"));
+  const auto line = [](BitmapId id) {
+    char text[17];
+    std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(id));
+    return std::string(
+               "INFO  Filter driver indicated unreported changes for Volume "
+               "01234567-89ab-cdef-0123-456789abcdef, FileId 0x0001000000000123, "
+               "BitmapId 0x") +
+           text;
+  };
+  EXPECT_THAT(StopLoggingAndGetMessages(), ElementsAre(line(first), line(second)));
+}
+
+TEST_F(ApplyChangesTest, UnreportedChangesReachTheDeviceBeforeTheReportIsDone) {
+  Create(16);
+  Write(0, 1);  // loads
+  test::FlushHooks flushes;
+  LoseChanges();
+  EXPECT_THAT(flushes.Take(), ElementsAre("header u", "file"));
+}
+
+class BitmapOutOfReachTest : public ApplyChangesTest {
+ protected:
+  BitmapOutOfReachTest() : id_(Create(16)), path_(GetBitmapById(id_)->FileName) {
+    ShutdownBitmapManager();  // unloads it, clean
+    other_.reset(::CreateFileW(path_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_TRUE(other_);
+  }
+
+  // What the file itself says, once nobody has it any more.
+  [[nodiscard]] std::uint64_t UnreliableOnDisk() const {
+    return test::Get(test::ReadFileBytes(path_), test::kAtUnreliable, 1);
+  }
+
+  BitmapId id_;
+  std::wstring path_;
+  UniqueFile other_;  // another program that does not share the bitmap file
+};
+
+TEST_F(BitmapOutOfReachTest, MissedWriteMakesTheBitmapUnreliableWhenItCanBeLoadedAgain) {
+  StartLogging("zelservicelog:bitmap=info\nzelservicelog:drivercomm=none\n");
+  Write(0, 1);
+  other_.reset();
+  EXPECT_EQ(Header(id_).Unreliable, 1);
+  Write(test::kBlockSize, 1);
+  EXPECT_THAT(Bits(id_), ElementsAre(1));
+  const auto messages = StopLoggingAndGetMessages();
+  ASSERT_EQ(messages.size(), 2u);
+  EXPECT_THAT(messages[0], ::testing::StartsWith("ERROR Failed to open bitmap "));
+  EXPECT_THAT(messages[1],
+              ::testing::EndsWith("for Volume 01234567-89ab-cdef-0123-456789abcdef, FileId "
+                                  "0x0001000000000123 unreliable because a change was reported "
+                                  "while it could not be opened"));
+}
+
+TEST_F(BitmapOutOfReachTest, MissedSizeChangesAndUnreportedChangesDoSoToo) {
+  Resize(1);
+  other_.reset();
+  EXPECT_EQ(Header(id_).Unreliable, 1);
+  const BitmapId second = Create(16);
+  const std::wstring path = GetBitmapById(second)->FileName;
+  ShutdownBitmapManager();
+  other_.reset(::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  LoseChanges();
+  other_.reset();
+  EXPECT_EQ(Header(second).Unreliable, 1);
+}
+
+TEST_F(BitmapOutOfReachTest, ServiceThatEndsBeforeTheNextLookupMarksTheFile) {
+  Write(0, 1);
+  other_.reset();
+  EXPECT_EQ(UnreliableOnDisk(), 0u);
+  ShutdownBitmapManager();
+  EXPECT_EQ(UnreliableOnDisk(), 1u);
+  EXPECT_EQ(test::Get(test::ReadFileBytes(path_), test::kAtClosedCleanly, 1), 1u);
+}
+
+TEST_F(BitmapOutOfReachTest, MereLookupDoesNotMakeItUnreliable) {
+  EXPECT_TRUE(FindBitmapsForFile(kVolume, kFile).empty());
+  other_.reset();
+  EXPECT_EQ(Header(id_).Unreliable, 0);
+}
+
+}  // namespace
+}  // namespace zel

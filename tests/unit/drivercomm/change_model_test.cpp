@@ -1,0 +1,360 @@
+// Random histories of tracked files against a model that knows nothing of how bits are computed:
+// an array of booleans for each bitmap. A change that the driver reported is in every bitmap of its
+// file, or that bitmap says that it cannot be trusted; and no other bit is set.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bitmap/header_checks.h"
+#include "bitmap/new_bitmap.h"
+#include "bitmap/set_bits.h"
+#include "drivercomm/block_range.h"
+#include "drivercomm/driver_message.h"
+
+namespace zel {
+namespace {
+
+using Wide = unsigned __int128;
+
+constexpr std::uint32_t kBlockSizes[] = {1, 3, 512, 4096, 65'536, 0x80000000, 0xFFFFFFFF};
+constexpr std::uint64_t k4G = std::uint64_t{1} << 32;
+
+// What a file's bitmap is expected to say.
+class ModelBitmap {
+ public:
+  ModelBitmap(std::uint64_t file_size, std::uint32_t block_size, std::size_t bits)
+      : file_size_(file_size), block_size_(block_size), must_(bits), may_(bits) {}
+
+  void Write(std::uint64_t offset, std::uint32_t length) {
+    // A write of no bytes counts as a byte where it stands, unless a block begins there.
+    const bool counts = length > 0 || offset % block_size_ != 0;
+    const Wide end = Wide{offset} + std::max(length, counts ? 1u : 0u);
+    for (std::size_t block = 0; block < must_.size(); ++block) {
+      const Wide begin_of_block = Wide{block} * block_size_;
+      if (offset < begin_of_block + block_size_ && begin_of_block < end) must_[block] = true;
+    }
+    const Wide end_of_bitmap = Wide{must_.size()} * block_size_;
+    if (end > end_of_bitmap) size_changed = true;
+    if (offset / block_size_ >= k4G) WriteToCutBlocks(offset, length);
+  }
+
+  void Resize(std::uint64_t size) {
+    if (size == file_size_) return;
+    size_changed = true;
+    if (size > file_size_) return;
+    for (std::size_t block = 0; block < must_.size(); ++block) {
+      if (Wide{block + 1} * block_size_ > size) must_[block] = true;
+    }
+  }
+
+  // That `bit` is as it should be.
+  [[nodiscard]] bool Agrees(std::size_t bit, bool is_set) const {
+    return is_set ? must_[bit] || may_[bit] : !must_[bit];
+  }
+  [[nodiscard]] std::size_t bits() const { return must_.size(); }
+
+  bool size_changed = false;
+  bool unreliable = false;
+  bool loaded = false;
+  bool left_behind = false;
+
+ private:
+  // Block numbers above 32 bits: the bits of their low halves, and no promise about them.
+  void WriteToCutBlocks(std::uint64_t offset, std::uint32_t length) {
+    const std::uint64_t first = offset / block_size_ % k4G;
+    const Wide blocks = (Wide{offset} % block_size_ + length) / block_size_ + 1;
+    for (std::size_t block = 0; block < may_.size(); ++block) {
+      if (block >= first && block < first + blocks) may_[block] = true;
+    }
+  }
+
+  std::uint64_t file_size_;
+  std::uint32_t block_size_;
+  std::vector<bool> must_;  // a change was reported
+  std::vector<bool> may_;
+};
+
+// A bitmap as the service keeps it, moved by the product's own code.
+class RealBitmap {
+ public:
+  RealBitmap(std::uint64_t file_size, std::uint32_t block_size, std::uint32_t bytes)
+      : words_(bytes / 4 + 1) {
+    const NewBitmap bitmap = {.volume_guid = {},
+                              .file_id = 1,
+                              .creation_time = 1,
+                              .bitmap_size = bytes,
+                              .block_size = block_size,
+                              .file_size = file_size};
+    header_ = ComposeNewBitmapBytes(bitmap, 2).header;
+  }
+
+  void Load() { MarkInUse(header_, 3); }
+  void Unload() { header_.ClosedCleanly = 1; }
+
+  void Apply(const DriverMessage& message) {
+    if (message.UnreportedChanges != 0) header_.Unreliable = 1;
+    if (message.Type == DriverMessageType::kWrite) {
+      const BitsToSet to_set = BitsOfBlocks(
+          BlocksOfWrite(message.OffsetOrSize, message.Length, header_.BlockSize), bit_count());
+      if (to_set.passes_end) header_.SizeChanged = 1;
+      Set(to_set.bits);
+    } else if (message.Type == DriverMessageType::kSizeChanged &&
+               message.OffsetOrSize != header_.FileSize) {
+      header_.SizeChanged = 1;
+      Set(BitsBehindNewEnd(message.OffsetOrSize, header_.FileSize, header_.BlockSize, bit_count()));
+    }
+  }
+
+  [[nodiscard]] bool Bit(std::size_t bit) const { return (words_[bit / 32] >> bit % 32 & 1) != 0; }
+  [[nodiscard]] const BitmapHeader& header() const { return header_; }
+
+ private:
+  [[nodiscard]] std::uint32_t bit_count() const { return header_.BitmapSize * 8; }
+  void Set(const std::optional<BitRange>& range) {
+    const RtlBitmap bitmap = {bit_count(), words_.data()};
+    if (range) SetBitsInRange(bitmap, range->first, range->count);
+  }
+
+  BitmapHeader header_;
+  std::vector<std::uint32_t> words_;
+};
+
+struct TrackedBitmap {
+  ModelBitmap model;
+  RealBitmap real;
+};
+
+// A message on its way: bytes, as the driver makes them.
+std::string Encode(DriverMessageType type, std::uint64_t offset, std::uint32_t length,
+                   bool unreported_changes) {
+  std::string bytes(80, '\0');
+  const auto put = [&](std::size_t at, std::uint64_t value, std::size_t size) {
+    for (std::size_t i = 0; i < size; ++i) bytes[at + i] = static_cast<char>(value >> 8 * i);
+  };
+  put(16, 0x092ABB38, 4);
+  put(20, static_cast<std::uint16_t>(type), 2);
+  put(22, unreported_changes ? 1 : 0, 1);
+  put(64, offset, 8);
+  put(72, length, 4);
+  return bytes;
+}
+
+// One tracked file, its driver and its service.
+class History {
+ public:
+  explicit History(unsigned seed) : random_(seed), file_size_(RandomSize()) {}
+
+  void AddBitmap(std::uint32_t block_size, std::uint32_t bytes) {
+    const std::size_t bits = std::size_t{bytes} * 8;
+    bitmaps_.push_back({{file_size_, block_size, bits}, {file_size_, block_size, bytes}});
+  }
+
+  // One random event.
+  void Step() {
+    switch (random_() % 16) {
+      case 0:
+        if (bitmaps_.size() < 3) AddBitmap(RandomBlockSize(), random_() % 9);
+        break;
+      case 1:
+        if (random_() % 4 == 0) bitmaps_.clear();  // tracking is stopped
+        break;
+      case 2:
+        Restart();
+        break;
+      case 3:
+        Kill();
+        break;
+      case 4:
+        drops_ = true;  // the driver runs out of room
+        break;
+      case 5:
+      case 6:
+      case 7:
+        Resize(RandomSize());
+        break;
+      default:
+        Write(RandomOffset(), RandomLength());
+    }
+  }
+
+  void Write(std::uint64_t offset, std::uint32_t length) {
+    Report(DriverMessageType::kWrite, offset, length);
+  }
+  void Resize(std::uint64_t size) {
+    file_size_ = size;
+    Report(DriverMessageType::kSizeChanged, size, 0);
+  }
+
+  void Restart() {
+    for (auto& [model, real] : bitmaps_) {
+      if (model.loaded) real.Unload();
+      model.loaded = false;
+    }
+  }
+
+  // What is in the mapped files outlives the process; a bitmap that was loaded is found so.
+  void Kill() {
+    for (auto& [model, real] : bitmaps_) {
+      if (model.loaded) model.left_behind = true;
+      model.loaded = false;
+    }
+  }
+
+  void Check() const {
+    for (const auto& [model, real] : bitmaps_) {
+      ASSERT_EQ(real.header().SizeChanged != 0, model.size_changed);
+      ASSERT_EQ(real.header().Unreliable != 0, model.unreliable);
+      ASSERT_EQ(FirstWrongBit(model, real), model.bits());
+    }
+  }
+
+  [[nodiscard]] const std::vector<TrackedBitmap>& bitmaps() const { return bitmaps_; }
+
+ private:
+  static std::size_t FirstWrongBit(const ModelBitmap& model, const RealBitmap& real) {
+    std::size_t bit = 0;
+    while (bit < model.bits() && model.Agrees(bit, real.Bit(bit))) ++bit;
+    return bit;
+  }
+
+  // The driver reports, or loses the message and says so with the next one.
+  void Report(DriverMessageType type, std::uint64_t offset, std::uint32_t length) {
+    if (std::exchange(drops_, false)) {
+      lost_ = true;
+      return;
+    }
+    const bool unreported_changes = std::exchange(lost_, false);
+    const std::string bytes = Encode(type, offset, length, unreported_changes);
+    DriverMessage message;
+    ASSERT_EQ(ParseDriverMessage(std::as_bytes(std::span(bytes)), message),
+              DriverMessageFault::kNone);
+    for (auto& [model, real] : bitmaps_) {
+      Load(model, real);
+      real.Apply(message);
+      if (unreported_changes) model.unreliable = true;
+      if (type == DriverMessageType::kWrite) {
+        model.Write(offset, length);
+      } else {
+        model.Resize(offset);
+      }
+    }
+  }
+
+  static void Load(ModelBitmap& model, RealBitmap& real) {
+    if (std::exchange(model.loaded, true)) return;
+    real.Load();
+    if (std::exchange(model.left_behind, false)) model.unreliable = true;
+  }
+
+  std::uint32_t RandomBlockSize() { return kBlockSizes[random_() % std::size(kBlockSizes)]; }
+
+  // Anywhere, with a preference for the neighbourhood of what bitmaps end with.
+  std::uint64_t RandomSize() {
+    switch (random_() % 4) {
+      case 0:
+        return random_() >> random_() % 64;
+      case 1:
+        return k4G - 2 + random_() % 5;
+      default:
+        return std::uint64_t{RandomBlockSize()} * (random_() % 140) + random_() % 3;
+    }
+  }
+  std::uint64_t RandomOffset() { return RandomSize() - (random_() % 4 == 0 ? 1 : 0); }
+  std::uint32_t RandomLength() {
+    return static_cast<std::uint32_t>(random_() >> 32 >> random_() % 33);
+  }
+
+  std::mt19937_64 random_;
+  std::uint64_t file_size_;
+  bool drops_ = false;  // the next report
+  bool lost_ = false;
+  std::vector<TrackedBitmap> bitmaps_;
+};
+
+TEST(ChangeModelTest, TenThousandRandomHistoriesAgreeWithTheModelAfterEveryStep) {
+  std::size_t with_bits = 0;
+  for (unsigned seed = 0; seed < 10'000; ++seed) {
+    SCOPED_TRACE(seed);
+    History history(seed);
+    history.AddBitmap(kBlockSizes[seed % std::size(kBlockSizes)], seed % 9);
+    for (int step = 0; step < 40; ++step) {
+      history.Step();
+      history.Check();
+      if (::testing::Test::HasFatalFailure()) return;
+    }
+    with_bits += history.bitmaps().empty() ? 0 : 1;
+  }
+  EXPECT_GT(with_bits, 5'000u);  // else the histories would prove little
+}
+
+class GrowingFileTest : public ::testing::TestWithParam<std::uint32_t> {
+ protected:
+  GrowingFileTest() { history_.Resize(kBits * block_size()); }
+
+  static constexpr std::uint64_t kBits = 64;
+  static std::uint64_t block_size() { return GetParam(); }
+
+  void Write(std::uint64_t offset, std::uint32_t length) {
+    history_.Write(offset, length);
+    history_.Check();
+  }
+  void Resize(std::uint64_t size) {
+    history_.Resize(size);
+    history_.Check();
+  }
+  [[nodiscard]] const RealBitmap& bitmap() const { return history_.bitmaps()[0].real; }
+  [[nodiscard]] std::string Bits() const {
+    std::string bits;
+    for (std::size_t bit = 0; bit < kBits; ++bit) bits += bitmap().Bit(bit) ? '1' : '.';
+    return bits;
+  }
+
+  History history_{1};
+};
+
+TEST_P(GrowingFileTest, AppendsAreTheLastBlockAndThenSizeChanged) {
+  history_.AddBitmap(GetParam(), kBits / 8);
+  Write(kBits * block_size() - 1, 1);
+  EXPECT_EQ(Bits(), std::string(63, '.') + "1");
+  EXPECT_EQ(bitmap().header().SizeChanged, 0);
+  Write(kBits * block_size() - 1, 2);
+  EXPECT_EQ(bitmap().header().SizeChanged, 1);
+  EXPECT_EQ(Bits(), std::string(63, '.') + "1");
+}
+
+TEST_P(GrowingFileTest, WritesBehindTheLastBlockAndBehindFourGigabytesSetNoWrongBit) {
+  history_.AddBitmap(GetParam(), kBits / 8);
+  for (const std::uint64_t offset :
+       {kBits * block_size(), k4G - 1, k4G, k4G + block_size(), k4G * 64, ~std::uint64_t{0} - 9}) {
+    Write(offset, 10);
+  }
+  EXPECT_EQ(bitmap().header().SizeChanged, 1);
+}
+
+TEST_P(GrowingFileTest, FileThatShrinksAndGrowsKeepsWhatItLost) {
+  history_.AddBitmap(GetParam(), kBits / 8);
+  Resize(60 * block_size());
+  EXPECT_EQ(Bits(), std::string(60, '.') + "1111");
+  Resize(kBits * block_size());
+  EXPECT_EQ(Bits(), std::string(60, '.') + "1111");
+  Resize(kBits * block_size() + k4G);
+  Write(kBits * block_size(), 4096);
+  Resize(60 * block_size() - 1);
+  EXPECT_EQ(Bits(), std::string(59, '.') + "11111");
+  EXPECT_EQ(bitmap().header().SizeChanged, 1);
+  EXPECT_EQ(bitmap().header().Unreliable, 0);
+}
+
+TEST_P(GrowingFileTest, ShrinkToNothingSetsEveryBit) {
+  history_.AddBitmap(GetParam(), kBits / 8);
+  Resize(0);
+  EXPECT_EQ(Bits(), std::string(64, '1'));
+}
+
+INSTANTIATE_TEST_SUITE_P(BlockSizes, GrowingFileTest, ::testing::ValuesIn(kBlockSizes));
+
+}  // namespace
+}  // namespace zel
