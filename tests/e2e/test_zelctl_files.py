@@ -1,6 +1,7 @@
 """The administrator's tool on bitmap files: what works without the service."""
 
 import random
+import re
 
 import pytest
 
@@ -122,6 +123,23 @@ def test_apply_copies_what_changed(zelctl, backup):
     assert backup.is_equal()
     assert backup.names() == ["bitmap", "copy", "source"]
     assert zelctl.run(*backup.apply()) == ("", "")
+
+
+def test_apply_reads_only_changed_blocks_of_the_source(zelctl, backup, tmp_path):
+    """Watched from below Wine."""
+    blocks = [0, 7, 8, 9, 60]
+    change(backup, blocks, seed=10)
+    backup.write_bitmap(blocks)
+    trace = tmp_path / "trace"
+    zelctl.trace(trace, "read,pread64,readv,preadv,preadv2,mmap", *backup.apply())
+    of_source = [line for line in trace.read_text().splitlines() if "/source>" in line]
+    reads = [re.search(r"pread64\(.*, (\d+), (\d+)\) += (\d+)$", line) for line in of_source]
+    assert reads and all(reads), of_source
+    read = {byte // BLOCK for length, offset, _ in (found.groups() for found in reads)
+            for byte in (int(offset), int(offset) + int(length) - 1)}
+    assert read == {0, 7, 9, 60}  # the first and last block of each read
+    assert sum(int(found[3]) for found in reads) == len(blocks) * BLOCK
+    assert backup.is_equal()
 
 
 def test_apply_takes_growth_and_truncation_over(zelctl, backup):
