@@ -11,7 +11,7 @@ RUN = ROOT / "tools" / "wine-run.sh"
 BIN = pathlib.Path(os.environ.get("ZEL_BIN", ROOT / "build" / "mingw" / "bin"))
 
 
-def wait_until(condition, what, timeout_s=20.0):
+def wait_until(condition, what, timeout_s=20.0, pause_s=0.02):
     """Polls `condition` and returns its first true answer; fails the test after `timeout_s`."""
     deadline = time.monotonic() + timeout_s
     while True:
@@ -19,7 +19,7 @@ def wait_until(condition, what, timeout_s=20.0):
         if answer:
             return answer
         assert time.monotonic() < deadline, f"waited {timeout_s} s in vain: {what}"
-        time.sleep(0.02)
+        time.sleep(pause_s)
 
 
 class Wine:
