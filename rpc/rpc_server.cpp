@@ -12,7 +12,7 @@ namespace zel {
 namespace {
 
 constexpr std::uint32_t kStepHintMs = 3000;
-constexpr unsigned int kMaxQueuedCalls = 3;      // for a protocol sequence
+constexpr unsigned int kMaxQueuedCalls = 3;  // for a protocol sequence
 constexpr unsigned int kMinCallThreads = 3;
 constexpr unsigned int kMaxConcurrentCalls = 1234;
 

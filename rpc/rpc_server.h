@@ -1,4 +1,5 @@
-// The RPC server's endpoints: the last step of the service's start and its life until it is stopped.
+// The RPC server's endpoints: the last step of the service's start and its life until it is
+// stopped.
 #pragma once
 
 namespace zel {
