@@ -12,7 +12,8 @@ namespace zel::ctl {
 namespace {
 
 constexpr std::size_t kLabelWidth = 12;  // "1023.9 KiB" and two blanks
-constexpr std::size_t kOtherLines = 3;   // legend and totals, and the prompt that comes after
+constexpr std::size_t kLegendWidth = 72;
+constexpr std::size_t kTotalsWidth = 100;  // about the most
 constexpr std::size_t kFewestColumns = 40;
 constexpr std::size_t kFewestLines = 8;
 
@@ -40,6 +41,12 @@ const Shade& ShadeOf(double share) {
   return shade == kShades.end() ? kShades.back() : *shade;
 }
 
+// The legend and the totals, which a narrow terminal breaks, and the prompt that comes after.
+std::size_t OtherLines(std::size_t columns) {
+  const auto broken = [columns](std::size_t width) { return (width + columns - 1) / columns; };
+  return broken(kLegendWidth) + broken(kTotalsWidth) + 1;
+}
+
 std::string Label(std::uint64_t offset) {
   const std::string text = FormatSize(offset);
   return std::string(kLabelWidth - 2 - std::min(text.size(), kLabelWidth - 2), ' ') + text + "  ";
@@ -57,8 +64,8 @@ std::string Legend(bool ascii) {
 }  // namespace
 
 std::size_t CellsThatFit(const TextMapLayout& layout) {
-  return (std::max(layout.columns, kFewestColumns) - kLabelWidth) *
-         (std::max(layout.lines, kFewestLines) - kOtherLines);
+  const std::size_t columns = std::max(layout.columns, kFewestColumns);
+  return (columns - kLabelWidth) * (std::max(layout.lines, kFewestLines) - OtherLines(columns));
 }
 
 std::string DrawMap(const ChangeMap& map, const TextMapLayout& layout) {

@@ -18,7 +18,8 @@ struct TextMapLayout {
 [[nodiscard]] std::size_t CellsThatFit(const TextMapLayout& layout);
 
 // The cells line by line, each line behind the offset that it begins with, a legend, and the
-// totals. At most layout.lines lines of at most layout.columns characters (both at least 40 by 8).
+// totals. Leaves the last line of the terminal free; one of less than 40 columns or 8 lines counts
+// as one of so many.
 [[nodiscard]] std::string DrawMap(const ChangeMap& map, const TextMapLayout& layout);
 
 // "4.7 MiB of 256.0 MiB changed (1.8 %): 75 of 4096 blocks of 64.0 KiB, in 12 ranges".

@@ -1,7 +1,12 @@
 """The administrator's tool as a script calls it."""
 
+import fcntl
 import json
+import os
+import pty
+import struct
 import subprocess
+import termios
 
 from wine import BIN, RUN
 from zelctl_shapes import check_failure, check_success
@@ -51,3 +56,22 @@ class Zelctl:
         return subprocess.Popen(self.command(*arguments), env=self.wine.environment,
                                 stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                 stderr=subprocess.DEVNULL)
+
+    def on_terminal(self, columns, lines, *arguments):
+        """The exit code of a run on a terminal of that size, and the text that was drawn on it."""
+        ours, its = pty.openpty()
+        fcntl.ioctl(its, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
+        process = subprocess.Popen(self.command(*arguments), stdin=its, stdout=its, stderr=its,
+                                   env=self.wine.environment | {"TERM": "xterm"},
+                                   start_new_session=True)
+        os.close(its)
+        drawn = b"".join(iter(lambda: read_or_end(ours), b""))
+        os.close(ours)
+        return process.wait(60), drawn.decode()
+
+
+def read_or_end(descriptor):
+    try:
+        return os.read(descriptor, 1 << 16)
+    except OSError:  # nobody has the terminal any more
+        return b""
