@@ -12,4 +12,6 @@ set(CMAKE_CXX_COMPILER clang++)
 set(CMAKE_CXX_FLAGS_INIT
     "-isystem ${gcc_dir}/include/c++ -isystem ${gcc_dir}/include/c++/x86_64-w64-mingw32")
 # GCC names winpthreads behind its own libraries, which need it; clang does so when asked.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-L${gcc_dir} -B${gcc_dir} -pthread")
+# Both define what GCC's library has as an inline function (the comparison of type_info).
+set(CMAKE_EXE_LINKER_FLAGS_INIT
+    "-L${gcc_dir} -B${gcc_dir} -pthread -Wl,--allow-multiple-definition")
