@@ -61,9 +61,9 @@ CallResult ZelClient::ListBitmaps(const FileKey& file, BitmapList& list, std::ui
 
 CallResult ZelClient::CopyBitmap(BitmapId bitmap_id, const ByteSink& contents) const {
   CallResult result;
-  result.rpc_status = CallPipeOperation(Operation::kCopyBitmap, binding_.get(),
-                                        std::as_bytes(std::span(&bitmap_id, 1)), contents,
-                                        result.code);
+  result.rpc_status =
+      CallPipeOperation(Operation::kCopyBitmap, binding_.get(),
+                        std::as_bytes(std::span(&bitmap_id, 1)), contents, result.code);
   return result;
 }
 
@@ -101,8 +101,8 @@ CallResult ZelClient::GetTrackedFiles(std::vector<TrackedFile>& files) const {
     stream.insert(stream.end(), bytes.begin(), bytes.end());
   };
   CallResult result;
-  result.rpc_status = CallPipeOperation(Operation::kGetTrackedFiles, binding_.get(), {}, append,
-                                        result.code);
+  result.rpc_status =
+      CallPipeOperation(Operation::kGetTrackedFiles, binding_.get(), {}, append, result.code);
   if (result.ok() && ReadTrackedFiles(stream, files) != nullptr) {
     result.rpc_status = RPC_X_BAD_STUB_DATA;
   }

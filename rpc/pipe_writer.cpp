@@ -21,7 +21,8 @@ void PipeWriter::End() {
 void PipeWriter::PushChunk(std::span<const std::byte> chunk) {
   if (exception_ != 0) return;
   // The pipe takes its bytes through a pointer that could be written through; it only reads.
-  auto* const bytes = const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(chunk.data()));
+  auto* const bytes =
+      const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(chunk.data()));
   const auto count = static_cast<std::uint32_t>(chunk.size());
   exception_ = CatchRpcException([&] { pipe_.push(pipe_.state, bytes, count); });
 }

@@ -9,8 +9,9 @@
 
 namespace zel {
 
-// Pushes bytes into a pipe and ends it. A client that goes away makes a push raise an RPC exception;
-// it is kept, nothing is pushed from then on, and the caller raises it again once it owns nothing.
+// Pushes bytes into a pipe and ends it. A client that goes away makes a push raise an RPC
+// exception; it is kept, nothing is pushed from then on, and the caller raises it again once it
+// owns nothing.
 class PipeWriter {
  public:
   static constexpr std::size_t kMaxChunk = 65'536;

@@ -17,8 +17,8 @@ namespace zel {
 error_status_t Ping(handle_t binding);
 
 // A `path_room` of 0 characters has no room for a string's end and raises RPC_S_INVALID_BOUND.
-error_status_t ListFiles(handle_t binding, void** context, FileId* file_id,
-                         VolumeGuid* volume_guid, unsigned short path_room, wchar_t* path);
+error_status_t ListFiles(handle_t binding, void** context, FileId* file_id, VolumeGuid* volume_guid,
+                         unsigned short path_room, wchar_t* path);
 
 // A `name_room` of 0 likewise.
 error_status_t ListBitmaps(handle_t binding, VolumeGuid* volume_guid, FileId file_id,

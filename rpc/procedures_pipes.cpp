@@ -41,9 +41,8 @@ PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
   writer.Push({reinterpret_cast<const std::byte*>(&header), length});
   const PipeOutcome outcome = EndPipe(writer, ERROR_SUCCESS);
   if (outcome.exception == 0) {
-    LogMessage(kBitmapInfo,
-               L"Copied BitmapId 0x%016I64x, %u bytes, Volume %s, FileId 0x%016I64x\n", bitmap_id,
-               length, GuidToString(header.Volume).c_str(), header.FileId);
+    LogMessage(kBitmapInfo, L"Copied BitmapId 0x%016I64x, %u bytes, Volume %s, FileId 0x%016I64x\n",
+               bitmap_id, length, GuidToString(header.Volume).c_str(), header.FileId);
   }
   return outcome;
 }
@@ -69,8 +68,8 @@ PipeOutcome WriteTrackedFiles(wire::BytePipe& pipe) {
   std::uint32_t total = 0;
   for (const TrackedFileEntry& file : files) {
     const auto found = bitmaps.find({file.VolumeGuid, file.FileId});
-    total += PutFile(stream, file,
-                     found != bitmaps.end() ? found->second : std::vector<BitmapInfo>{});
+    total +=
+        PutFile(stream, file, found != bitmaps.end() ? found->second : std::vector<BitmapInfo>{});
   }
   const PipeOutcome outcome = EndPipe(writer, ERROR_SUCCESS);
   if (outcome.exception == 0) {

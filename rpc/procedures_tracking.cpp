@@ -30,8 +30,8 @@ struct FileToTrack {
 // Makes a bitmap for the file. `bitmap_id` is set on success.
 bool MakeBitmap(const FileToTrack& file, std::uint32_t block_size, BitmapId& bitmap_id) {
   const std::optional<std::uint32_t> size = ComputeBitmapSize(file.size, block_size);
-  if (size && CreateNewBitmap(file.volume_guid, file.file_id, *size, block_size, file.size,
-                              bitmap_id)) {
+  if (size &&
+      CreateNewBitmap(file.volume_guid, file.file_id, *size, block_size, file.size, bitmap_id)) {
     return true;
   }
   LogMessage(kGeneralError,
@@ -74,9 +74,9 @@ std::optional<std::uint32_t> Start(const FileToTrack& file, std::uint32_t block_
 }
 
 // Start, and the line about its end.
-std::optional<std::uint32_t> StartAndLog(const FileToTrack& file, std::uint32_t block_size,
-                                         wire::BitmapInfo& info,
-                                         LogFormat<int, BitmapId, std::uint64_t, const wchar_t*> exit_line) {
+std::optional<std::uint32_t> StartAndLog(
+    const FileToTrack& file, std::uint32_t block_size, wire::BitmapInfo& info,
+    LogFormat<int, BitmapId, std::uint64_t, const wchar_t*> exit_line) {
   const std::optional<std::uint32_t> result = Start(file, block_size, info);
   if (result) {
     LogMessage(kGeneralDebug, exit_line, static_cast<int>(*result), info.BitmapId, file.size,

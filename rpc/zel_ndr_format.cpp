@@ -83,10 +83,10 @@ constexpr auto kGuid = Join(B(kStruct, 3), S(16), B(kLong, kShort, kShort, kEmbe
 constexpr int kBitmapInfoAt = kGuidAt + kGuid.size();
 
 // BitmapInfo: FileSize, CreationTime, BlockSize, BitmapId, VolumeGuid, FileId.
-constexpr auto kBitmapInfo = Join(B(kStruct, 7), S(sizeof(wire::BitmapInfo)),  //
-                                  B(kLong, kPad4, kHyper), B(kLong, kPad4, kHyper),
-                                  B(kEmbeddedType, 0), S(kGuidAt - (kBitmapInfoAt + 12)),
-                                  B(kHyper, kEnd));
+constexpr auto kBitmapInfo =
+    Join(B(kStruct, 7), S(sizeof(wire::BitmapInfo)),  //
+         B(kLong, kPad4, kHyper), B(kLong, kPad4, kHyper), B(kEmbeddedType, 0),
+         S(kGuidAt - (kBitmapInfoAt + 12)), B(kHyper, kEnd));
 constexpr int kListFilesPathAt = kBitmapInfoAt + kBitmapInfo.size();
 
 // [string, size_is(count)] wchar_t*: where the count lies, and that it is known before the string.
@@ -102,8 +102,7 @@ constexpr int kPipeElementAt = kListBitmapsNameAt + kListBitmapsName.size();
 // pipe byte: its element, and the pipe with the element's size in memory and on the wire.
 constexpr auto kPipeElement = B(kByte, kPad);
 constexpr int kBytePipeAt = kPipeElementAt + kPipeElement.size();
-constexpr auto kBytePipe =
-    Join(B(kPipe, 0), S(kPipeElementAt - (kBytePipeAt + 2)), S(1), S(1));
+constexpr auto kBytePipe = Join(B(kPipe, 0), S(kPipeElementAt - (kBytePipeAt + 2)), S(1), S(1));
 
 // ---- Parameters ----
 
@@ -207,41 +206,40 @@ consteval auto Procedure(Operation operation, Sizes room, int flags, SizedAnswer
                          const std::array<std::uint8_t, ParameterSizes>&... parameters) {
   const int count = sizeof...(parameters);
   const int check = sized == SizedAnswer::kYes ? 1 : 0;
-  return Join(B(0, 0x48), L(0),                     // explicit handle, modern initialisation
-              S(static_cast<int>(operation)), S(Stack(count + 1)),
-              B(kBindPrimitive, 0), S(Stack(0)),    // the binding handle
-              S(room.request), S(room.answer),      //
+  return Join(B(0, 0x48), L(0),  // explicit handle, modern initialisation
+              S(static_cast<int>(operation)), S(Stack(count + 1)), B(kBindPrimitive, 0),
+              S(Stack(0)),                      // the binding handle
+              S(room.request), S(room.answer),  //
               B(flags | kHasReturn | kHasExtensions, count),
-              B(10, 0x01 | check << 1),             // extensions: their size; checked counts
-              S(check), S(0), S(0), S(0),           // client's, server's; no notify, no floats
+              B(10, 0x01 | check << 1),    // extensions: their size; checked counts
+              S(check), S(0), S(0), S(0),  // client's, server's; no notify, no floats
               parameters...);
 }
 
 constexpr auto kPing = Procedure(Operation::kPing, {0, kLongRoom}, 0, SizedAnswer::kNo, Code(1));
 
-constexpr auto kListFiles = Procedure(
-    Operation::kListFiles,
-    {kContextRoom + kShortRoom, kContextRoom + kHyperRoom + kGuidRoom + kLongRoom},
-    kServerMustSize, SizedAnswer::kYes,   //
-    Context(1, kFileListContextAt),       // Context
-    HyperOut(2),                          // FileId
-    GuidOut(3),                           // VolumeGuid
-    UshortIn(4),                          // cchPath
-    SizedStringOut(5, kListFilesPathAt),  // Path
-    Code(6));
+constexpr auto kListFiles =
+    Procedure(Operation::kListFiles,
+              {kContextRoom + kShortRoom, kContextRoom + kHyperRoom + kGuidRoom + kLongRoom},
+              kServerMustSize, SizedAnswer::kYes,   //
+              Context(1, kFileListContextAt),       // Context
+              HyperOut(2),                          // FileId
+              GuidOut(3),                           // VolumeGuid
+              UshortIn(4),                          // cchPath
+              SizedStringOut(5, kListFilesPathAt),  // Path
+              Code(6));
 
-constexpr auto kListBitmaps = Procedure(
-    Operation::kListBitmaps,
-    {kGuidRoom + kHyperRoom + kContextRoom + kShortRoom,
-     kContextRoom + kBitmapInfoRoom + kLongRoom},
-    kServerMustSize, SizedAnswer::kYes,     //
-    GuidIn(1),                              // VolumeGuid
-    HyperIn(2),                             // FileId
-    Context(3, kBitmapListContextAt),       // Context
-    BitmapInfoOut(4),                       // Info
-    UshortIn(5),                            // cchName
-    SizedStringOut(6, kListBitmapsNameAt),  // Name
-    Code(7));
+constexpr auto kListBitmaps = Procedure(Operation::kListBitmaps,
+                                        {kGuidRoom + kHyperRoom + kContextRoom + kShortRoom,
+                                         kContextRoom + kBitmapInfoRoom + kLongRoom},
+                                        kServerMustSize, SizedAnswer::kYes,     //
+                                        GuidIn(1),                              // VolumeGuid
+                                        HyperIn(2),                             // FileId
+                                        Context(3, kBitmapListContextAt),       // Context
+                                        BitmapInfoOut(4),                       // Info
+                                        UshortIn(5),                            // cchName
+                                        SizedStringOut(6, kListBitmapsNameAt),  // Name
+                                        Code(7));
 
 constexpr auto kCopyBitmap =
     Procedure(Operation::kCopyBitmap, {kHyperRoom, kLongRoom}, kHasPipes, SizedAnswer::kNo,
@@ -287,10 +285,10 @@ constexpr auto kSynchronizeBitmaps =
 constexpr auto kGetDriverStatus =
     Procedure(Operation::kGetDriverStatus, {0, kLongRoom}, 0, SizedAnswer::kNo, Code(1));
 
-constexpr auto kGetTrackedFiles = Procedure(Operation::kGetTrackedFiles, {0, kLongRoom}, kHasPipes,
-                                            SizedAnswer::kNo,
-                                            PipeOut(1),  // Stream
-                                            Code(2));
+constexpr auto kGetTrackedFiles =
+    Procedure(Operation::kGetTrackedFiles, {0, kLongRoom}, kHasPipes, SizedAnswer::kNo,
+              PipeOut(1),  // Stream
+              Code(2));
 
 template <std::size_t... ProcedureSizes>
 consteval auto OffsetsOf(const std::array<std::uint8_t, ProcedureSizes>&...) {
@@ -308,14 +306,12 @@ constexpr std::array<std::uint8_t, kTypeFormatSize> kTypeFormat =
     Join(kNoType, kFileListContext, kBitmapListContext, kWideString, kHyperOut, kGuidBytes, kGuid,
          kBitmapInfo, kListFilesPath, kListBitmapsName, kPipeElement, kBytePipe, B(0));
 
-constexpr std::array<std::uint8_t, kProcedureFormatSize> kProcedureFormat =
-    Join(kPing, kListFiles, kListBitmaps, kCopyBitmap, kStartTracking, kStartTracking2,
-         kStopTracking, kDeleteBitmap, kSynchronizeBitmaps, kGetDriverStatus, kGetTrackedFiles,
-         B(0));
+constexpr std::array<std::uint8_t, kProcedureFormatSize> kProcedureFormat = Join(
+    kPing, kListFiles, kListBitmaps, kCopyBitmap, kStartTracking, kStartTracking2, kStopTracking,
+    kDeleteBitmap, kSynchronizeBitmaps, kGetDriverStatus, kGetTrackedFiles, B(0));
 
-constexpr std::array<std::uint16_t, kOperations> kProcedureOffsets =
-    OffsetsOf(kPing, kListFiles, kListBitmaps, kCopyBitmap, kStartTracking, kStartTracking2,
-              kStopTracking, kDeleteBitmap, kSynchronizeBitmaps, kGetDriverStatus,
-              kGetTrackedFiles);
+constexpr std::array<std::uint16_t, kOperations> kProcedureOffsets = OffsetsOf(
+    kPing, kListFiles, kListBitmaps, kCopyBitmap, kStartTracking, kStartTracking2, kStopTracking,
+    kDeleteBitmap, kSynchronizeBitmaps, kGetDriverStatus, kGetTrackedFiles);
 
 }  // namespace zel

@@ -80,9 +80,8 @@ const MIDL_SERVER_INFO kServerInfo = {
 // One entry more than there are operations: a runtime that checks the number but looks all the same
 // finds nothing behind the last.
 RPC_DISPATCH_FUNCTION dispatch_functions[kOperations + 1] = {
-    NdrServerCall2, NdrServerCall2, NdrServerCall2, NdrServerCall2,
-    NdrServerCall2, NdrServerCall2, NdrServerCall2, NdrServerCall2,
-    NdrServerCall2, NdrServerCall2, NdrServerCall2, nullptr,
+    NdrServerCall2, NdrServerCall2, NdrServerCall2, NdrServerCall2, NdrServerCall2, NdrServerCall2,
+    NdrServerCall2, NdrServerCall2, NdrServerCall2, NdrServerCall2, NdrServerCall2, nullptr,
 };
 
 RPC_DISPATCH_TABLE dispatch_table = {kOperations, dispatch_functions, 0};

@@ -20,6 +20,8 @@ class Driver {
  public:
   Driver();
 
+  // False when the system refused what a driver needs; nothing else may be called then.
+  [[nodiscard]] bool usable() const { return read_table_ && changed_event_ && stop_event_; }
   // Obeys a line of the control channel.
   [[nodiscard]] std::string Tell(std::string_view line);
   // Set by the order "stop".

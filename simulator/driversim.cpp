@@ -21,17 +21,24 @@ namespace {
 
 enum ExitCode { kSuccess = 0, kRefused = 1, kUsage = 2, kNoDriver = kReportsLost };
 
-DWORD RunDriver(Driver& driver) {
+// Plays the driver until it is told to stop; `running` is called when it can be connected to.
+DWORD RunDriver(Driver& driver, void (*running)()) {
+  if (!driver.usable()) return ERROR_NO_SYSTEM_RESOURCES;
+  const UniqueFile port = MakePort();
+  if (!port) return ::GetLastError();
   if (const DWORD error = StartControlChannel(driver)) return error;
-  const DWORD error = RunPort(driver);
+  running();
+  RunPort(driver, port);
   driver.Shutdown();
-  return error;
+  return ERROR_SUCCESS;
 }
 
+// The channel's threads use the driver until the process has ended: its main function must not
+// return.
 int Serve() {
   Driver driver;
-  const DWORD error = RunDriver(driver);
-  if (error == ERROR_SUCCESS) ::ExitProcess(kSuccess);  // the channel's threads still use it
+  const DWORD error = RunDriver(driver, [] {});
+  if (error == ERROR_SUCCESS) ::ExitProcess(kSuccess);
   std::fprintf(stderr, "driversim: cannot serve, error %lu\n", error);
   ::ExitProcess(kNoDriver);
 }
@@ -81,12 +88,7 @@ void WINAPI ServiceMain(DWORD, LPWSTR*) {
   Driver driver;
   service_driver = &driver;
   status_handle = ::RegisterServiceCtrlHandlerW(L"", Handle);
-  DWORD error = StartControlChannel(driver);
-  if (error == ERROR_SUCCESS) {
-    Report(SERVICE_RUNNING);
-    error = RunPort(driver);
-    driver.Shutdown();
-  }
+  const DWORD error = RunDriver(driver, [] { Report(SERVICE_RUNNING); });
   Report(SERVICE_STOPPED, error);
   ::ExitProcess(error);
 }

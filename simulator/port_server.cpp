@@ -7,6 +7,8 @@ namespace zel::sim {
 
 namespace {
 
+const Bytes kGreeting(1);
+
 // Overlapped operations on the port's pipe, one after the other.
 class Operation {
  public:
@@ -55,11 +57,18 @@ class Port {
 };
 
 bool Port::WaitForService() {
-  Operation connect(pipe_);
-  if (::ConnectNamedPipe(pipe_, connect.get())) return true;
-  if (::GetLastError() == ERROR_PIPE_CONNECTED) return true;
-  const HANDLE events[] = {driver_.stop_event(), connect.event()};
-  return ::WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1;
+  for (;;) {
+    Operation connect(pipe_);
+    if (::ConnectNamedPipe(pipe_, connect.get())) return true;
+    const DWORD error = ::GetLastError();
+    if (error == ERROR_PIPE_CONNECTED) return true;
+    if (error == ERROR_IO_PENDING) {
+      const HANDLE events[] = {driver_.stop_event(), connect.event()};
+      return ::WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1;
+    }
+    // One that came and went already.
+    ::DisconnectNamedPipe(pipe_);
+  }
 }
 
 void Port::Serve() {
@@ -70,6 +79,7 @@ void Port::Serve() {
   if (!::ReadFile(pipe_, &byte, 1, nullptr, watch.get()) && ::GetLastError() != ERROR_IO_PENDING) {
     return;
   }
+  if (!HandOver(kGreeting, write)) return;
   const HANDLE events[] = {driver_.stop_event(), watch.event(), driver_.changed_event()};
   for (;;) {
     DWORD wait_ms = 0;
@@ -97,11 +107,13 @@ bool Port::HandOver(const Bytes& message, Operation& write) {
 
 }  // namespace
 
-DWORD RunPort(Driver& driver) {
-  const UniqueFile pipe(::CreateNamedPipeW(
+UniqueFile MakePort() {
+  return UniqueFile(::CreateNamedPipeW(
       kPortPipe, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
       PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS, 1, 0, 0, 0, nullptr));
-  if (!pipe) return ::GetLastError();
+}
+
+void RunPort(Driver& driver, const UniqueFile& pipe) {
   Port port(driver, pipe.get());
   while (port.WaitForService()) {
     driver.Connect();
@@ -109,7 +121,6 @@ DWORD RunPort(Driver& driver) {
     driver.Disconnect();
     ::DisconnectNamedPipe(pipe.get());
   }
-  return ERROR_SUCCESS;
 }
 
 }  // namespace zel::sim

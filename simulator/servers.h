@@ -7,9 +7,11 @@
 
 namespace zel::sim {
 
-// Hands messages over to whoever is connected to the port, until `driver` is told to stop.
-// The Win32 error when there can be no port: another driver runs.
-[[nodiscard]] DWORD RunPort(Driver& driver);
+// The port, which exists from here on; null, with a last error, when another driver runs.
+[[nodiscard]] UniqueFile MakePort();
+
+// Hands messages over to whoever is connected to `port`, until `driver` is told to stop.
+void RunPort(Driver& driver, const UniqueFile& port);
 
 // Starts the threads that obey the control channel; they end with the process. Returns when the
 // channel can be connected to; the Win32 error when there can be none.

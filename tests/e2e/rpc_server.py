@@ -23,7 +23,7 @@ class RpcServer:
     def __init__(self, wine):
         self.wine = wine
         shutil.rmtree(wine.path(self.INSTALL_DIRECTORY), ignore_errors=True)
-        self.process = wine.popen(str(BIN / "rpc_test_server.exe"), self.INSTALL_DIRECTORY,
+        self.process = wine.popen(str(BIN / "simulator" / "rpc_test_server.exe"), self.INSTALL_DIRECTORY,
                                   stdin=subprocess.PIPE)
         self.endpoints = {}
         while (line := self.process.stdout.readline().split()) != ["ready"]:

@@ -5,7 +5,8 @@ import uuid
 import pytest
 
 from zel_client import (ERROR_FILE_NOT_FOUND, ERROR_INSUFFICIENT_BUFFER, ERROR_MEDIA_CHANGED,
-                        ERROR_NO_MORE_ITEMS, LIST_FILES, NO_CONTEXT, Fault, marshal_list_files)
+                        ERROR_NO_MORE_ITEMS, ERROR_NOT_FOUND, LIST_FILES, NO_CONTEXT, Fault,
+                        marshal_list_files, read_tracked_files)
 
 VOLUME = uuid.UUID("01234567-89ab-cdef-0123-456789abcdef")
 PATH = "C:\\data\\f\u00efle"
@@ -93,7 +94,7 @@ def test_list_bitmaps_to_its_end(client):
         expected = f"\\cbt\\{VOLUME}\\0000000000000007\\{info.creation_time:016x}00001000"
         assert name.endswith(expected)
         listed.append(info)
-    assert sorted(listed, key=lambda info: info.bitmap_id) == infos
+    assert listed == infos
     assert client.list_bitmaps(VOLUME, 7, context)[:2] == (ERROR_NO_MORE_ITEMS, NO_CONTEXT)
 
 
@@ -123,6 +124,39 @@ def test_synchronize_and_driver_status(client):
     assert client.get_driver_status() == 0
 
 
+def test_copy_of_an_unknown_bitmap(client):
+    assert client.copy_bitmap(0x123) == (ERROR_NOT_FOUND, [])
+
+
+@pytest.mark.parametrize("length", [513, 65_535, 65_536, 65_537, 10 << 20])
+def test_copy_of_a_bitmap_in_chunks(client, length):
+    # The block size is as small as it can be to keep the other sizes small.
+    code, info = start(client, size=(length - 512) * 8 * 512, block_size=512)
+    assert (code, info.file_size) == (0, length)
+    code, chunks = client.copy_bitmap(info.bitmap_id)
+    assert code == 0
+    whole, rest = divmod(length, 65_536)
+    assert [len(chunk) for chunk in chunks] == [65_536] * whole + ([rest] if rest else [])
+    contents = b"".join(chunks)
+    assert contents[:8] == b"ZELb\0\2\x16\0" and contents[512:] == bytes(length - 512)
+
+
+def test_no_tracked_files(client):
+    assert client.get_tracked_files() == (0, bytes(4))
+
+
+def test_tracked_files_with_their_bitmaps(client):
+    infos = [start(client)[1] for _ in range(2)]
+    start(client, "C:\\other", file_id=8)
+    client.delete_bitmap(client.list_bitmaps(VOLUME, 8, NO_CONTEXT)[2].bitmap_id)
+    code, stream = client.get_tracked_files()
+    assert code == 0
+    assert read_tracked_files(stream) == [
+        (VOLUME, 7, PATH, [(i.file_size, i.creation_time, i.bitmap_id) for i in infos]),
+        (VOLUME, 8, "C:\\other", []),
+    ]
+
+
 def test_context_of_another_client_is_refused(client, rpc_server):
     start(client)
     start(client, "C:\\second", file_id=8)
@@ -143,8 +177,8 @@ def test_enumerations_that_are_given_up_are_freed(client, rpc_server):
             with rpc_server.client() as other:
                 assert other.list_files(NO_CONTEXT)[0] == 0
 
-    give_up(200)
+    give_up(50)
     memory, files, _ = rpc_server.state()
-    give_up(1000)  # 30 MB of lists, were they kept
+    give_up(300)  # 10 MB of lists, were they kept
     memory_after, files_after, _ = rpc_server.state()
     assert memory_after - memory < 4096 and files_after - files < 10

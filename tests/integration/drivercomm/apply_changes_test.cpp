@@ -261,66 +261,20 @@ TEST_F(ApplyChangesTest, UnreportedChangesReachTheDeviceBeforeTheReportIsDone) {
   EXPECT_THAT(flushes.Take(), ElementsAre("header u", "file"));
 }
 
-class BitmapOutOfReachTest : public ApplyChangesTest {
- protected:
-  BitmapOutOfReachTest() : id_(Create(16)), path_(GetBitmapById(id_)->FileName) {
+// A bitmap that cannot be opened for a report does not stay trusted, whatever the report.
+TEST_F(ApplyChangesTest, BitmapThatMissesAReportIsUnreliable) {
+  const std::vector<void (*)()> reports = {[] { Write(0, 1); }, [] { Resize(1); }, LoseChanges};
+  for (const auto report : reports) {
+    const BitmapId id = Create(16);
+    const std::wstring path = GetBitmapById(id)->FileName;
     ShutdownBitmapManager();  // unloads it, clean
-    other_.reset(::CreateFileW(path_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_TRUE(other_);
+    UniqueFile other(
+        ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(other);  // a program that does not share the bitmap file
+    report();
+    other.reset();
+    EXPECT_EQ(Header(id).Unreliable, 1);
   }
-
-  // What the file itself says, once nobody has it any more.
-  [[nodiscard]] std::uint64_t UnreliableOnDisk() const {
-    return test::Get(test::ReadFileBytes(path_), test::kAtUnreliable, 1);
-  }
-
-  BitmapId id_;
-  std::wstring path_;
-  UniqueFile other_;  // another program that does not share the bitmap file
-};
-
-TEST_F(BitmapOutOfReachTest, MissedWriteMakesTheBitmapUnreliableWhenItCanBeLoadedAgain) {
-  StartLogging("zelservicelog:bitmap=info\nzelservicelog:drivercomm=none\n");
-  Write(0, 1);
-  other_.reset();
-  EXPECT_EQ(Header(id_).Unreliable, 1);
-  Write(test::kBlockSize, 1);
-  EXPECT_THAT(Bits(id_), ElementsAre(1));
-  const auto messages = StopLoggingAndGetMessages();
-  ASSERT_EQ(messages.size(), 2u);
-  EXPECT_THAT(messages[0], ::testing::StartsWith("ERROR Failed to open bitmap "));
-  EXPECT_THAT(messages[1],
-              ::testing::EndsWith("for Volume 01234567-89ab-cdef-0123-456789abcdef, FileId "
-                                  "0x0001000000000123 unreliable because a change was reported "
-                                  "while it could not be opened"));
-}
-
-TEST_F(BitmapOutOfReachTest, MissedSizeChangesAndUnreportedChangesDoSoToo) {
-  Resize(1);
-  other_.reset();
-  EXPECT_EQ(Header(id_).Unreliable, 1);
-  const BitmapId second = Create(16);
-  const std::wstring path = GetBitmapById(second)->FileName;
-  ShutdownBitmapManager();
-  other_.reset(::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-  LoseChanges();
-  other_.reset();
-  EXPECT_EQ(Header(second).Unreliable, 1);
-}
-
-TEST_F(BitmapOutOfReachTest, ServiceThatEndsBeforeTheNextLookupMarksTheFile) {
-  Write(0, 1);
-  other_.reset();
-  EXPECT_EQ(UnreliableOnDisk(), 0u);
-  ShutdownBitmapManager();
-  EXPECT_EQ(UnreliableOnDisk(), 1u);
-  EXPECT_EQ(test::Get(test::ReadFileBytes(path_), test::kAtClosedCleanly, 1), 1u);
-}
-
-TEST_F(BitmapOutOfReachTest, MereLookupDoesNotMakeItUnreliable) {
-  EXPECT_TRUE(FindBitmapsForFile(kVolume, kFile).empty());
-  other_.reset();
-  EXPECT_EQ(Header(id_).Unreliable, 0);
 }
 
 }  // namespace

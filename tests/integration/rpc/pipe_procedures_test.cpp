@@ -182,12 +182,11 @@ TEST_F(GetTrackedFilesTest, FilesComeInTheTablesOrderWithTheirBitmaps) {
   StartLogging();
   RecordingPipe pipe;
   EXPECT_EQ(Get(pipe), (Answer{0, 0}));
-  EXPECT_EQ(
-      FilesIn(pipe),
-      (std::vector<TrackedFile>{
-          {other, L"D:\\z", {}},
-          {{kVolume, kFile + 1}, L"C:\\a", {}},
-          {kKey, L"C:\\b", {{528, kCreated + 1, first}, {528, kCreated, second}}}}));
+  EXPECT_EQ(FilesIn(pipe),
+            (std::vector<TrackedFile>{
+                {other, L"D:\\z", {}},
+                {{kVolume, kFile + 1}, L"C:\\a", {}},
+                {kKey, L"C:\\b", {{528, kCreated + 1, first}, {528, kCreated, second}}}}));
   EXPECT_EQ(StopLoggingAndGetMessages().back(),
             "INFO  ZEL_GetTrackedFiles: Sent results for 3 tracked file and 2 bitmaps");
 }

@@ -17,24 +17,13 @@ using ::testing::IsEmpty;
 constexpr char kPending[] = "status 2 0 3000";
 
 // A whole run, in its order.
-const std::vector<std::string> kWholeRun = {kPending,
-                                            "use ncalrpc 3",
-                                            "use ncacn_ip_tcp 3",
-                                            "use ncacn_np 3",
-                                            "use ncacn_http 3",
-                                            kPending,
-                                            "register",
-                                            kPending,
-                                            "bindings",
-                                            "publish",
-                                            kPending,
-                                            "authentication 10",
-                                            kPending,
-                                            "listen 3 1234 1",
-                                            "status 4 0 0",
-                                            "wait",
-                                            "withdraw",
-                                            "free"};
+const std::vector<std::string> kWholeRun = {
+    kPending,         "use ncalrpc 3",    "use ncacn_ip_tcp 3",
+    "use ncacn_np 3", "use ncacn_http 3", kPending,
+    "register",       kPending,           "bindings",
+    "publish",        kPending,           "authentication 10",
+    kPending,         "listen 3 1234 1",  "status 4 0 0",
+    "wait",           "withdraw",         "free"};
 
 // The run up to the last of its calls that begins with `call`.
 std::vector<std::string> RunUpTo(const std::string& call) {

@@ -68,9 +68,8 @@ TEST_F(ServiceProceduresTest, SynchronizeBitmapsAnswersTheCodeOfAFailure) {
   FakeDriver::synchronize_code = ERROR_TIMEOUT;
   StartLogging(kGeneralOnly);
   EXPECT_EQ(client.SynchronizeBitmaps(7), (CallResult{0, ERROR_TIMEOUT}));
-  EXPECT_THAT(
-      StopLoggingAndGetMessages(),
-      ElementsAre("INFO  Synchronizing bitmaps to 7", "WARN  Failed to synchronize bitmaps to 7"));
+  EXPECT_THAT(StopLoggingAndGetMessages(), ElementsAre("INFO  Synchronizing bitmaps to 7",
+                                                       "WARN  Failed to synchronize bitmaps to 7"));
 }
 
 TEST_F(ServiceProceduresTest, GetDriverStatusAnswersTheReportsResult) {

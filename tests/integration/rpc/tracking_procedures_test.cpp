@@ -97,7 +97,8 @@ TEST_F(StartTracking2Test, BitmapHasOneBitForEachBlockRoundedUp) {
   for (const auto& [blocks, bytes] : {std::pair{1u, 1u}, {8, 1}, {9, 2}, {64, 8}, {65, 9}}) {
     ASSERT_TRUE(Start(std::uint64_t{blocks} * kBlock).ok());
     EXPECT_EQ(info.FileSize, 512 + bytes) << blocks;
-    ASSERT_TRUE(Start(std::uint64_t{blocks - 1} * kBlock + 1 + (blocks == 1 ? kBlock - 1 : 0)).ok());
+    ASSERT_TRUE(
+        Start(std::uint64_t{blocks - 1} * kBlock + 1 + (blocks == 1 ? kBlock - 1 : 0)).ok());
     EXPECT_EQ(info.FileSize, 512 + bytes) << blocks;
   }
 }

@@ -101,6 +101,7 @@ class ShortWaits {
 
   static DWORD WINAPI Answer(HANDLE handle, DWORD limit_ms) {
     if (limit_ms == INFINITE || limit_ms == 0) return real_(handle, limit_ms);
+    if (real_(handle, 0) == WAIT_OBJECT_0) return WAIT_OBJECT_0;  // nothing to wait for
     {
       const std::scoped_lock lock(mutex_);
       limits_ms_.push_back(limit_ms);

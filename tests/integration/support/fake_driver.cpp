@@ -1,5 +1,10 @@
 #include "tests/integration/support/fake_driver.h"
 
+#include <windows.h>
+
+// After <windows.h>:
+#include <fltuser.h>
+
 #include <filesystem>
 #include <mutex>
 #include <utility>
@@ -13,6 +18,9 @@
 namespace zel {
 
 namespace {
+
+// A program gets what Wine lacks with the simulator's library, by importing from it.
+const auto kImportsTheLibrary [[maybe_unused]] = &::FilterSendMessage;
 
 std::mutex asked_lock;
 std::vector<std::string> asked;

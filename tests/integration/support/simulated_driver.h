@@ -12,6 +12,7 @@
 
 #include <cstring>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,7 +33,12 @@ inline constexpr wchar_t kTrackedListKey[] =
 
 class SimulatedDriver {
  public:
+  // Refuses to run where the driver is installed: the tests would remove its registry key.
   SimulatedDriver() {
+    if (::RegGetValueW(HKEY_LOCAL_MACHINE, kDriverKey, L"ImagePath", RRF_RT_ANY, nullptr, nullptr,
+                       nullptr) == ERROR_SUCCESS) {
+      throw std::runtime_error("the driver is installed on this machine");
+    }
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kDriverKey);
     Start();
   }

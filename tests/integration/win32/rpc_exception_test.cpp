@@ -42,7 +42,8 @@ TEST(CatchRpcExceptionTest, CallersStateIsKept) {
 
 TEST(CatchRpcExceptionDeathTest, FaultOfTheProcessorPassesThrough) {
   volatile int* const nowhere = nullptr;
-  EXPECT_EXIT((void)CatchRpcException([&] { *nowhere = 1; }), ::testing::ExitedWithCode(static_cast<int>(STATUS_ACCESS_VIOLATION)), "");
+  EXPECT_EXIT((void)CatchRpcException([&] { *nowhere = 1; }),
+              ::testing::ExitedWithCode(static_cast<int>(STATUS_ACCESS_VIOLATION)), "");
 }
 
 }  // namespace

@@ -46,7 +46,7 @@ TEST(FileFormatExampleTest, IsWhatTheCodeWrites) {
   SetBitsInRange(bits, 7, 10);
   file.header().ClosedCleanly = 1;
 
-  const test::HexDump dump = test::ReadHexDump(ZEL_DOCS "/file-format.md", kLength);
+  const test::HexDump dump = test::ReadHexDump(ZEL_DOCS "/file-format.md");
   EXPECT_EQ(dump.lines, 7u);
   EXPECT_EQ(dump.bytes, std::string(reinterpret_cast<const char*>(file.bytes.data()), kLength));
 }

@@ -20,7 +20,8 @@ using ::testing::ElementsAre;
 
 struct Definition {
   std::string name;
-  std::vector<std::string> parameters;  // "in hyper", "out string[4]", "in,out context 0"; no handle
+  std::vector<std::string>
+      parameters;  // "in hyper", "out string[4]", "in,out context 0"; no handle
 };
 
 std::string ReadDefinitionFile() {
@@ -34,15 +35,19 @@ std::string ReadDefinitionFile() {
 
 // A parameter `[attributes] type name` in words; `names` are those of all the parameters.
 std::string DescribeDefined(const std::string& parameter, const std::vector<std::string>& names) {
-  static const std::map<std::string, std::string> kTypes = {
-      {"unsigned hyper", "hyper"},      {"unsigned hyper*", "hyper"},
-      {"unsigned long", "long"},        {"unsigned short", "ushort"},
-      {"GUID*", "GUID"},                {"BitmapInfo*", "BitmapInfo"},
-      {"BytePipe*", "pipe"},            {"wchar_t*", "string"},
-      {"FileListContext*", "context 0"}, {"BitmapListContext*", "context 1"}};
+  static const std::map<std::string, std::string> kTypes = {{"unsigned hyper", "hyper"},
+                                                            {"unsigned hyper*", "hyper"},
+                                                            {"unsigned long", "long"},
+                                                            {"unsigned short", "ushort"},
+                                                            {"GUID*", "GUID"},
+                                                            {"BitmapInfo*", "BitmapInfo"},
+                                                            {"BytePipe*", "pipe"},
+                                                            {"wchar_t*", "string"},
+                                                            {"FileListContext*", "context 0"},
+                                                            {"BitmapListContext*", "context 1"}};
   std::smatch parts;
-  EXPECT_TRUE(std::regex_match(parameter, parts,
-                               std::regex(R"(\s*\[([^\]]*)\]\s*(.*\S)\s+(\w+)\s*)")))
+  EXPECT_TRUE(
+      std::regex_match(parameter, parts, std::regex(R"(\s*\[([^\]]*)\]\s*(.*\S)\s+(\w+)\s*)")))
       << parameter;
   const std::string attributes = std::regex_replace(parts.str(1), std::regex(R"(\s)"), "");
   std::string words = attributes.substr(0, attributes.find(",s")) + " " + kTypes.at(parts.str(2));
@@ -160,10 +165,10 @@ struct Description {
 };
 
 Description ReadDescription(std::size_t at) {
-  EXPECT_EQ(U16(kProcedureFormat, at), 0x4800u);                                // explicit handle
+  EXPECT_EQ(U16(kProcedureFormat, at), 0x4800u);                                 // explicit handle
   EXPECT_EQ(U16(kProcedureFormat, at + 2) | U16(kProcedureFormat, at + 4), 0u);  // no flags
-  EXPECT_EQ(U16(kProcedureFormat, at + 10), 0x32u);                             // primitive
-  EXPECT_EQ(U16(kProcedureFormat, at + 12), 0u);                                // the first
+  EXPECT_EQ(U16(kProcedureFormat, at + 10), 0x32u);                              // primitive
+  EXPECT_EQ(U16(kProcedureFormat, at + 12), 0u);                                 // the first
   EXPECT_EQ(U8(kProcedureFormat, at + 20), 10u);  // bytes of the extension
   EXPECT_EQ(U16(kProcedureFormat, at + 22), (U8(kProcedureFormat, at + 21) & 2) >> 1);
   for (std::size_t zero = 24; zero < 30; zero += 2) {
@@ -249,9 +254,8 @@ TEST(ZelNdrFormatTest, FlagsSayWhatTheParametersNeed) {
 // What values of constant size take of a buffer, with the padding before each.
 std::size_t BufferNeeded(const std::vector<std::string>& parameters, const std::string& direction) {
   static const std::map<std::string, std::pair<std::size_t, std::size_t>> kSizes = {
-      {"hyper", {8, 8}}, {"long", {4, 4}},        {"ushort", {2, 2}},
-      {"GUID", {16, 4}}, {"BitmapInfo", {56, 8}}, {"context 0", {20, 4}},
-      {"context 1", {20, 4}}};
+      {"hyper", {8, 8}},       {"long", {4, 4}},       {"ushort", {2, 2}},    {"GUID", {16, 4}},
+      {"BitmapInfo", {56, 8}}, {"context 0", {20, 4}}, {"context 1", {20, 4}}};
   std::size_t size = 0;
   for (const std::string& parameter : parameters) {
     const std::size_t space = parameter.find(' ');
