@@ -14,6 +14,9 @@ namespace {
 constexpr SyntaxIdentifier kBareInterface = {
     {0x2f5a1c00, 0x11aa, 0x4e55, {0x9b, 0x01, 0x52, 0x07, 0xc4, 0x66, 0x8d, 0x10}}, 1, 0};
 
+constexpr auto kBareSyntax = std::bit_cast<RPC_SYNTAX_IDENTIFIER>(kBareInterface);
+constexpr auto kNdrSyntax = std::bit_cast<RPC_SYNTAX_IDENTIFIER>(kNdrTransferSyntax);
+
 void __RPC_STUB Answer(PRPC_MESSAGE message) {
   std::memcpy(&message->BufferLength, message->Buffer, sizeof message->BufferLength);
   const RPC_STATUS status = ::I_RpcGetBuffer(message);
@@ -25,28 +28,9 @@ RPC_DISPATCH_FUNCTION functions[] = {Answer, nullptr};
 RPC_DISPATCH_TABLE table = {1, functions, 0};
 
 RPC_SERVER_INTERFACE server_interface = {
-    .Length = sizeof(RPC_SERVER_INTERFACE),
-    .InterfaceId = std::bit_cast<RPC_SYNTAX_IDENTIFIER>(kBareInterface),
-    .TransferSyntax = std::bit_cast<RPC_SYNTAX_IDENTIFIER>(kNdrTransferSyntax),
-    .DispatchTable = &table,
-    .RpcProtseqEndpointCount = 0,
-    .RpcProtseqEndpoint = nullptr,
-    .DefaultManagerEpv = nullptr,
-    .InterpreterInfo = nullptr,
-    .Flags = 0,
-};
-
+    sizeof(RPC_SERVER_INTERFACE), kBareSyntax, kNdrSyntax, &table, 0, nullptr, nullptr, nullptr, 0};
 RPC_CLIENT_INTERFACE client_interface = {
-    .Length = sizeof(RPC_CLIENT_INTERFACE),
-    .InterfaceId = std::bit_cast<RPC_SYNTAX_IDENTIFIER>(kBareInterface),
-    .TransferSyntax = std::bit_cast<RPC_SYNTAX_IDENTIFIER>(kNdrTransferSyntax),
-    .DispatchTable = nullptr,
-    .RpcProtseqEndpointCount = 0,
-    .RpcProtseqEndpoint = nullptr,
-    .Reserved = 0,
-    .InterpreterInfo = nullptr,
-    .Flags = 0,
-};
+    sizeof(RPC_CLIENT_INTERFACE), kBareSyntax, kNdrSyntax, nullptr, 0, nullptr, 0, nullptr, 0};
 
 }  // namespace
 

@@ -4,7 +4,7 @@
 
 #include <windows.h>
 
-#include <cstdlib>
+#include <filesystem>
 #include <span>
 #include <string>
 #include <vector>

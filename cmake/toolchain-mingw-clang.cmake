@@ -11,7 +11,9 @@ set(CMAKE_C_COMPILER clang)
 set(CMAKE_CXX_COMPILER clang++)
 set(CMAKE_CXX_FLAGS_INIT
     "-isystem ${gcc_dir}/include/c++ -isystem ${gcc_dir}/include/c++/x86_64-w64-mingw32")
-# GCC names winpthreads behind its own libraries, which need it; clang does so when asked.
+# GCC names winpthreads behind its own libraries, which need it; clang does so when asked. Both
+# define what GCC's library has as an inline function (the comparison of type_info).
 foreach(kind EXE SHARED)
-  set(CMAKE_${kind}_LINKER_FLAGS_INIT "-L${gcc_dir} -B${gcc_dir} -pthread")
+  set(CMAKE_${kind}_LINKER_FLAGS_INIT
+      "-L${gcc_dir} -B${gcc_dir} -pthread -Wl,--allow-multiple-definition")
 endforeach()

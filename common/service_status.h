@@ -16,6 +16,10 @@ namespace zel {
 // the program entry, never cleared.
 inline constinit std::atomic<bool> DebugMode{false};
 
+// Whether the service has been asked to stop. Set by the first stop, never cleared; the start looks
+// at it to undo what came up after the stop.
+inline constinit std::atomic<bool> StopRequested{false};
+
 // Makes `handle`, from RegisterServiceCtrlHandler, the one that reports go to. Borrowed for the
 // life of the process (such a handle is never closed). Called once, before the first report.
 void SetServiceStatusHandle(SERVICE_STATUS_HANDLE handle);

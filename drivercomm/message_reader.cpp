@@ -21,7 +21,10 @@ namespace {
 
 constexpr std::size_t kReceiveBufferBytes = 65'536;
 constexpr DWORD kPauseMs = 1'000;
-constexpr DWORD kCancelLimitMs = 1'000;
+// For a cancelled read to end, and for one that could not be cancelled because it has ended: the
+// system may be about to tell so.
+constexpr DWORD kCancelledLimitMs = 1'000;
+constexpr DWORD kEndedLimitMs = 100;
 
 class MessageReader {
  public:
@@ -114,8 +117,8 @@ void MessageReader::FinishRead() {
 void MessageReader::TakeReadBack() {
   if (!std::exchange(is_reading_, false)) return;
   const bool cancelled = ::CancelIoEx(session_.port->get(), &overlapped_);
-  // One that could not be cancelled is over already, or never will be.
-  const DWORD wait = ::WaitForSingleObject(received(), cancelled ? kCancelLimitMs : 0);
+  const DWORD wait =
+      ::WaitForSingleObject(received(), cancelled ? kCancelledLimitMs : kEndedLimitMs);
   if (wait == WAIT_OBJECT_0 && overlapped_.Internal == 0) HandleReceived();
   EndRound();
 }

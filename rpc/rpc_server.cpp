@@ -6,6 +6,7 @@
 #include "common/service_status.h"
 #include "logging/log_message.h"
 #include "rpc/zel_stub_tables.h"
+#include "win32/critical_section.h"
 
 namespace zel {
 
@@ -15,6 +16,10 @@ constexpr std::uint32_t kStepHintMs = 3000;
 constexpr unsigned int kMaxQueuedCalls = 3;  // for a protocol sequence
 constexpr unsigned int kMinCallThreads = 3;
 constexpr unsigned int kMaxConcurrentCalls = 1234;
+
+// Held while listening begins and ends: a stop is neither lost before the begin nor runs into it.
+CriticalSection listenLock;
+bool stopRequested ZEL_GUARDED_BY(listenLock) = false;
 
 RPC_IF_HANDLE Interface() {
   return const_cast<RPC_SERVER_INTERFACE*>(&kZelServerInterface);
@@ -45,15 +50,24 @@ bool UseProtocolSequences() {
   return any;
 }
 
+// False when a stop has come already: there is then nothing to wait for.
+bool BeginListening(RPC_STATUS& status) {
+  const LockGuard guard(listenLock);
+  if (stopRequested) return false;
+  status = ::RpcServerListen(kMinCallThreads, kMaxConcurrentCalls, TRUE);
+  return true;
+}
+
 // Serves calls until listening is stopped. False when a step failed or the service is not to go on.
 bool Serve() {
   if (!ReportStep() ||
       !Succeeded(::RpcServerRegisterAuthInfoW(nullptr, RPC_C_AUTHN_WINNT, nullptr, nullptr))) {
     return false;
   }
-  if (!ReportStep() || !Succeeded(::RpcServerListen(kMinCallThreads, kMaxConcurrentCalls, TRUE))) {
-    return false;
-  }
+  if (!ReportStep()) return false;
+  RPC_STATUS status = RPC_S_OK;
+  if (!BeginListening(status)) return true;
+  if (!Succeeded(status)) return false;
   return ReportServiceStatus(SERVICE_RUNNING, NO_ERROR, 0) &&
          Succeeded(::RpcMgmtWaitServerListen());
 }
@@ -71,6 +85,12 @@ void RunRpcServer() {
   }
   if (!Serve() || !Succeeded(::RpcEpUnregister(Interface(), bindings, nullptr))) return;
   ::RpcBindingVectorFree(&bindings);
+}
+
+void StopRpcServer() {
+  const LockGuard guard(listenLock);
+  stopRequested = true;
+  ::RpcMgmtStopServerListening(nullptr);  // an error when nobody listens, which is as well
 }
 
 }  // namespace zel

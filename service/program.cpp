@@ -53,6 +53,9 @@ void RunUnderServiceManager(Arguments arguments) {
   const SERVICE_TABLE_ENTRYW services[] = {{service_name.data(), VelmoraServiceMain},
                                            {nullptr, nullptr}};
   if (::StartServiceCtrlDispatcherW(services)) {
+    // It returns when the service is reported as stopped. An RPC server that could not be set up
+    // reports that too, and then no control comes that would stop the rest.
+    if (!StopRequested) StopService();
     WaitForServiceMainEnd();
     return;
   }

@@ -2,17 +2,25 @@
 
 #include <windows.h>
 
+#include "bitmap/bitmap_manager.h"
 #include "common/service_status.h"
+#include "common/system_time.h"
+#include "drivercomm/driver_port.h"
+#include "drivercomm/driver_status_report.h"
+#include "drivercomm/message_threads.h"
+#include "drivercomm/synchronize.h"
 #include "logging/log_message.h"
+#include "rpc/rpc_server.h"
+#include "service/backup_privilege.h"
+#include "service/install.h"
+#include "service/tracked_files_start.h"
+#include "tracking/untracked_cleanup.h"
 #include "win32/critical_section.h"
 #include "win32/process_event.h"
 
 namespace zel {
 
 namespace {
-
-// Set by the first stop; the service blocks on it while it runs.
-ProcessEvent stopRequestedEvent(ProcessEvent::Initially::kClear);
 
 // The lock makes one step of the counter and the event: with the two apart, a stop that has just
 // counted itself out could set the event that a new stop has just cleared.
@@ -36,19 +44,64 @@ bool StopIsRunning() {
   return stopsInProgress != 0;
 }
 
+std::uint32_t StartDriverService() {
+  const std::uint32_t result = VelmoraStartDriver();
+  if (result != 0) {
+    LogMessage(kGeneralError,
+               L"Cannot start Velmora Activity Monitor Driver, aborting service start (%d)\n",
+               result);
+  }
+  return result;
+}
+
+// Connects to the driver, starts the message threads and reports the driver's status.
+std::uint32_t StartDriverSide() {
+  if (DriverPortConnected()) return ERROR_ALREADY_INITIALIZED;
+  if (const HRESULT result = ConnectDriverPort(); result != 0) return result;
+  if (const std::uint32_t result = StartDriverThreads(); result != 0) return result;
+  return LogDriverStatus();
+}
+
+void SynchronizeWithDriver() {
+  LogMessage(kGeneralInfo, L"Synchronizing tracked files during startup\n");
+  static_cast<void>(Synchronize(SystemTimeNow()));  // a failure, being logged, stops no start
+  LogMessage(kGeneralInfo, L"Completed synchronizing tracked files\n");
+}
+
 }  // namespace
 
 std::uint32_t ZelServiceStart(Arguments arguments) {
-  if (DebugMode && AsksForNoDriver(arguments)) {
-    LogMessage(kGeneralInfo, L"service running in driver ignore mode\n");
+  const bool ignores_driver = DebugMode && AsksForNoDriver(arguments);
+  if (ignores_driver) LogMessage(kGeneralInfo, L"service running in driver ignore mode\n");
+  if (const std::uint32_t result = AcquireBackupPrivilege(); result != 0) return result;
+  if (const std::uint32_t result = StartDriverService(); result != 0) return result;
+  DeleteObsoleteRegistryKeys();
+  StartTrackedFiles();
+  InitBitmapManager();
+  if (!ignores_driver) {
+    if (const std::uint32_t result = StartDriverSide(); result != 0) {
+      ShutdownBitmapManager();
+      ShutdownTrackedFiles();
+      return result;
+    }
   }
-  if (ReportServiceStatus(SERVICE_RUNNING, 0, 0)) stopRequestedEvent.Wait();
+  SynchronizeWithDriver();
+  // A stop that came before this line found only a part of all this standing.
+  if (StopRequested) {
+    StopService();
+  } else {
+    RunRpcServer();
+  }
   return 0;
 }
 
 void StopService() {
   BeginStop();
-  stopRequestedEvent.Set();
+  StopRequested = true;
+  StopRpcServer();
+  StopDriverThreads();
+  ShutdownBitmapManager();
+  ShutdownTrackedFiles();
   EndStop();
 }
 

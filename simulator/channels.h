@@ -6,7 +6,8 @@
 
 namespace zel::sim {
 
-// The port is a pipe of messages without a buffer: a write to it ends when a read takes it.
+// The port is a pipe of messages without a buffer: a write to it ends when a read takes it. The
+// first message of a connection is one byte, the greeting; the driver knows of the connection then.
 inline constexpr wchar_t kPipePrefix[] = LR"(\\.\pipe)";
 inline constexpr wchar_t kPortName[] = LR"(\VelmoraActivityFilterPort)";
 inline constexpr wchar_t kPortPipe[] = LR"(\\.\pipe\VelmoraActivityFilterPort)";

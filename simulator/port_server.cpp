@@ -7,6 +7,8 @@ namespace zel::sim {
 
 namespace {
 
+const Bytes kGreeting(1);
+
 // Overlapped operations on the port's pipe, one after the other.
 class Operation {
  public:
@@ -55,11 +57,18 @@ class Port {
 };
 
 bool Port::WaitForService() {
-  Operation connect(pipe_);
-  if (::ConnectNamedPipe(pipe_, connect.get())) return true;
-  if (::GetLastError() == ERROR_PIPE_CONNECTED) return true;
-  const HANDLE events[] = {driver_.stop_event(), connect.event()};
-  return ::WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1;
+  for (;;) {
+    Operation connect(pipe_);
+    if (::ConnectNamedPipe(pipe_, connect.get())) return true;
+    const DWORD error = ::GetLastError();
+    if (error == ERROR_PIPE_CONNECTED) return true;
+    if (error == ERROR_IO_PENDING) {
+      const HANDLE events[] = {driver_.stop_event(), connect.event()};
+      return ::WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0 + 1;
+    }
+    // One that came and went already.
+    ::DisconnectNamedPipe(pipe_);
+  }
 }
 
 void Port::Serve() {
@@ -70,6 +79,7 @@ void Port::Serve() {
   if (!::ReadFile(pipe_, &byte, 1, nullptr, watch.get()) && ::GetLastError() != ERROR_IO_PENDING) {
     return;
   }
+  if (!HandOver(kGreeting, write)) return;
   const HANDLE events[] = {driver_.stop_event(), watch.event(), driver_.changed_event()};
   for (;;) {
     DWORD wait_ms = 0;

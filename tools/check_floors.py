@@ -18,6 +18,9 @@ ALLOWED = {
     "drivercomm": {"win32", "logging", "common", "bitmap", "tracking"},
     "rpc": {"win32", "logging", "common", "bitmap", "tracking", "drivercomm"},
     "service": {"win32", "logging", "common", "bitmap", "tracking", "drivercomm", "rpc"},
+    # Beside the floors.
+    "client": {"win32", "common", "rpc"},
+    "zelctl": {"win32", "logging", "common", "bitmap", "client"},
     "simulator": {"win32", "common"},
     "client": {"win32", "common", "rpc"},
 }

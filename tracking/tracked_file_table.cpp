@@ -67,9 +67,8 @@ bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, Fi
   const std::wstring terminated_path(path);
   if (path.size() > kMaxTrackedPath) {
     LogMessage(kGeneralWarn,
-               L"Unable to start tracking file %ls because its path is longer than 32767 "
-               L"characters\n",
-               terminated_path.c_str());
+               L"Unable to start tracking file %ls because its path is longer than %u characters\n",
+               terminated_path.c_str(), static_cast<std::uint32_t>(kMaxTrackedPath));
     return false;
   }
   const LockGuard guard(TrackedFilesLock);

@@ -105,6 +105,35 @@ HRESULT OpenPipe(const std::wstring& name, UniqueFile& pipe) {
   }
 }
 
+// Makes one overlapped read by `read` and waits for its end.
+template <class Read>
+HRESULT ReadAndWait(HANDLE port, Read read) {
+  const UniqueEvent event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  OVERLAPPED overlapped = {};
+  overlapped.hEvent = event.get();
+  const HRESULT result = read(&overlapped);
+  if (result != HRESULT_FROM_WIN32(ERROR_IO_PENDING)) return result;
+  DWORD received = 0;
+  if (::GetOverlappedResult(port, &overlapped, &received, TRUE)) return S_OK;
+  return HRESULT_FROM_WIN32(::GetLastError());
+}
+
+// The driver knows of the connection when it has greeted.
+HRESULT AwaitGreeting(HANDLE port) {
+  char greeting;
+  return ReadAndWait(port, [&](OVERLAPPED* overlapped) {
+    const bool read = ::ReadFile(port, &greeting, sizeof greeting, nullptr, overlapped);
+    return read ? S_OK : HRESULT_FROM_WIN32(::GetLastError());
+  });
+}
+
+// Without an OVERLAPPED the call lasts until there is a message.
+HRESULT GetMessageAndWait(HANDLE port, void* buffer, DWORD size) {
+  return ReadAndWait(port, [&](OVERLAPPED* overlapped) {
+    return PortReads().Read(port, buffer, size, overlapped);
+  });
+}
+
 HRESULT Connect(const wchar_t* name, HANDLE* port) {
   std::string answer;
   HRESULT result = Ask("connect", answer);
@@ -116,21 +145,10 @@ HRESULT Connect(const wchar_t* name, HANDLE* port) {
   if (!::SetNamedPipeHandleState(pipe.get(), &mode, nullptr, nullptr)) {
     return HRESULT_FROM_WIN32(::GetLastError());
   }
-  result = PortReads().Open();
+  result = AwaitGreeting(pipe.get());
+  if (SUCCEEDED(result)) result = PortReads().Open();
   if (SUCCEEDED(result)) *port = pipe.release();
   return result;
-}
-
-// Without an OVERLAPPED the call lasts until there is a message.
-HRESULT GetMessageAndWait(HANDLE port, void* buffer, DWORD size) {
-  const UniqueEvent event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  OVERLAPPED overlapped = {};
-  overlapped.hEvent = event.get();
-  const HRESULT result = PortReads().Read(port, buffer, size, &overlapped);
-  if (result != HRESULT_FROM_WIN32(ERROR_IO_PENDING)) return result;
-  DWORD received = 0;
-  if (::GetOverlappedResult(port, &overlapped, &received, TRUE)) return S_OK;
-  return HRESULT_FROM_WIN32(::GetLastError());
 }
 
 HRESULT Send(HANDLE port, const void* in, DWORD in_size, void* out, DWORD out_size,

@@ -1,13 +1,18 @@
 """An installation of the product in a Wine prefix."""
 
+import os
 import re
 import shutil
+import signal
+import time
 
 from wine import BIN, wait_until
+from zel_client import ZelClient
 
 SERVICE = "ZelService"
 DISPLAY_NAME = "Velmora Activity Monitoring Service"
 DRIVER_SERVICE = "VelmoraActivityMonitor"
+DRIVE_C_VOLUME = "00000000-0000-0000-0000-000000000043"
 SERVICES_KEY = "HKLM\\SYSTEM\\CurrentControlSet\\Services"
 AGENT_KEY = "HKLM\\Software\\Velmora Inc\\DruAgent"
 
@@ -42,7 +47,37 @@ class Agent:
         (home / "config").mkdir()
         (home / "config" / "plexor.conf").write_text("zelservicelog = info\n")
         shutil.copy(BIN / "zelservice.exe", home)
+        for bench_file in ("fltlib.dll", "driversim.exe", "simhook.dll"):
+            shutil.copy(BIN / "simulator" / bench_file, home)
         self.wine.reg_add(AGENT_KEY, "InstallDirectory", "REG_SZ", self.directory)
+
+    def install(self):
+        """Installs the driver's service, played by the simulator, and the service itself."""
+        created = self.wine.sc("create", DRIVER_SERVICE, "binPath=",
+                               self.directory + "\\driversim.exe", "type=", "own", "start=", "demand")
+        assert created.returncode == 0, created.stdout
+        self.run("-install")
+
+    def tell_driver(self, order):
+        """Gives the simulated driver an order and returns its answer."""
+        return self.wine.run(self.directory + "\\driversim.exe", "tell", order).stdout.strip()
+
+    def port(self):
+        """The TCP port on which the running service serves its interface: the prefix's only one."""
+        port, = self.wine.listening_ports()
+        return port
+
+    def client(self):
+        return ZelClient(self.port())
+
+    @staticmethod
+    def now():
+        """The present as a FILETIME."""
+        return time.time_ns() // 100 + 116_444_736_000_000_000
+
+    def identity(self, windows_path):
+        """(volume GUID, file id) of a file as the driver's orders name them."""
+        return DRIVE_C_VOLUME, self.wine.path(windows_path).stat().st_ino
 
     def run(self, *arguments):
         """Runs the program to its end. Its exit code is 0 and it prints nothing, whatever happens."""
@@ -63,6 +98,12 @@ class Agent:
     def wait_for_end(self):
         wait_until(lambda: not self.processes(), "the process has ended")
 
+    def kill(self):
+        """Ends the program at once, as a crash does; nothing when it does not run."""
+        for process in self.processes():
+            os.kill(process, signal.SIGKILL)
+        self.wait_for_end()
+
     def state(self):
         return self.wine.service_state(SERVICE)
 
@@ -72,10 +113,18 @@ class Agent:
     def log(self):
         return parse_log(self.log_path.read_bytes())
 
+    def lives(self):
+        """How often the log tells that the service started and stopped: [started, stopped]."""
+        log = self.log()
+        return [log.count("INFO Service started"), log.count("INFO Service stopped")]
+
     def remove_all(self):
         """Takes every trace of a test out of the service control manager."""
-        if self.state() == "RUNNING":
+        if self.state() == "RUNNING":  # the manager may have started it itself
             self.stop()
+        self.kill()
+        if self.wine.service_state(DRIVER_SERVICE) == "RUNNING":
+            self.tell_driver("stop")
         for service in (SERVICE, DRIVER_SERVICE):
             self.wine.sc("delete", service)
             self.wine.reg_delete(f"{SERVICES_KEY}\\{service}")

@@ -17,6 +17,7 @@ def interrupt(agent, *arguments):
 
 @pytest.mark.parametrize("arguments", [["-debug"], ["/debug"], ["-debug", "-nodriver"]])
 def test_debug_mode_runs_until_ctrl_c_and_writes_no_log(agent, arguments):
+    agent.install()
     assert interrupt(agent, *arguments) == ("interrupted", "00000000")
     assert not agent.log_path.exists()
 

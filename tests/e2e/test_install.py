@@ -33,11 +33,11 @@ def test_install_registers_the_service(wine, agent):
 def test_install_quotes_a_path_with_a_blank(wine, agent):
     spaced = Agent(wine, "C:\\Program Files\\Velmora Agent")
     spaced.lay_out()
-    spaced.run("/install")
+    spaced.install()
     assert wine.reg_values(SERVICE_KEY)["ImagePath"][1] == f'"{spaced.program}"'
     spaced.start()
     spaced.stop()
-    assert spaced.log() == ["INFO Service started", "INFO Service stopped"]
+    assert spaced.lives() == [1, 1]
 
 
 def test_install_makes_the_driver_a_boot_driver(wine, agent):
@@ -79,12 +79,12 @@ def test_remove_deletes_a_stopped_service_and_the_driver_service(wine, agent):
 
 
 def test_remove_stops_a_running_service_first(agent):
-    agent.run("-install")
+    agent.install()
     agent.start()
     agent.run("/remove")
     agent.wait_for_end()
     assert agent.state() is None
-    assert agent.log() == ["INFO Service started", "INFO Service stopped"]
+    assert agent.lives() == [1, 1]
 
 
 def test_remove_without_a_service_still_removes_the_driver_service(wine, agent):

@@ -11,7 +11,7 @@ RUN = ROOT / "tools" / "wine-run.sh"
 BIN = pathlib.Path(os.environ.get("ZEL_BIN", ROOT / "build" / "mingw" / "bin"))
 
 
-def wait_until(condition, what, timeout_s=20.0):
+def wait_until(condition, what, timeout_s=20.0, pause_s=0.02):
     """Polls `condition` and returns its first true answer; fails the test after `timeout_s`."""
     deadline = time.monotonic() + timeout_s
     while True:
@@ -19,7 +19,7 @@ def wait_until(condition, what, timeout_s=20.0):
         if answer:
             return answer
         assert time.monotonic() < deadline, f"waited {timeout_s} s in vain: {what}"
-        time.sleep(0.02)
+        time.sleep(pause_s)
 
 
 class Wine:
@@ -92,11 +92,23 @@ class Wine:
         return [int(entry.name) for entry in pathlib.Path("/proc").iterdir()
                 if entry.name.isdigit() and self._is_process(entry, windows_path)]
 
+    def listening_ports(self):
+        """The TCP ports on which programs of this prefix listen; Wine's server holds the sockets."""
+        listeners = subprocess.run(["ss", "-Hltnp"], stdout=subprocess.PIPE, text=True, check=True)
+        return [int(port) for port, process in re.findall(r":(\d+)\s.*pid=(\d+),", listeners.stdout)
+                if self._is_of_prefix(pathlib.Path("/proc") / process)]
+
     def _is_process(self, entry, windows_path):
         try:
             command_line = (entry / "cmdline").read_bytes()
-            environment = (entry / "environ").read_bytes().split(b"\0")
         except OSError:  # ended meanwhile
             return False
         return (command_line.lstrip(b'"').startswith(windows_path.encode())
-                and f"WINEPREFIX={self.prefix}".encode() in environment)
+                and self._is_of_prefix(entry))
+
+    def _is_of_prefix(self, entry):
+        try:
+            environment = (entry / "environ").read_bytes().split(b"\0")
+        except OSError:  # ended meanwhile
+            return False
+        return f"WINEPREFIX={self.prefix}".encode() in environment

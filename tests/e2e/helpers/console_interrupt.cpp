@@ -3,7 +3,7 @@
 //   console_interrupt DELAY_MS PROGRAM [ARGUMENT...]
 //
 // The first Ctrl+C comes after DELAY_MS, the next ones every 100 ms. Prints "ended early"
-// (before any Ctrl+C), "interrupted" or "still running" (after 10 s), and the program's exit code
+// (before any Ctrl+C), "interrupted" or "still running" (after 30 s), and the program's exit code
 // in hexadecimal.
 #include <windows.h>
 
@@ -14,7 +14,7 @@
 namespace {
 
 constexpr DWORD kRepeatMs = 100;
-constexpr int kRepeats = 100;
+constexpr int kRepeats = 300;
 
 // Every process of the console gets the event, this one included.
 BOOL WINAPI Ignore(DWORD) {

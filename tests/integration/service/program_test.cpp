@@ -11,6 +11,7 @@
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
+#include "tests/integration/support/service_world.h"
 
 extern "C" {
 extern void* __imp_RegGetValueW;
@@ -55,8 +56,19 @@ TEST_F(ProgramTest, UnknownSwitchExplainsTheOthers) {
                   "INFO  ZelService -debug <params>   to run as a console app for debugging"));
 }
 
+TEST_F(ProgramTest, DebugModeTellsTheCodeOfAStartThatFailed) {
+  const test::ServiceWorld world;
+  world.answers.privilege = ERROR_NOT_ALL_ASSIGNED;
+  StartLogging();
+  Run({L"zelservice", L"-debug"});
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("INFO  Debugging ZelService", "ERROR Unable to acquire SeBackupPrivilege",
+                          "ERROR ZelServiceStart failed 1300"));
+}
+
 TEST_F(ProgramTest, DebugModeRunsUntilItsConsoleHandlerStopsIt) {
   const test::ImportHook hook(__imp_SetConsoleCtrlHandler, &RecordHandler);
+  const test::ServiceWorld world;
   StartLogging();
   auto program = std::async(std::launch::async, [] {
     Run({L"zelservice", L"-debug", L"/nodriver"});
@@ -67,9 +79,9 @@ TEST_F(ProgramTest, DebugModeRunsUntilItsConsoleHandlerStopsIt) {
   installed_handler.load()(CTRL_C_EVENT);
   program.get();
   EXPECT_THAT(StopLoggingAndGetMessages(),
-              testing::UnorderedElementsAre("INFO  Debugging ZelService",
-                                            "INFO  service running in driver ignore mode",
-                                            "INFO  Stopping Velmora Activity Monitoring Service"));
+              testing::IsSupersetOf({"INFO  Debugging ZelService",
+                                     "INFO  service running in driver ignore mode",
+                                     "INFO  Stopping Velmora Activity Monitoring Service"}));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The start that blocks and the ways to stop it.
+// The start in its order, with each of its failures, and the ways to stop what it started.
 #include "service/service_start.h"
 
 #include <future>
@@ -6,29 +6,34 @@
 #include <vector>
 
 #include "common/service_status.h"
+#include "drivercomm/driver_port.h"
+#include "drivercomm/message_threads.h"
 #include "service/console_control.h"
 #include "service/service_main.h"
+#include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/log_fixture.h"
+#include "tests/integration/support/poll.h"
 #include "tests/integration/support/service_status_recorder.h"
+#include "tests/integration/support/service_world.h"
 
 namespace zel {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using ::testing::IsSupersetOf;
+using ::testing::Not;
 
-constexpr auto kLimit = std::chrono::seconds(20);
+constexpr auto kLimit = std::chrono::seconds(30);
 
 // ZelServiceStart on a thread of its own.
 class StartedService {
  public:
   explicit StartedService(std::vector<const wchar_t*> arguments = {})
       : arguments_(std::move(arguments)) {}
-
-  [[nodiscard]] bool IsBlocked() const {
-    return result_.wait_for(std::chrono::milliseconds(100)) == std::future_status::timeout;
-  }
 
   // The result of the start; 77 when it does not return.
   [[nodiscard]] std::uint32_t Result() {
@@ -46,33 +51,129 @@ class StartedService {
 
 class ZelServiceStartTest : public test::LogFixture {
  protected:
+  ZelServiceStartTest() : install_directory_(directory().wstring()) {
+    test::UseCbtDirectoryOf(install_directory_);
+  }
+
+  [[nodiscard]] bool ReachesRunning() const {
+    return test::PollUntil([&] { return recorder_.LastState() == DWORD{SERVICE_RUNNING}; });
+  }
+
+  std::wstring install_directory_;
+  test::ServiceWorld world_;
   test::ServiceStatusRecorder recorder_;
 };
 
-TEST_F(ZelServiceStartTest, ReportsRunningAndReturnsWhenStopped) {
+TEST_F(ZelServiceStartTest, StartsEverythingInItsOrder) {
+  StartLogging("zelservicelog=info\n");
   StartedService service;
-  EXPECT_TRUE(service.IsBlocked());
+  ASSERT_TRUE(ReachesRunning());
+  EXPECT_TRUE(DriverPortConnected());
   StopService();
   EXPECT_EQ(service.Result(), 0u);
-  WaitForServiceStopped();
-  ASSERT_THAT(recorder_.reports(), SizeIs(1));
-  EXPECT_EQ(recorder_.reports()[0].status.dwCurrentState, DWORD{SERVICE_RUNNING});
+  EXPECT_FALSE(DriverPortConnected());
+  EXPECT_THAT(world_.calls(),
+              ElementsAre("privilege", "driver service", "delete TrackedFiles",
+                          "delete FileReliability", "list key", "port", "command 2", "command 1"));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("INFO  Starting bitmap idle scanner thread",
+                          "INFO  InitBitmapManager: initializing cache",
+                          HasSubstr("Mini-filter version 0.0.0.0 started at 1601-01-01"),
+                          "INFO     Not started during boot; previous shutdown was dirty; no older "
+                          "driver already loaded",
+                          "INFO     0 messages loaded from disk on startup",
+                          "INFO     0 messages vaulted", "INFO     0 messages sent from the vault",
+                          "INFO     Messages loaded on startup status: Uninitialized",
+                          "INFO     0 files pending to be marked unreliable",
+                          "INFO  Synchronizing tracked files during startup",
+                          "INFO  Completed synchronizing tracked files"));
+}
+
+TEST_F(ZelServiceStartTest, MissingPrivilegeEndsTheStartBeforeAnythingElse) {
+  world_.answers.privilege = ERROR_NOT_ALL_ASSIGNED;
+  StartLogging();
+  EXPECT_EQ(ZelServiceStart({}), DWORD{ERROR_NOT_ALL_ASSIGNED});
+  EXPECT_THAT(world_.calls(), ElementsAre("privilege"));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("ERROR Unable to acquire SeBackupPrivilege"));
+}
+
+TEST_F(ZelServiceStartTest, DriverServiceThatDoesNotStartEndsTheStart) {
+  world_.answers.driver_service = ERROR_SERVICE_DISABLED;
+  StartLogging();
+  EXPECT_EQ(ZelServiceStart({}), DWORD{ERROR_SERVICE_DISABLED});
+  EXPECT_THAT(world_.calls(), ElementsAre("privilege", "driver service"));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(EndsWith(" [ERROR_SERVICE_DISABLED]"),
+                          "ERROR Cannot start Velmora Activity Monitor Driver, aborting service "
+                          "start (1058)"));
+}
+
+TEST_F(ZelServiceStartTest, DeletedObsoleteKeysAreNamed) {
+  world_.answers.obsolete_keys = ERROR_SUCCESS;
+  world_.answers.connect = E_ACCESSDENIED;  // far enough
+  StartLogging();
+  EXPECT_NE(ZelServiceStart({}), 0u);
+  const std::string parameters =
+      "SYSTEM\\CurrentControlSet\\Services\\VelmoraActivityMonitor\\Parameters\\";
+  EXPECT_THAT(
+      StopLoggingAndGetMessages(),
+      IsSupersetOf({"INFO  Deleted obsolete registry key: " + parameters + "TrackedFiles",
+                    "INFO  Deleted obsolete registry key: " + parameters + "FileReliability"}));
+}
+
+TEST_F(ZelServiceStartTest, RefusedListKeyIsLoggedAndTheStartGoesOn) {
+  world_.answers.list_key = ERROR_ACCESS_DENIED;
+  StartLogging();
+  StartedService service;
+  ASSERT_TRUE(ReachesRunning());
+  StopService();
+  EXPECT_EQ(service.Result(), 0u);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              Contains("WARN  RegCreateKey SYSTEM\\CurrentControlSet\\Services\\"
+                       "VelmoraActivityMonitor\\Parameters\\TrackedFileList failed: 5"));
+}
+
+TEST_F(ZelServiceStartTest, RefusedPortEndsTheStartAndWhatItStarted) {
+  world_.answers.connect = E_ACCESSDENIED;
+  StartLogging();
+  EXPECT_EQ(ZelServiceStart({}), static_cast<DWORD>(E_ACCESSDENIED));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              IsSupersetOf({"ERROR FilterConnectCommunications Port failed",
+                            "DEBUG Bitmap idle scanner thread exiting..."}));
+}
+
+TEST_F(ZelServiceStartTest, PortThatIsOpenAlreadyGives1247) {
+  ASSERT_EQ(ConnectDriverPort(), S_OK);
+  EXPECT_EQ(ZelServiceStart({}), DWORD{ERROR_ALREADY_INITIALIZED});
+  StopDriverThreads();
+}
+
+TEST_F(ZelServiceStartTest, DriverThatTellsNoStatusEndsTheStart) {
+  world_.answers.status = E_FAIL;
+  StartLogging();
+  EXPECT_EQ(ZelServiceStart({}), static_cast<DWORD>(E_FAIL));
+  StopService();  // the message threads wait for it
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              Contains("ERROR FilterSendMessage failed: -2147467259 (0x80004005)"));
 }
 
 TEST_F(ZelServiceStartTest, StopThatComesBeforeTheStartIsNotLost) {
   StopService();
   StartedService service;
-  EXPECT_EQ(service.Result(), 0u);
+  EXPECT_EQ(service.Result(), DWORD{ERROR_SHUTDOWN_IN_PROGRESS});
+  EXPECT_FALSE(DriverPortConnected());
   WaitForServiceStopped();
 }
 
 TEST_F(ZelServiceStartTest, ManyStopsAtOnceLeaveTheServiceStopped) {
   StartedService service;
+  ASSERT_TRUE(ReachesRunning());
   {
     std::vector<std::jthread> stoppers;
     for (int i = 0; i < 8; ++i) {
       stoppers.emplace_back([] {
-        for (int j = 0; j < 1000; ++j) StopService();
+        for (int j = 0; j < 100; ++j) StopService();
       });
     }
   }
@@ -85,76 +186,72 @@ TEST_F(ZelServiceStartTest, RunningStopsNeedNotBeWaitedForWhenThereAreNone) {
   WaitForRunningStops();
 }
 
-TEST_F(ZelServiceStartTest, StopControlStopsIt) {
+TEST_F(ZelServiceStartTest, StopAndShutdownControlsStopItAndOthersDoNot) {
   StartedService service;
-  ServiceCtrlHandler(SERVICE_CONTROL_STOP);
-  EXPECT_EQ(service.Result(), 0u);
-}
-
-TEST_F(ZelServiceStartTest, ShutdownControlStopsIt) {
-  StartedService service;
-  ServiceCtrlHandler(SERVICE_CONTROL_SHUTDOWN);
-  EXPECT_EQ(service.Result(), 0u);
-}
-
-TEST_F(ZelServiceStartTest, OtherControlsDoNot) {
-  StartedService service;
+  ASSERT_TRUE(ReachesRunning());
   for (const DWORD control : {SERVICE_CONTROL_PAUSE, SERVICE_CONTROL_CONTINUE,
                               SERVICE_CONTROL_INTERROGATE, SERVICE_CONTROL_PRESHUTDOWN, 0}) {
     ServiceCtrlHandler(control);
   }
-  EXPECT_TRUE(service.IsBlocked());
-  StopService();
+  EXPECT_FALSE(StopRequested);
+  ServiceCtrlHandler(SERVICE_CONTROL_SHUTDOWN);
   EXPECT_EQ(service.Result(), 0u);
 }
 
 TEST_F(ZelServiceStartTest, CtrlCStopsItAndSaysSo) {
   StartLogging();
   StartedService service;
+  ASSERT_TRUE(ReachesRunning());
   EXPECT_TRUE(ConsoleCtrlHandler(CTRL_C_EVENT));
   EXPECT_EQ(service.Result(), 0u);
   EXPECT_THAT(StopLoggingAndGetMessages(),
-              ElementsAre("INFO  Stopping Velmora Activity Monitoring Service"));
+              Contains("INFO  Stopping Velmora Activity Monitoring Service"));
 }
 
 TEST_F(ZelServiceStartTest, CtrlBreakStopsItAndSaysSo) {
   StartLogging();
   StartedService service;
+  ASSERT_TRUE(ReachesRunning());
   EXPECT_TRUE(ConsoleCtrlHandler(CTRL_BREAK_EVENT));
   EXPECT_EQ(service.Result(), 0u);
   EXPECT_THAT(StopLoggingAndGetMessages(),
-              ElementsAre("INFO  Stopping Velmora Activity Monitoring Service"));
+              Contains("INFO  Stopping Velmora Activity Monitoring Service"));
 }
 
 TEST_F(ZelServiceStartTest, OtherConsoleControlsAreLeftToOthers) {
   StartLogging();
-  StartedService service;
   for (const DWORD type : {CTRL_CLOSE_EVENT, CTRL_LOGOFF_EVENT, CTRL_SHUTDOWN_EVENT, 3, 4}) {
     EXPECT_FALSE(ConsoleCtrlHandler(type)) << type;
   }
-  EXPECT_TRUE(service.IsBlocked());
-  StopService();
-  EXPECT_EQ(service.Result(), 0u);
+  EXPECT_FALSE(StopRequested);
   EXPECT_THAT(StopLoggingAndGetMessages(), IsEmpty());
 }
 
-TEST_F(ZelServiceStartTest, DriverIsIgnoredOnlyInDebugMode) {
+TEST_F(ZelServiceStartTest, DriverIsIgnoredInDebugModeWithItsSwitch) {
+  DebugMode = true;
   StartLogging();
   StopService();
-  const std::vector<const wchar_t*> arguments = {L"zelservice", L"-debug", L"-nodriver"};
-  EXPECT_EQ(ZelServiceStart(arguments), 0u);
-  DebugMode = true;
-  EXPECT_EQ(ZelServiceStart({}), 0u);
-  EXPECT_EQ(ZelServiceStart(arguments), 0u);
+  EXPECT_EQ(ZelServiceStart(std::vector<const wchar_t*>{L"zelservice", L"-debug", L"-nodriver"}),
+            0u);
+  EXPECT_THAT(world_.calls(), Not(Contains("port")));
   EXPECT_THAT(StopLoggingAndGetMessages(),
-              ElementsAre("INFO  service running in driver ignore mode"));
-  EXPECT_THAT(recorder_.reports(), SizeIs(1));
+              IsSupersetOf({"INFO  service running in driver ignore mode",
+                            "INFO  Completed synchronizing tracked files"}));
 }
 
-class RefusedZelServiceStartTest : public test::LogFixture {};
+TEST_F(ZelServiceStartTest, DriverIsNotIgnoredWithOneArgumentMore) {
+  DebugMode = true;
+  world_.answers.connect = E_ACCESSDENIED;
+  const std::vector<const wchar_t*> arguments = {L"zelservice", L"-debug", L"x", L"-nodriver"};
+  EXPECT_EQ(ZelServiceStart(arguments), static_cast<DWORD>(E_ACCESSDENIED));
+  EXPECT_THAT(world_.calls(), Contains("port"));
+}
 
-TEST_F(RefusedZelServiceStartTest, ManagerThatRefusesTheRunningStateEndsTheStart) {
-  EXPECT_EQ(ZelServiceStart({}), 0u);
+TEST_F(ZelServiceStartTest, DriverIsNotIgnoredByTheService) {
+  world_.answers.connect = E_ACCESSDENIED;
+  const std::vector<const wchar_t*> arguments = {L"zelservice", L"-debug", L"-nodriver"};
+  EXPECT_EQ(ZelServiceStart(arguments), static_cast<DWORD>(E_ACCESSDENIED));
+  EXPECT_THAT(world_.calls(), Contains("port"));
 }
 
 }  // namespace

@@ -137,6 +137,13 @@ TEST_F(PortTest, SyncComesBehindEverythingThatWasQueued) {
   EXPECT_EQ(reader.Next().offset_or_size, 3u);
 }
 
+TEST_F(PortTest, DriverKnowsOfAConnectionThatIsMade) {
+  for (int i = 0; i < 50; ++i) {
+    const PortClient port;
+    ASSERT_EQ(driver_.Counter("connected"), 1u);
+  }
+}
+
 TEST_F(PortTest, StatusTellsWhatWasVaulted) {
   Write(1);
   Write(2);

@@ -40,12 +40,14 @@ class DriverOpens {
 
  private:
   using Create = decltype(&::CreateFileW);
-  static constexpr DWORD kDriverAccess = 0x00100080;  // no other open of the service has it
+  // No other open of the service has both.
+  static constexpr DWORD kDriverAccess = 0x00100080;
+  static constexpr DWORD kDriverFlags = 0x02000080;
 
   static HANDLE WINAPI OnCreate(const wchar_t* path, DWORD access, DWORD share,
                                 SECURITY_ATTRIBUTES* attributes, DWORD disposition, DWORD flags,
                                 HANDLE like) {
-    if (access == kDriverAccess && flags == 0x02000080) {
+    if (access == kDriverAccess && flags == kDriverFlags) {
       EXPECT_TRUE(share == 7 && attributes == nullptr && disposition == OPEN_EXISTING);
       current_->paths_.emplace_back(path);
       const auto error = current_->open_errors.find(path);

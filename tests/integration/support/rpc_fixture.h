@@ -54,7 +54,7 @@ inline ZelClient ConnectTo(const std::wstring& protocol_sequence) {
   const std::wstring endpoint = ServerEndpoints()[protocol_sequence];
   EXPECT_FALSE(endpoint.empty()) << std::filesystem::path(protocol_sequence);
   UniqueBinding binding;
-  EXPECT_EQ(MakeBinding({protocol_sequence, L"", endpoint}, binding), 0u);
+  EXPECT_EQ(MakeBinding({protocol_sequence, {}, endpoint}, binding), 0u);
   return ZelClient(std::move(binding));
 }
 

@@ -37,7 +37,7 @@ class ServiceManagerFixture : public LogFixture {
 
   // A service that runs `program`, which should lie beside this program, with `manner`.
   UniqueServiceHandle Create(const wchar_t* name, const std::wstring& program,
-                             const std::wstring& manner = L"") const {
+                             const std::wstring& manner = {}) const {
     const std::wstring command_line = L"\"" + Directory() + program + L"\" " + manner;
     UniqueServiceHandle service(::CreateServiceW(manager_.get(), name, name, SERVICE_ALL_ACCESS,
                                                  SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
@@ -48,11 +48,11 @@ class ServiceManagerFixture : public LogFixture {
   }
 
   // The dummy service (dummy_service.cpp).
-  UniqueServiceHandle CreateDummy(const wchar_t* name, const std::wstring& manner = L"") const {
+  UniqueServiceHandle CreateDummy(const wchar_t* name, const std::wstring& manner = {}) const {
     return Create(name, L"dummy_service.exe", manner);
   }
 
-  UniqueServiceHandle StartDummy(const wchar_t* name, const std::wstring& manner = L"") const {
+  UniqueServiceHandle StartDummy(const wchar_t* name, const std::wstring& manner = {}) const {
     UniqueServiceHandle service = CreateDummy(name, manner);
     EXPECT_TRUE(::StartServiceW(service.get(), 0, nullptr)) << ::GetLastError();
     EXPECT_TRUE(WaitForState(service.get(), SERVICE_RUNNING));

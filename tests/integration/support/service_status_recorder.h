@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <vector>
 
 #include "tests/integration/support/import_hook.h"
@@ -13,7 +14,8 @@ extern void* __imp_SetServiceStatus;
 
 namespace zel::test {
 
-// Threads: reports come from one thread at a time, and are read when it has ended.
+// Threads: reports come from one thread at a time, and are read when it has ended; LastState from
+// any thread.
 class ServiceStatusRecorder {
  public:
   struct Report {
@@ -21,17 +23,25 @@ class ServiceStatusRecorder {
     SERVICE_STATUS status;
   };
 
-  ServiceStatusRecorder() { reports_.clear(); }
+  ServiceStatusRecorder() {
+    reports_.clear();
+    last_state_ = 0;
+  }
 
   [[nodiscard]] static const std::vector<Report>& reports() { return reports_; }
+
+  // 0 before the first report.
+  [[nodiscard]] static DWORD LastState() { return last_state_; }
 
  private:
   static BOOL WINAPI Record(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status) {
     reports_.push_back({handle, *status});
+    last_state_ = status->dwCurrentState;
     return TRUE;
   }
 
   static inline std::vector<Report> reports_;
+  static inline std::atomic<DWORD> last_state_{0};
   ImportHook hook_{__imp_SetServiceStatus, &Record};
 };
 

@@ -17,10 +17,13 @@
 namespace zel {
 namespace {
 
-using Wide = unsigned __int128;
-
 constexpr std::uint32_t kBlockSizes[] = {1, 3, 512, 4096, 65'536, 0x80000000, 0xFFFFFFFF};
 constexpr std::uint64_t k4G = std::uint64_t{1} << 32;
+
+// No bitmap here reaches as far as where this stops to be the sum.
+std::uint64_t EndOf(std::uint64_t offset, std::uint64_t length) {
+  return offset > ~std::uint64_t{0} - length ? ~std::uint64_t{0} : offset + length;
+}
 
 // What a file's bitmap is expected to say.
 class ModelBitmap {
@@ -31,12 +34,12 @@ class ModelBitmap {
   void Write(std::uint64_t offset, std::uint32_t length) {
     // A write of no bytes counts as a byte where it stands, unless a block begins there.
     const bool counts = length > 0 || offset % block_size_ != 0;
-    const Wide end = Wide{offset} + std::max(length, counts ? 1u : 0u);
+    const std::uint64_t end = EndOf(offset, std::max(length, counts ? 1u : 0u));
     for (std::size_t block = 0; block < must_.size(); ++block) {
-      const Wide begin_of_block = Wide{block} * block_size_;
+      const std::uint64_t begin_of_block = std::uint64_t{block} * block_size_;
       if (offset < begin_of_block + block_size_ && begin_of_block < end) must_[block] = true;
     }
-    const Wide end_of_bitmap = Wide{must_.size()} * block_size_;
+    const std::uint64_t end_of_bitmap = std::uint64_t{must_.size()} * block_size_;
     if (end > end_of_bitmap) size_changed = true;
     if (offset / block_size_ >= k4G) WriteToCutBlocks(offset, length);
   }
@@ -46,7 +49,7 @@ class ModelBitmap {
     size_changed = true;
     if (size > file_size_) return;
     for (std::size_t block = 0; block < must_.size(); ++block) {
-      if (Wide{block + 1} * block_size_ > size) must_[block] = true;
+      if (std::uint64_t{block + 1} * block_size_ > size) must_[block] = true;
     }
   }
 
@@ -65,7 +68,7 @@ class ModelBitmap {
   // Block numbers above 32 bits: the bits of their low halves, and no promise about them.
   void WriteToCutBlocks(std::uint64_t offset, std::uint32_t length) {
     const std::uint64_t first = offset / block_size_ % k4G;
-    const Wide blocks = (Wide{offset} % block_size_ + length) / block_size_ + 1;
+    const std::uint64_t blocks = (offset % block_size_ + length) / block_size_ + 1;
     for (std::size_t block = 0; block < may_.size(); ++block) {
       if (block >= first && block < first + blocks) may_[block] = true;
     }

@@ -1,0 +1,19 @@
+"""Bitmap files as docs/file-format.md has them, put together without the product's code."""
+
+import struct
+import uuid
+
+HEADER = struct.Struct("<IHH16sQQQQIBBBBIIQQQ")
+
+
+def bitmap_bytes(*, volume, file_id, file_size, block_size, changed=(), created=0x01dc92bf4c8a6d00,
+                 closed=1, size_changed=0, unreliable=0, bitmap_id=0x000500000001a9f0):
+    """`changed`: the numbers of the blocks whose bits are set."""
+    blocks = -(-file_size // block_size)
+    bits = bytearray(-(-blocks // 8))
+    for block in changed:
+        bits[block // 8] |= 1 << block % 8
+    header = HEADER.pack(0x624C455A, 512, 22, uuid.UUID(volume).bytes_le, file_id, created, created,
+                         created, block_size, closed, 0, size_changed, unreliable, len(bits), 0,
+                         file_size, bitmap_id, created)
+    return header.ljust(512, b"\0") + bytes(bits)

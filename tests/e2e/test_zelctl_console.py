@@ -1,0 +1,59 @@
+"""The administrator's tool as a person sees it: on a terminal, which Wine's console draws on."""
+
+import random
+import re
+
+import pytest
+
+from bitmap_bytes import bitmap_bytes
+from zelctl import Zelctl
+
+VOLUME = "00000000-0000-0000-0000-000000000043"  # Wine's drive C
+BLOCK = 4096
+BLOCKS = 4096
+
+
+@pytest.fixture
+def zelctl(wine):
+    folder = wine.path("C:\\console")
+    folder.mkdir(exist_ok=True)
+    content = random.Random(1).randbytes(BLOCK * BLOCKS)
+    (folder / "source").write_bytes(content)
+    (folder / "copy").write_bytes(bytes(len(content)))
+    (folder / "bitmap").write_bytes(bitmap_bytes(
+        volume=VOLUME, file_id=(folder / "source").stat().st_ino, block_size=BLOCK,
+        file_size=len(content), changed=range(BLOCKS)))
+    return Zelctl(wine)
+
+
+def lines_of(drawn):
+    """The lines without what moves and colours them."""
+    return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", drawn).replace("\r", "").split("\n")
+
+
+@pytest.mark.parametrize("columns, lines", [(80, 25), (120, 50)])
+def test_map_fills_the_terminal_with_shades(zelctl, columns, lines):
+    code, drawn = zelctl.on_terminal(columns, lines, "show", "C:\\console\\bitmap", "--map")
+    assert code == 0
+    shown = lines_of(drawn)
+    assert shown[0] == "   0 bytes  " + "█" * (columns - 13)
+    assert min(lines - 5, BLOCKS // (columns - 13)) <= len(shown) <= lines
+    assert "16.0 MiB of 16.0 MiB changed (100.0 %)" in drawn
+
+
+def test_progress_is_drawn_and_cleared_and_the_result_is_told(zelctl):
+    code, drawn = zelctl.on_terminal(
+        100, 25, "apply", "--bitmap", "C:\\console\\bitmap", "--from", "C:\\console\\source",
+        "--to", "C:\\console\\copy", "--verify")
+    assert code == 0
+    assert re.search(r"copying +\d+\.\d %  .* of 16\.0 MiB", drawn)
+    assert re.search(r"comparing +\d+\.\d %", drawn)
+    result = [line for line in lines_of(drawn) if line]
+    assert result[-1] == "compared: both files are equal"
+    assert "copied 16.0 MiB of 16.0 MiB changed (100.0 %): 4096 of 4096 blocks" in drawn
+
+
+def test_person_is_told_what_a_script_sees_from_the_exit_code(zelctl):
+    code, drawn = zelctl.on_terminal(120, 25, "ping")
+    assert code == 3
+    assert "zelctl: EPT_S_NOT_REGISTERED (1753): no answer from the service" in drawn

@@ -1,0 +1,235 @@
+"""The administrator's tool on bitmap files: what works without the service."""
+
+import random
+import re
+
+import pytest
+
+from bitmap_bytes import bitmap_bytes
+from wine import wait_until
+from zelctl import Zelctl
+
+VOLUME = "00000000-0000-0000-0000-000000000043"  # Wine's drive C
+BLOCK = 4096
+
+
+class Backup:
+    """A tracked file, its copy and a bitmap, in a folder with a name that is not ASCII."""
+
+    def __init__(self, wine):
+        self.folder = "C:\\zelctl Größe 😀"
+        self.path = wine.path(self.folder)
+        self.path.mkdir(exist_ok=True)
+        for left in self.path.iterdir():
+            left.unlink()
+
+    def windows(self, name):
+        return self.folder + "\\" + name
+
+    def file(self, name):
+        return self.path / name
+
+    def write_bitmap(self, changed, **fields):
+        source = self.file("source")
+        fields = {"volume": VOLUME, "file_id": source.stat().st_ino, "block_size": BLOCK,
+                  "file_size": source.stat().st_size} | fields
+        self.file("bitmap").write_bytes(bitmap_bytes(changed=changed, **fields))
+
+    def apply(self, *more):
+        return ("apply", "--bitmap", self.windows("bitmap"), "--from", self.windows("source"),
+                "--to", self.windows("copy"), *more)
+
+    def is_equal(self):
+        return self.file("source").read_bytes() == self.file("copy").read_bytes()
+
+    def names(self):
+        return sorted(entry.name for entry in self.path.iterdir())
+
+
+@pytest.fixture
+def zelctl(wine):
+    return Zelctl(wine)
+
+
+@pytest.fixture
+def backup(wine):
+    made = Backup(wine)
+    made.file("source").write_bytes(random.Random(1).randbytes(100 * BLOCK + 5))
+    made.file("copy").write_bytes(made.file("source").read_bytes())
+    return made
+
+
+def change(backup, blocks, seed):
+    """Writes these blocks of the source and answers its old bytes."""
+    old = backup.file("source").read_bytes()
+    with open(backup.file("source"), "r+b") as source:
+        for block in blocks:
+            source.seek(block * BLOCK)
+            source.write(random.Random(seed + block).randbytes(min(BLOCK, len(old) - block * BLOCK)))
+    return old
+
+
+def test_without_a_service_every_question_ends_with_three(zelctl):
+    for question in (("ping",), ("status",), ("files",), ("bitmaps",), ("track", "C:\\x"),
+                     ("untrack", "C:\\x"), ("sync",), ("copy", "1", "-o", "C:\\x"),
+                     ("delete", "1"), ("show", "0x1")):
+        error = zelctl.json(*question, exit_code=3)["error"]
+        assert error["code"] == 1753 and error["name"] == "EPT_S_NOT_REGISTERED"
+        assert "check" in error["message"]
+    output, errors = zelctl.run("ping", exit_code=3)
+    assert output == "" and errors.startswith("zelctl: EPT_S_NOT_REGISTERED (1753): ")
+    error = zelctl.json("ping", "--server", "127.0.0.1", "--endpoint", "1", exit_code=3)["error"]
+    assert error["name"] == "RPC_S_SERVER_UNAVAILABLE"
+
+
+def test_wrong_usage_ends_with_two(zelctl):
+    for words in ((), ("pong",), ("track",), ("track", "x", "--block-size", "0"),
+                  ("ping", "--protseq", "smoke")):
+        assert zelctl.json(*words, exit_code=2)["error"]["code"] == 0
+        output, errors = zelctl.run(*words, exit_code=2)
+        assert output == "" and errors.startswith("zelctl: ")
+
+
+def test_show_tells_the_header_and_the_ranges(zelctl, backup):
+    backup.write_bitmap([0, 1, 99, 100])
+    answer = zelctl.json("show", backup.windows("bitmap"), "--ranges")
+    assert answer["bitmap"]["volume"] == VOLUME
+    assert answer["bitmap"]["creation_time"] == "2026-01-31T14:38:43.4821376Z"
+    assert answer["bitmap"]["trust"] == "trusted"
+    assert answer["changed"] == {"bytes": 3 * BLOCK + 5, "blocks": 4, "ranges": 2,
+                                 "of_bytes": 100 * BLOCK + 5, "of_blocks": 101}
+    assert answer["ranges"] == [{"offset": 0, "length": 2 * BLOCK},
+                                {"offset": 99 * BLOCK, "length": BLOCK + 5}]
+    output, _ = zelctl.run("show", backup.windows("bitmap"), "--ranges")
+    assert output == f"0 {2 * BLOCK}\n{99 * BLOCK} {BLOCK + 5}\n"
+
+
+def test_show_writes_a_map_in_text_and_as_a_picture(zelctl, backup):
+    backup.write_bitmap([0, 1, 100])
+    output, _ = zelctl.run("show", backup.windows("bitmap"), "--map", "--ascii", "--png",
+                           backup.windows("map.png"))
+    assert output.startswith("   0 bytes  ##....")
+    assert backup.file("map.png").read_bytes().startswith(b"\x89PNG\r\n")
+    assert backup.names() == ["bitmap", "copy", "map.png", "source"]
+
+
+def test_apply_copies_what_changed(zelctl, backup):
+    blocks = [0, 7, 8, 100]
+    change(backup, blocks, seed=10)
+    backup.write_bitmap(blocks)
+    answer = zelctl.json(*backup.apply("--verify"))
+    assert answer["copied_bytes"] == 3 * BLOCK + 5 and answer["copied_ranges"] == 3
+    assert answer["verified"] is True and answer["mode"] == "incremental"
+    assert backup.is_equal()
+    assert backup.names() == ["bitmap", "copy", "source"]
+    assert zelctl.run(*backup.apply()) == ("", "")
+
+
+def test_apply_reads_only_changed_blocks_of_the_source(zelctl, backup, tmp_path):
+    """Watched from below Wine."""
+    blocks = [0, 7, 8, 9, 60]
+    change(backup, blocks, seed=10)
+    backup.write_bitmap(blocks)
+    trace = tmp_path / "trace"
+    zelctl.trace(trace, "read,pread64,readv,preadv,preadv2,mmap", *backup.apply())
+    of_source = [line for line in trace.read_text().splitlines() if "/source>" in line]
+    reads = [re.search(r"pread64\(.*, (\d+), (\d+)\) += (\d+)$", line) for line in of_source]
+    assert reads and all(reads), of_source
+    read = {byte // BLOCK for length, offset, _ in (found.groups() for found in reads)
+            for byte in (int(offset), int(offset) + int(length) - 1)}
+    assert read == {0, 7, 9, 60}  # the first and last block of each read
+    assert sum(int(found[3]) for found in reads) == len(blocks) * BLOCK
+    assert backup.is_equal()
+
+
+def test_apply_takes_growth_and_truncation_over(zelctl, backup):
+    size = backup.file("source").stat().st_size
+    with open(backup.file("source"), "ab") as source:
+        source.write(bytes(range(256)) * 100)
+    backup.write_bitmap([], file_size=size, size_changed=1)
+    assert zelctl.json(*backup.apply("--verify"))["copied_bytes"] == 25600
+    with open(backup.file("source"), "r+b") as source:
+        source.truncate(5000)
+    backup.write_bitmap(range(1, 101), file_size=size, size_changed=1)
+    assert zelctl.json(*backup.apply("--verify"))["copied_bytes"] == 5000 - BLOCK
+    assert backup.is_equal()
+
+
+def test_apply_refuses_what_it_cannot_trust(zelctl, backup):
+    before = backup.file("copy").read_bytes()
+    change(backup, [3], seed=10)
+    for fields, words in (({"unreliable": 1}, "--full"), ({"closed": 0}, "--service-copy"),
+                          ({"file_id": 1}, "--force-identity"),
+                          ({"volume": "12345678-0000-0000-0000-000000000000"}, "--force-identity")):
+        backup.write_bitmap([3], **fields)
+        assert words in zelctl.json(*backup.apply(), exit_code=1)["error"]["message"]
+        assert backup.file("copy").read_bytes() == before
+    backup.file("bitmap").write_bytes(b"MZ" * 300)
+    message = zelctl.json(*backup.apply(), exit_code=1)["error"]["message"]
+    assert "it is no bitmap file" in message
+    assert zelctl.json(*backup.apply("--full", "--verify"))["mode"] == "full"
+    assert backup.is_equal()
+    assert backup.names() == ["bitmap", "copy", "source"]
+
+
+def test_files_that_cannot_be_opened_are_told_by_name_and_number(zelctl, backup):
+    backup.write_bitmap([3])
+    backup.file("copy").unlink()
+    assert "a full copy is needed" in zelctl.json(*backup.apply(), exit_code=1)["error"]["message"]
+    backup.file("source").unlink()
+    error = zelctl.json(*backup.apply(), exit_code=1)["error"]
+    assert error["name"] == "ERROR_FILE_NOT_FOUND" and backup.windows("source") in error["message"]
+    error = zelctl.json("show", "C:\\no such folder\\x", exit_code=1)["error"]
+    assert error["name"] == "ERROR_PATH_NOT_FOUND"
+    error = zelctl.json("show", backup.windows("bitmap"), "--png", "C:\\no such folder\\x",
+                        exit_code=1)["error"]
+    assert error["name"] == "ERROR_PATH_NOT_FOUND"
+
+
+def test_copy_that_another_program_writes_is_left_alone(zelctl, backup):
+    """Two runs at once: the second finds the copy in use. Both end, and the copy is whole."""
+    blocks = range(0, 101)
+    change(backup, blocks, seed=10)
+    backup.write_bitmap(blocks)
+    runs = [zelctl.start(*backup.apply()) for _ in range(4)]
+    codes = [run.wait(60) for run in runs]
+    assert set(codes) <= {0, 1} and 0 in codes
+    assert zelctl.json(*backup.apply("--verify"))["verified"] is True
+    assert backup.names() == ["bitmap", "copy", "source"]
+
+
+def test_apply_that_is_killed_at_twenty_points_is_completed(zelctl, backup):
+    seeds = random.Random(20260203)
+    size = 8192 * BLOCK
+    with open(backup.file("source"), "r+b") as source:
+        source.truncate(size)
+    with open(backup.file("copy"), "r+b") as copy:
+        copy.truncate(size)
+    blocks = range(0, 8192, 2)  # no two together: many small writes
+    mark = backup.file("copy.zelctl-apply")
+    interrupted = 0
+    for number in range(20):
+        change(backup, blocks, seed=number * 10000)
+        backup.write_bitmap(blocks)
+        expected = backup.file("source").read_bytes()
+        point = seeds.choice(blocks) * BLOCK
+
+        run = zelctl.start(*backup.apply())
+        with open(backup.file("copy"), "rb") as copy:
+            def has_come_so_far():
+                copy.seek(point)
+                return run.poll() is not None or copy.read(BLOCK) == expected[point:point + BLOCK]
+            wait_until(has_come_so_far, "the run writes the block", pause_s=0)
+        run.kill()
+        run.wait(20)
+        interrupted += mark.exists()
+        # What the bitmap calls unchanged is as it was, wherever the run was killed.
+        assert backup.file("copy").read_bytes()[BLOCK:2 * BLOCK] == expected[BLOCK:2 * BLOCK]
+        if mark.exists() and number % 2 == 0:  # another bitmap is refused on a half copy
+            backup.write_bitmap(blocks, created=0x01dc92bf4c8a6d01)
+            message = zelctl.json(*backup.apply(), exit_code=1)["error"]["message"]
+            assert "half way" in message
+            backup.write_bitmap(blocks)
+        assert zelctl.json(*backup.apply("--verify"))["verified"] is True
+        assert backup.is_equal() and not mark.exists()
+    assert interrupted > 0, "no run was killed in its middle"

@@ -1,0 +1,77 @@
+"""The administrator's tool as a script calls it."""
+
+import fcntl
+import json
+import os
+import pty
+import struct
+import subprocess
+import termios
+
+from wine import BIN, RUN
+from zelctl_shapes import check_failure, check_success
+
+
+class Zelctl:
+    def __init__(self, wine):
+        self.wine = wine
+
+    def command(self, *arguments):
+        return [RUN, str(BIN / "zelctl.exe"), *arguments]
+
+    def run(self, *arguments, exit_code=0):
+        """Standard output and standard error as text; the exit code must be the one expected."""
+        done = subprocess.run(self.command(*arguments), env=self.wine.environment, timeout=120,
+                              stdin=subprocess.DEVNULL, capture_output=True)
+        assert done.returncode == exit_code, (arguments, done)
+        return done.stdout.decode(), done.stderr.decode()
+
+    def json(self, *arguments, exit_code=0):
+        """The one object that --json prints, with the members that its command must have."""
+        output, errors = self.run(*arguments, "--json", exit_code=exit_code)
+        assert errors == ""
+        answer = json.loads(output)
+        assert answer["ok"] is (exit_code == 0)
+        command = arguments[0] if arguments else ""
+        if exit_code == 0:
+            check_success(command, answer)
+        else:
+            check_failure(command, answer)
+            assert answer["error"]["exit_code"] == exit_code
+        return answer
+
+    def run_in(self, folder, *arguments):
+        """Standard output of a run in that folder (a Linux path)."""
+        done = subprocess.run(self.command(*arguments), env=self.wine.environment, timeout=120,
+                              stdin=subprocess.DEVNULL, capture_output=True, cwd=folder, check=True)
+        return done.stdout.decode()
+
+    def trace(self, trace, calls, *arguments):
+        """Runs to a good end and leaves its calls of the kernel in the file `trace`, paths shown."""
+        strace = ["strace", "-f", "-y", "-s0", "-e", f"trace={calls}", "-o", trace]
+        subprocess.run(strace + self.command(*arguments), env=self.wine.environment, timeout=120,
+                       stdin=subprocess.DEVNULL, capture_output=True, check=True)
+
+    def start(self, *arguments):
+        return subprocess.Popen(self.command(*arguments), env=self.wine.environment,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL)
+
+    def on_terminal(self, columns, lines, *arguments):
+        """The exit code of a run on a terminal of that size, and the text that was drawn on it."""
+        ours, its = pty.openpty()
+        fcntl.ioctl(its, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
+        process = subprocess.Popen(self.command(*arguments), stdin=its, stdout=its, stderr=its,
+                                   env=self.wine.environment | {"TERM": "xterm"},
+                                   start_new_session=True)
+        os.close(its)
+        drawn = b"".join(iter(lambda: read_or_end(ours), b""))
+        os.close(ours)
+        return process.wait(60), drawn.decode()
+
+
+def read_or_end(descriptor):
+    try:
+        return os.read(descriptor, 1 << 16)
+    except OSError:  # nobody has the terminal any more
+        return b""

@@ -1,0 +1,368 @@
+// The tool as a whole: every command's answer in text and JSON, its failures and exit codes.
+#include "zelctl/run.h"
+
+#include "tests/unit/support/tool_fixture.h"
+#include "zelctl/command_line.h"
+
+namespace zel::ctl {
+namespace {
+
+using nlohmann::ordered_json;
+using test::Bytes;
+using test::kBitmap;
+using test::kCreated;
+using test::kFile;
+using test::kVolume;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kId[] = "0x000500000001a9f0";
+
+class RunTest : public test::ToolTest {
+ protected:
+  void TrackTwoFiles() {
+    server.files = {{.file = {kVolume, kFile}, .path = "C:\\data\\One.vhdx", .bitmaps = {kBitmap}},
+                    {.file = {kVolume, 9}, .path = "C:\\data\\two", .bitmaps = {}}};
+    server.bitmaps = {{.id = kBitmap,
+                       .file = {kVolume, kFile},
+                       .block_size = 65'536,
+                       .creation_time = kCreated,
+                       .file_size = 515,
+                       .file_name = "\\\\?\\C:\\cbt\\x"}};
+  }
+  void Serve(Bytes bitmap) { server.contents[kBitmap] = std::move(bitmap); }
+};
+
+TEST_F(RunTest, PingSaysNothingToAScriptAndTheBestToAPerson) {
+  EXPECT_EQ(Run({"ping"}), 0);
+  EXPECT_EQ(terminal.printed, "");
+  terminal.to_person = true;
+  EXPECT_EQ(Run({"ping"}), 0);
+  EXPECT_EQ(terminal.printed, "the service answers\n");
+  EXPECT_EQ(RunJson({"ping"}).dump(), R"({"ok":true})");
+  EXPECT_THAT(server.calls, ElementsAre("Ping", "Ping", "Ping"));
+}
+
+TEST_F(RunTest, NoServiceEndsWithThreeAndSaysWhatToCheck) {
+  server.answers["Ping"] = {.rpc_status = 1722, .code = 0};
+  EXPECT_EQ(Run({"ping"}), 3);
+  EXPECT_EQ(terminal.printed, "");
+  EXPECT_EQ(
+      terminal.notes,
+      "zelctl: RPC_S_SERVER_UNAVAILABLE (1722): no answer from the service on this machine "
+      "over ncalrpc: RPC server unavailable; check there that ZelService is running (sc query "
+      "ZelService)\n");
+  EXPECT_EQ(Run({"ping", "--server", "there", "--endpoint", "99"}), 3);
+  EXPECT_THAT(terminal.notes, HasSubstr("on there over ncacn_ip_tcp at 99"));
+  EXPECT_THAT(terminal.notes, HasSubstr("firewall"));
+}
+
+TEST_F(RunTest, EachWayOfNotGettingThroughHasItsAdvice) {
+  const std::pair<std::uint32_t, const char*> advice[] = {
+      {1703, "--protseq"}, {5, "administrator"}, {1726, "may have ended"}, {1783, "log"}};
+  for (const auto& [status, words] : advice) {
+    server.answers["Ping"] = {.rpc_status = status, .code = 0};
+    EXPECT_EQ(Run({"ping"}), 3);
+    EXPECT_THAT(terminal.notes, HasSubstr(words)) << status;
+  }
+}
+
+TEST_F(RunTest, FailureInJsonHasItsCodeNameAndSentence) {
+  server.answers["Ping"] = {.rpc_status = 1722, .code = 0};
+  const ordered_json error = RunJson({"ping"}, 3)["error"];
+  EXPECT_EQ(error["exit_code"], 3);
+  EXPECT_EQ(error["code"], 1722);
+  EXPECT_EQ(error["name"], "RPC_S_SERVER_UNAVAILABLE");
+  EXPECT_THAT(error["message"].get<std::string>(), HasSubstr("no answer"));
+}
+
+TEST_F(RunTest, EveryCommandThatAsksTheServiceEndsWithThreeWithoutOne) {
+  for (const char* call : {"Ping", "GetTrackedFiles", "CopyBitmap", "StartTracking", "StopTracking",
+                           "DeleteBitmap", "SynchronizeBitmaps", "GetDriverStatus"}) {
+    server.answers[call] = {.rpc_status = 1722, .code = 0};
+  }
+  machine.At("C:\\a");
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"ping"},
+        {"status"},
+        {"files"},
+        {"bitmaps"},
+        {"track", "C:\\a"},
+        {"untrack", "C:\\a"},
+        {"sync"},
+        {"copy", "1", "-o", "x"},
+        {"delete", "1"},
+        {"show", "0x1"},
+        {"apply", "--bitmap", "0x1", "--from", "C:\\a", "--to", "C:\\b"}}) {
+    EXPECT_EQ(RunJson(arguments, 3)["error"]["code"], 1722) << arguments[0];
+  }
+  EXPECT_FALSE(machine.files.contains("x"));
+}
+
+TEST_F(RunTest, UsageFailureEndsWithTwo) {
+  EXPECT_EQ(Run({"pong"}), 2);
+  EXPECT_THAT(terminal.notes, testing::StartsWith("zelctl: "));
+  EXPECT_EQ(RunJson({"track"}, 2)["error"]["exit_code"], 2);
+  EXPECT_THAT(server.calls, IsEmpty());
+}
+
+TEST_F(RunTest, StatusCountsAndAsksTheDriver) {
+  TrackTwoFiles();
+  EXPECT_EQ(RunJson({"status"}).dump(),
+            R"({"ok":true,"tracked_files":2,"bitmaps":1,"driver":true})");
+  EXPECT_EQ(Run({"status"}), 0);
+  EXPECT_THAT(terminal.printed, HasSubstr("tracked files  2\nbitmaps        1\n"));
+}
+
+TEST_F(RunTest, StatusWithoutADriverCountsAllTheSame) {
+  TrackTwoFiles();
+  server.answers["GetDriverStatus"] = {.rpc_status = 0, .code = 0x80070006};
+  const ordered_json json = RunJson({"status"}, 1);
+  EXPECT_EQ(json["tracked_files"], 2);
+  EXPECT_EQ(json["driver"], false);
+  EXPECT_EQ(json["error"]["code"], 0x80070006);
+  EXPECT_EQ(Run({"status"}), 1);
+  EXPECT_THAT(terminal.printed, HasSubstr("driver         does not answer"));
+}
+
+TEST_F(RunTest, FilesAreListedWithTheirBitmaps) {
+  TrackTwoFiles();
+  EXPECT_EQ(Run({"files"}), 0);
+  EXPECT_EQ(terminal.printed,
+            "8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e  0x000300000001a2b4  1  C:\\data\\One.vhdx\n"
+            "8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e  0x0000000000000009  0  C:\\data\\two\n");
+  EXPECT_EQ(RunJson({"files"})["files"][0].dump(),
+            R"({"path":"C:\\data\\One.vhdx","volume":"8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e",)"
+            R"("file_id":"0x000300000001a2b4","bitmap_ids":["0x000500000001a9f0"]})");
+}
+
+TEST_F(RunTest, NothingTrackedIsAnEmptyList) {
+  EXPECT_EQ(Run({"files"}), 0);
+  EXPECT_EQ(terminal.printed, "");
+  EXPECT_EQ(RunJson({"files"}).dump(), R"({"ok":true,"files":[]})");
+  EXPECT_EQ(RunJson({"bitmaps"}).dump(), R"({"ok":true,"bitmaps":[]})");
+}
+
+TEST_F(RunTest, BitmapsOfAllFilesAreListed) {
+  TrackTwoFiles();
+  EXPECT_EQ(Run({"bitmaps"}), 0);
+  EXPECT_EQ(terminal.printed,
+            std::string(kId) + "  2026-01-31T14:38:43.4821376Z  64.0 KiB  C:\\data\\One.vhdx\n");
+  EXPECT_THAT(server.calls, ElementsAre("GetTrackedFiles", "ListBitmaps", "ListBitmaps"));
+  EXPECT_EQ(RunJson({"bitmaps"})["bitmaps"][0].dump(),
+            R"({"bitmap_id":"0x000500000001a9f0","path":"C:\\data\\One.vhdx",)"
+            R"("volume":"8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e","file_id":"0x000300000001a2b4",)"
+            R"("block_size":65536,"creation_time":"2026-01-31T14:38:43.4821376Z",)"
+            R"("bitmap_file_size":515,"bitmap_file":"\\\\?\\C:\\cbt\\x"})");
+}
+
+TEST_F(RunTest, BitmapsOfOneFileAreFoundByItsPathInAnyCase) {
+  TrackTwoFiles();
+  EXPECT_EQ(RunJson({"bitmaps", "c:\\DATA\\one.VHDX"})["bitmaps"].size(), 1u);
+  EXPECT_EQ(RunJson({"bitmaps", "C:\\data\\two"})["bitmaps"].size(), 0u);
+  const ordered_json error = RunJson({"bitmaps", "C:\\data\\three"}, 1)["error"];
+  EXPECT_EQ(error["code"], 2);
+  EXPECT_EQ(error["message"], "C:\\data\\three is not tracked");
+}
+
+TEST_F(RunTest, RelativePathIsOfThisMachineUnlessAnotherIsAsked) {
+  EXPECT_EQ(Run({"untrack", "data"}), 0);
+  EXPECT_EQ(Run({"untrack", "data", "--server", "there"}), 0);
+  EXPECT_THAT(server.calls, ElementsAre("StopTracking C:\\here\\data", "StopTracking data"));
+}
+
+TEST_F(RunTest, TrackPrintsTheNewBitmapsId) {
+  EXPECT_EQ(Run({"track", "C:\\a", "--block-size", "1M"}), 0);
+  EXPECT_EQ(terminal.printed, std::string(kId) + "\n");
+  const ordered_json json = RunJson({"track", "C:\\a", "--block-size", "1M"});
+  EXPECT_EQ(json["bitmap_id"], kId);
+  EXPECT_EQ(json["block_size"], 1 << 20);
+  EXPECT_FALSE(json.contains("bitmap_file"));
+}
+
+TEST_F(RunTest, EachRefusalToTrackHasItsWords) {
+  const std::pair<std::uint32_t, const char*> refusals[] = {
+      {1110, "zelctl: ERROR_MEDIA_CHANGED (1110): C:\\a is tracked under another file id"},
+      {122, "zelctl: ERROR_INSUFFICIENT_BUFFER (122): C:\\a is smaller than 4096 bytes"},
+      {2, "zelctl: ERROR_FILE_NOT_FOUND (2): there is no C:\\a"},
+      {1, "could not be made"},
+      {1460, "zelctl: ERROR_TIMEOUT (1460): the driver did not confirm"},
+      {1115, "stopping"},
+      {5, "zelctl: ERROR_ACCESS_DENIED (5): cannot track C:\\a: Access denied"},
+      {65000, "zelctl: 65000: cannot track C:\\a: Unknown error code"}};
+  for (const auto& [code, words] : refusals) {
+    server.answers["StartTracking"] = {.rpc_status = 0, .code = code};
+    EXPECT_EQ(Run({"track", "C:\\a"}), 1);
+    EXPECT_THAT(terminal.notes, HasSubstr(words));
+    EXPECT_EQ(RunJson({"track", "C:\\a"}, 1)["error"]["code"], code);
+  }
+}
+
+TEST_F(RunTest, UntrackOfAnUntrackedFileIsRefused) {
+  server.answers["StopTracking"] = {.rpc_status = 0, .code = 2};
+  EXPECT_EQ(Run({"untrack", "C:\\a"}), 1);
+  EXPECT_EQ(terminal.notes, "zelctl: ERROR_FILE_NOT_FOUND (2): C:\\a is not tracked\n");
+}
+
+TEST_F(RunTest, SyncAsksForNowOrTheTimeThatIsTold) {
+  machine.now = 116'444'736'000'000'000;
+  EXPECT_EQ(RunJson({"sync"}).dump(),
+            R"({"ok":true,"time":"1970-01-01T00:00:00.0000000Z","filetime":116444736000000000})");
+  EXPECT_EQ(Run({"sync", "--to", "1970-01-01T00:00:01Z"}), 0);
+  EXPECT_EQ(Run({"sync", "--to", "7"}), 0);
+  EXPECT_THAT(server.calls,
+              ElementsAre("SynchronizeBitmaps 116444736000000000",
+                          "SynchronizeBitmaps 116444736010000000", "SynchronizeBitmaps 7"));
+}
+
+TEST_F(RunTest, SyncThatTimesOutSaysWhyItMay) {
+  server.answers["SynchronizeBitmaps"] = {.rpc_status = 0, .code = 1460};
+  EXPECT_EQ(Run({"sync"}), 1);
+  EXPECT_THAT(terminal.notes, HasSubstr("ERROR_TIMEOUT (1460): the driver's reports"));
+}
+
+TEST_F(RunTest, CopyWritesTheBitmapAsAClosedFile) {
+  Bytes in_use = test::MakeBitmapBytes(1'114'113, 65'536);
+  test::SetBit(in_use, 3);
+  const Bytes closed = in_use;
+  test::ChangeHeader(in_use, [](BitmapHeader& header) { header.ClosedCleanly = 0; });
+  Serve(in_use);
+  EXPECT_EQ(RunJson({"copy", kId, "-o", "out"}).dump(),
+            R"({"ok":true,"bitmap_id":"0x000500000001a9f0","output":"out","bytes":515,)"
+            R"("trust":"trusted"})");
+  EXPECT_EQ(machine.At("out").bytes, closed);
+  EXPECT_EQ(machine.files.size(), 1u);
+}
+
+TEST_F(RunTest, CopyThatFailsLeavesNoFile) {
+  EXPECT_EQ(RunJson({"copy", "77", "-o", "out"}, 1)["error"]["message"],
+            "there is no bitmap 0x0000000000000077");
+  Serve(Bytes(600));
+  EXPECT_THAT(RunJson({"copy", kId, "-o", "out"}, 1)["error"]["message"].get<std::string>(),
+              HasSubstr("cannot be used: it is no bitmap file"));
+  Serve(test::MakeBitmapBytes(4096, 4096));
+  machine.unwritable = "out";
+  EXPECT_EQ(RunJson({"copy", kId, "-o", "out"}, 1)["error"]["name"], "ERROR_ACCESS_DENIED");
+  EXPECT_TRUE(machine.files.empty());
+}
+
+TEST_F(RunTest, CopyThatFailsAnywhereLeavesTheOldFile) {
+  Serve(test::MakeBitmapBytes(4096, 4096));
+  machine.At("out").bytes = Bytes(3);
+  for (int change = 0; change < 4; ++change) {
+    machine.death = {.changes = 0, .fail_at = change};
+    EXPECT_EQ(Run({"copy", kId, "-o", "out"}), 1) << change;
+    EXPECT_EQ(machine.At("out").bytes, Bytes(3)) << change;
+  }
+  machine.death = {};
+  EXPECT_EQ(Run({"copy", kId, "-o", "out"}), 0);
+  EXPECT_EQ(machine.At("out").bytes.size(), 513u);
+}
+
+TEST_F(RunTest, DeleteTellsHowFarItCame) {
+  EXPECT_EQ(RunJson({"delete", "1", "0x2"}).dump(),
+            R"({"ok":true,"deleted":["0x0000000000000001","0x0000000000000002"]})");
+  server.answers["DeleteBitmap"] = {.rpc_status = 0, .code = 5};
+  EXPECT_THAT(RunJson({"delete", "1", "2"}, 1)["deleted"], IsEmpty());
+}
+
+TEST_F(RunTest, ShowPrintsTheHeaderAndHowMuchChanged) {
+  Bytes bitmap = test::MakeBitmapBytes(1'114'113, 65'536);
+  test::SetBit(bitmap, 0);
+  test::SetBit(bitmap, 17);
+  Serve(bitmap);
+  EXPECT_EQ(Run({"show", kId}), 0);
+  EXPECT_EQ(terminal.printed,
+            "bitmap         0x000500000001a9f0\n"
+            "volume         8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e\n"
+            "file id        0x000300000001a2b4\n"
+            "created        2026-01-31T14:38:43.4821376Z\n"
+            "last update    2026-01-31T14:38:43.4821376Z\n"
+            "block size     64.0 KiB (65536 bytes)\n"
+            "file size then 1.1 MiB (1114113 bytes)\n"
+            "size changed   no\n"
+            "state          trusted\n"
+            "64.0 KiB of 1.1 MiB changed (5.9 %): 2 of 18 blocks of 64.0 KiB, in 2 ranges\n");
+  EXPECT_EQ(RunJson({"show", kId}).dump(),
+            R"({"ok":true,"bitmap":{"bitmap_id":"0x000500000001a9f0",)"
+            R"("volume":"8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e","file_id":"0x000300000001a2b4",)"
+            R"("creation_time":"2026-01-31T14:38:43.4821376Z",)"
+            R"("last_update_time":"2026-01-31T14:38:43.4821376Z","block_size":65536,)"
+            R"("file_size":1114113,"bitmap_size":3,"size_changed":false,"version":22,)"
+            R"("trust":"trusted"},"changed":{"bytes":65537,"blocks":2,"ranges":2,)"
+            R"("of_bytes":1114113,"of_blocks":18}})");
+}
+
+TEST_F(RunTest, ShowListsRangesAndDrawsMaps) {
+  Bytes bitmap = test::MakeBitmapBytes(1'114'113, 65'536);
+  for (const int block : {0, 7, 8, 17}) test::SetBit(bitmap, block);
+  machine.At("bitmap").bytes = bitmap;
+  EXPECT_EQ(Run({"show", "bitmap", "--ranges"}), 0);
+  EXPECT_EQ(terminal.printed, "0 65536\n458752 131072\n1114112 1\n");
+  EXPECT_EQ(Run({"show", "bitmap", "--map"}), 0);
+  EXPECT_THAT(terminal.printed, testing::StartsWith("   0 bytes  #......##........#\n"));
+  const ordered_json json = RunJson({"show", "bitmap", "--ranges", "--map"});
+  EXPECT_EQ(json["ranges"][1].dump(), R"({"offset":458752,"length":131072})");
+  EXPECT_EQ(json["map"].size(), 18u);
+  EXPECT_EQ(json["map"][7].dump(), R"({"offset":458752,"share":1.0})");
+  EXPECT_THAT(server.calls, IsEmpty());
+}
+
+TEST_F(RunTest, ShowWritesAPicture) {
+  machine.At("bitmap").bytes = test::MakeBitmapBytes(1'114'113, 65'536);
+  EXPECT_EQ(RunJson({"show", "bitmap", "--png", "map.png"})["png"], "map.png");
+  const Bytes& png = machine.At("map.png").bytes;
+  ASSERT_GT(png.size(), 8u);
+  EXPECT_EQ(png[1], std::byte{'P'});
+  machine.unwritable = "map.png";
+  EXPECT_EQ(Run({"show", "bitmap", "--png", "map.png"}), 1);
+}
+
+TEST_F(RunTest, ShowTellsBitmapsThatCannotBeTrusted) {
+  Bytes bitmap = test::MakeBitmapBytes(8192, 4096);
+  test::ChangeHeader(bitmap, [](BitmapHeader& header) { header.ClosedCleanly = 0; });
+  machine.At("bitmap").bytes = bitmap;
+  Serve(bitmap);
+  EXPECT_EQ(RunJson({"show", "bitmap"})["bitmap"]["trust"], "in_use");
+  EXPECT_EQ(RunJson({"show", "bitmap", "--service-copy"})["bitmap"]["trust"], "trusted");
+  EXPECT_EQ(RunJson({"show", kId})["bitmap"]["trust"], "trusted");
+  test::ChangeHeader(machine.At("bitmap").bytes, [](BitmapHeader& header) {
+    header.Unreliable = 1;
+    header.SizeChanged = 1;
+  });
+  EXPECT_EQ(RunJson({"show", "bitmap"})["bitmap"]["trust"], "unreliable");
+  EXPECT_EQ(Run({"show", "bitmap"}), 0);
+  EXPECT_THAT(terminal.printed, HasSubstr("UNRELIABLE"));
+  EXPECT_THAT(terminal.printed, HasSubstr("size changed   yes"));
+}
+
+TEST_F(RunTest, FileThatIsNoBitmapIsRefusedWithItsReason) {
+  machine.At("bitmap").bytes = Bytes(100);
+  EXPECT_EQ(RunJson({"show", "bitmap"}, 1)["error"]["message"],
+            "bitmap cannot be used: it has 100 bytes, fewer than a header's 512");
+  EXPECT_EQ(RunJson({"show", "none"}, 1)["error"]["code"], 2);
+}
+
+TEST_F(RunTest, HelpVersionAndCompletionNeedNoService) {
+  EXPECT_EQ(Run({"--version"}), 0);
+  EXPECT_THAT(terminal.printed, testing::StartsWith("zelctl 1."));
+  EXPECT_EQ(Run({"help", "apply"}), 0);
+  EXPECT_EQ(terminal.printed, HelpText("apply"));
+  EXPECT_EQ(RunJson({"help", "apply"})["text"], HelpText("apply").value());
+  EXPECT_EQ(Run({"completion", "bash"}), 0);
+  EXPECT_THAT(terminal.printed, HasSubstr("complete -o default"));
+  EXPECT_THAT(server.calls, IsEmpty());
+}
+
+TEST_F(RunTest, TextThatIsNoUtf8StillMakesJson) {
+  EXPECT_EQ(RunJson({"untrack", "C:\\\xFF"})["path"], "C:\\\xEF\xBF\xBD");
+}
+
+TEST_F(RunTest, OutputThatCannotBeWrittenIsAFailure) {
+  terminal.is_closed = true;
+  EXPECT_EQ(Run({"files"}), 1);
+}
+
+}  // namespace
+}  // namespace zel::ctl

@@ -1,0 +1,50 @@
+// A bitmap's header and bits, read from a file or from the service. Pure.
+//
+// Format: docs/file-format.md.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "bitmap/bitmap_header.h"
+
+namespace zel::ctl {
+
+// Who the bytes come from.
+enum class BitmapOrigin {
+  kFile,     // a bitmap file that nobody may be using
+  kService,  // the service, in whose use it was
+};
+
+enum class Trust {
+  kTrusted,     // every block that was written has its bit
+  kUnreliable,  // changes may be missing
+  kInUse,       // a file that the service is using, or that it left behind when it died
+};
+
+struct BitmapFile {
+  BitmapHeader header;
+  std::vector<std::byte> bytes;  // header and bits
+  BitmapOrigin origin = BitmapOrigin::kFile;
+
+  [[nodiscard]] std::span<const std::byte> bits() const {
+    return std::span(bytes).subspan(kBitmapHeaderSize, header.BitmapSize);
+  }
+};
+
+// None for success; otherwise what is wrong with the bytes, and `bitmap` is unchanged then. A
+// bitmap that was read has a block size and a bit for each block of its file size; what old
+// versions write differently in the header reads as in new ones.
+[[nodiscard]] std::optional<std::string> ReadBitmap(std::vector<std::byte> bytes,
+                                                    BitmapOrigin origin, BitmapFile& bitmap);
+
+[[nodiscard]] Trust TrustOf(const BitmapFile& bitmap);
+
+// The bitmap as a file of its own, for somebody who got it from the service: nobody uses that file.
+void MarkClosed(BitmapFile& bitmap);
+
+}  // namespace zel::ctl

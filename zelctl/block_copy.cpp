@@ -1,0 +1,117 @@
+#include "zelctl/block_copy.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace zel::ctl {
+
+namespace {
+
+using Step = CopyFault::Step;
+using MaybeFault = std::optional<CopyFault>;
+
+constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
+
+MaybeFault Check(Step step, std::uint32_t code) {
+  if (code == 0) return std::nullopt;
+  return CopyFault{.step = step, .code = code};
+}
+
+// Copies ranges through one buffer and counts their bytes.
+class RangeCopier {
+ public:
+  RangeCopier(SourceFile& source, TargetFile& copy, const ByteCounter& done)
+      : source_(source), copy_(copy), done_(done), buffer_(kPieceBytes) {}
+
+  [[nodiscard]] MaybeFault Copy(ByteRange range) {
+    while (range.length > 0) {
+      const std::span piece =
+          std::span(buffer_).first(std::min<std::uint64_t>(range.length, buffer_.size()));
+      MaybeFault fault = Check(Step::kReadSource, source_.Read(range.offset, piece));
+      if (!fault) fault = Check(Step::kWriteCopy, copy_.Write(range.offset, piece));
+      if (fault) return fault;
+      range.offset += piece.size();
+      range.length -= piece.size();
+      done_(bytes_ += piece.size());
+    }
+    return std::nullopt;
+  }
+
+ private:
+  SourceFile& source_;
+  TargetFile& copy_;
+  const ByteCounter& done_;
+  std::vector<std::byte> buffer_;
+  std::uint64_t bytes_ = 0;
+};
+
+// next(range) says whether there is one more range.
+template <class NextRange>
+MaybeFault CopyRanges(NextRange next, std::uint64_t source_size, SourceFile& source,
+                      TargetFile& copy, const ByteCounter& done) {
+  // First, so that a device without room for the copy says so at once.
+  if (MaybeFault fault = Check(Step::kResizeCopy, copy.SetSize(source_size))) return fault;
+  RangeCopier copier(source, copy, done);
+  for (ByteRange range; next(range);) {
+    if (MaybeFault fault = copier.Copy(range)) return fault;
+  }
+  return Check(Step::kFlushCopy, copy.Flush());
+}
+
+}  // namespace
+
+MaybeFault CopyChanges(const BitmapFile& bitmap, std::uint64_t source_size, SourceFile& source,
+                       TargetFile& copy, const ByteCounter& done) {
+  ChangedRanges ranges(bitmap, source_size);
+  return CopyRanges([&](ByteRange& range) { return ranges.Next(range); }, source_size, source, copy,
+                    done);
+}
+
+MaybeFault CopyWhole(std::uint64_t source_size, SourceFile& source, TargetFile& copy,
+                     const ByteCounter& done) {
+  bool is_next = source_size > 0;
+  const auto whole = [&](ByteRange& range) {
+    range = {.offset = 0, .length = source_size};
+    return std::exchange(is_next, false);
+  };
+  return CopyRanges(whole, source_size, source, copy, done);
+}
+
+MaybeFault CompareWhole(SourceFile& source, SourceFile& copy,
+                        std::optional<std::uint64_t>& difference, const ByteCounter& done) {
+  std::uint64_t source_size = 0;
+  std::uint64_t copy_size = 0;
+  MaybeFault fault = Check(Step::kReadSource, source.GetSize(source_size));
+  if (!fault) fault = Check(Step::kReadCopy, copy.GetSize(copy_size));
+  if (fault) return fault;
+  const std::uint64_t common = std::min(source_size, copy_size);
+  std::vector<std::byte> theirs(kPieceBytes);
+  std::vector<std::byte> ours(kPieceBytes);
+  for (std::uint64_t at = 0; at < common;) {
+    const std::size_t count = std::min<std::uint64_t>(common - at, kPieceBytes);
+    fault = Check(Step::kReadSource, source.Read(at, std::span(theirs).first(count)));
+    if (!fault) fault = Check(Step::kReadCopy, copy.Read(at, std::span(ours).first(count)));
+    if (fault) return fault;
+    const auto end = theirs.begin() + static_cast<std::ptrdiff_t>(count);
+    const auto differing = std::mismatch(theirs.begin(), end, ours.begin()).first;
+    if (differing != end) {
+      difference = at + static_cast<std::uint64_t>(differing - theirs.begin());
+      return std::nullopt;
+    }
+    done(at += count);
+  }
+  difference = source_size == copy_size ? std::nullopt : std::optional(common);
+  return std::nullopt;
+}
+
+bool HasAllUnchanged(const BitmapFile& bitmap, std::uint64_t source_size, std::uint64_t copy_size) {
+  std::uint64_t at = 0;  // everything before it is changed, or the copy has it
+  ChangedRanges ranges(bitmap, source_size);
+  for (ByteRange range; at < source_size && ranges.Next(range); at = range.end()) {
+    if (range.offset > at && range.offset > copy_size) return false;
+  }
+  return at >= source_size || copy_size >= source_size;
+}
+
+}  // namespace zel::ctl

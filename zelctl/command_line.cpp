@@ -1,0 +1,348 @@
+#include "zelctl/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "zelctl/completion.h"
+#include "zelctl/id_text.h"
+#include "zelctl/manual.h"
+#include "zelctl/size_text.h"
+#include "zelctl/time_text.h"
+
+namespace zel::ctl {
+
+namespace {
+
+constexpr char kProgram[] = "zelctl";
+constexpr char kCommonGroup[] = "Common";  // the options of every command
+const std::vector<std::string> kShells = {"powershell", "bash"};
+
+[[noreturn]] void RefuseValue(const std::string& name, const std::string& reason) {
+  throw CLI::ValidationError(name, reason);
+}
+
+BitmapId ReadId(const std::string& text) {
+  const std::optional<BitmapId> id = ParseId(text);
+  if (!id) RefuseValue("ID", "'" + text + "' is no id: up to 16 hexadecimal digits");
+  return *id;
+}
+
+// An id is told from a file by its 0x.
+BitmapChoice ReadBitmapChoice(const std::string& text) {
+  if (text.starts_with("0x") || text.starts_with("0X")) return {.id = ReadId(text), .file = {}};
+  return {.id = 0, .file = text};
+}
+
+std::uint32_t ReadBlockSize(const std::string& text) {
+  const std::optional<std::uint64_t> size = ParseSize(text);
+  if (!size || *size == 0 || *size > std::numeric_limits<std::uint32_t>::max()) {
+    RefuseValue("--block-size", "'" + text + "' is no block size: 1 to 4294967295, or 64K, 1M");
+  }
+  return static_cast<std::uint32_t>(*size);
+}
+
+// Without the words in the option's help, which names them itself.
+CLI::Validator OneOf(const std::vector<std::string>& words) {
+  return CLI::IsMember(words).description("");
+}
+
+// The grammar, writing what it reads into `request`.
+class Grammar {
+ public:
+  explicit Grammar(Request& request) : request_(request), app_("", kProgram) {
+    app_.allow_windows_style_options(false);
+    app_.set_help_flag("-h,--help", "print help");
+    // A word behind a command is never another command.
+    app_.require_subcommand(0, 1);
+    app_.add_flag_callback(
+        "--version", [this] { request_.command = Command::kVersion; }, "print the version");
+    AddCommonOptions(app_);
+    AddQuestions();
+    AddTracking();
+    AddBitmapCommands();
+    AddShow();
+    AddApply();
+    AddTexts();
+  }
+
+  CLI::App& app() { return app_; }
+
+ private:
+  CLI::App* Add(Command command, std::string_view name) {
+    CLI::App* const sub =
+        app_.add_subcommand(std::string(name), std::string(CommandPage(name).summary));
+    AddCommonOptions(*sub);
+    sub->parse_complete_callback([this, command] { request_.command = command; });
+    return sub;
+  }
+
+  // They may stand before and behind the command.
+  void AddCommonOptions(CLI::App& app) {
+    app.option_defaults()->group(kCommonGroup);
+    app.add_flag("--json", request_.json, "answer in JSON, failures included");
+    app.add_option("--server", request_.server, "the machine to ask; this one unless told")
+        ->type_name("NAME");
+    app.add_option("--protseq", request_.protseq, "ncalrpc, ncacn_ip_tcp, ncacn_np or ncacn_http")
+        ->type_name("WORD")
+        ->check(OneOf({"ncalrpc", "ncacn_ip_tcp", "ncacn_np", "ncacn_http"}));
+    app.add_option("--endpoint", request_.endpoint,
+                   "port or pipe; the machine is asked unless told")
+        ->type_name("WORD");
+    app.option_defaults()->group("Options");
+  }
+
+  void AddQuestions() {
+    Add(Command::kPing, "ping");
+    Add(Command::kStatus, "status");
+    Add(Command::kFiles, "files");
+    Add(Command::kBitmaps, "bitmaps")
+        ->add_option("PATH", request_.path, "of one tracked file; all of them unless told");
+  }
+
+  void AddTracking() {
+    CLI::App* const track = Add(Command::kTrack, "track");
+    track->add_option("PATH", request_.path, "of the file")->required();
+    track
+        ->add_option_function<std::string>(
+            "--block-size",
+            [this](const std::string& text) { request_.block_size = ReadBlockSize(text); },
+            "bytes of the file for one bit; 64K unless told")
+        ->type_name("SIZE");
+    Add(Command::kUntrack, "untrack")->add_option("PATH", request_.path, "of the file")->required();
+    Add(Command::kSync, "sync")
+        ->add_option_function<std::string>(
+            "--to",
+            [this](const std::string& text) {
+              if (!ParseTime(text, 0)) RefuseValue("--to", "'" + text + "' is no time");
+              request_.time = text;
+            },
+            "the point in time; now unless told")
+        ->type_name("TIME");
+  }
+
+  void AddBitmapCommands() {
+    CLI::App* const copy = Add(Command::kCopy, "copy");
+    copy->add_option_function<std::string>(
+            "ID", [this](const std::string& text) { request_.ids = {ReadId(text)}; },
+            "of the bitmap")
+        ->required();
+    copy->add_option("-o,--output", request_.output, "the file to write")
+        ->required()
+        ->type_name("FILE");
+    Add(Command::kDelete, "delete")
+        ->add_option_function<std::vector<std::string>>(
+            "ID",
+            [this](const std::vector<std::string>& texts) {
+              for (const std::string& text : texts) request_.ids.push_back(ReadId(text));
+            },
+            "of each bitmap")
+        ->required();
+  }
+
+  void AddServiceCopy(CLI::App* command) {
+    command->add_flag("--service-copy", request_.service_copy,
+                      "the service sent the bitmap file to somebody");
+  }
+
+  void AddShow() {
+    CLI::App* const show = Add(Command::kShow, "show");
+    show->add_option_function<std::string>(
+            "BITMAP", [this](const std::string& text) { request_.bitmap = ReadBitmapChoice(text); },
+            "an id with its 0x, or a bitmap file")
+        ->required();
+    show->add_flag("--ranges", request_.ranges, "list offset and length of what changed");
+    show->add_flag("--map", request_.map, "draw the file");
+    show->add_flag("--ascii", request_.ascii, "draw with plain characters");
+    show->add_option("--png", request_.png, "write the drawing as a picture")->type_name("FILE");
+    AddServiceCopy(show);
+  }
+
+  void AddApply() {
+    CLI::App* const apply = Add(Command::kApply, "apply");
+    apply
+        ->add_option_function<std::string>(
+            "--bitmap",
+            [this](const std::string& text) {
+              request_.bitmap = ReadBitmapChoice(text);
+              request_.has_bitmap = true;
+            },
+            "an id with its 0x, or a bitmap file")
+        ->type_name("BITMAP");
+    apply->add_option("--from", request_.from, "the tracked file")->required()->type_name("SOURCE");
+    apply->add_option("--to", request_.to, "its copy")->required()->type_name("COPY");
+    apply->add_flag("--verify", request_.verify, "compare both files whole afterwards");
+    apply->add_flag("--full", request_.full, "copy everything, whatever the bitmap says");
+    apply->add_flag("--force-identity", request_.force_identity,
+                    "take the bitmap though it names another file");
+    apply->add_flag("--no-sync", request_.no_sync, "do not synchronize the bitmap first");
+    AddServiceCopy(apply);
+  }
+
+  void AddTexts() {
+    Add(Command::kCompletion, "completion")
+        ->add_option("SHELL", request_.text, "powershell or bash")
+        ->required()
+        ->check(OneOf(kShells));
+    Add(Command::kHelp, "help")->add_option("TOPIC", request_.text, "a command or a topic");
+  }
+
+  Request& request_;
+  CLI::App app_;
+};
+
+// A command's help names those of every command in one line.
+bool IsListed(const CLI::App& app, const CLI::Option& option) {
+  return app.get_parent() == nullptr || option.get_group() != kCommonGroup;
+}
+
+std::string OptionLines(const CLI::App& app) {
+  constexpr std::size_t kColumn = 24;
+  std::string lines;
+  for (const CLI::Option* option : app.get_options()) {
+    if (!IsListed(app, *option)) continue;
+    std::string left = "  " + option->get_name(true, true);
+    if (!option->get_positional() && option->get_expected_max() > 0 &&
+        !option->get_type_name().empty()) {
+      left += " " + option->get_type_name();
+    }
+    if (left.size() + 2 > kColumn)
+      left += "\n" + std::string(kColumn, ' ');
+    else
+      left.resize(kColumn, ' ');
+    lines += left + option->get_description() + "\n";
+  }
+  return lines;
+}
+
+std::string UsageLine(const CLI::App& app, std::string_view name) {
+  std::string usage = std::string(kProgram) + " " + std::string(name);
+  std::string positionals;
+  bool has_options = false;
+  for (const CLI::Option* option : app.get_options()) {
+    if (option->get_positional()) {
+      const std::string word =
+          option->get_name(true) + (option->get_items_expected_max() > 1 ? "..." : "");
+      positionals += option->get_required() ? " " + word : " [" + word + "]";
+    } else if (option->get_required()) {
+      usage += " " + option->get_name(false) + " " + option->get_type_name();
+    } else {
+      has_options = true;  // those of every command at least
+    }
+  }
+  return usage + (has_options ? " [OPTION]..." : "") + positionals;
+}
+
+std::string CommandHelp(CLI::App& app, const ManualPage& page) {
+  const CLI::App& command = *app.get_subcommand(std::string(page.name));
+  return std::string(kProgram) + " " + std::string(page.name) + " - " + std::string(page.summary) +
+         "\n\nUsage: " + UsageLine(command, page.name) + "\n\n" + OptionLines(command) +
+         "  and the options of every command (zelctl help)\n\n" + std::string(page.text);
+}
+
+std::string PageList(std::span<const ManualPage> pages) {
+  std::string lines;
+  for (const ManualPage& page : pages) {
+    std::string left = "  " + std::string(page.name);
+    left.resize(14, ' ');
+    lines.append(left).append(page.summary).append("\n");
+  }
+  return lines;
+}
+
+std::string ProgramHelp(const CLI::App& app) {
+  return std::string(kProgram) +
+         " - asks and steers the service that tracks changed blocks of files\n\n"
+         "Usage: zelctl [OPTION]... COMMAND ...\n\nOptions of every command:\n" +
+         OptionLines(app) + "\nCommands:\n" + PageList(CommandPages()) + "\nOther topics:\n" +
+         PageList(TopicPages()) + "\nzelctl help TOPIC tells more of each.\n";
+}
+
+std::vector<CommandWords> WordsOf(CLI::App& app) {
+  std::vector<CommandWords> all;
+  for (const CLI::App* command : app.get_subcommands(nullptr)) {
+    CommandWords words = {.command = command->get_name(), .options = {}, .values = {}};
+    for (const CLI::Option* option : command->get_options()) {
+      for (const std::string& name : option->get_lnames()) words.options.push_back("--" + name);
+    }
+    if (words.command == "help") words.values = HelpTopics();
+    if (words.command == "completion") words.values = kShells;
+    all.push_back(std::move(words));
+  }
+  return all;
+}
+
+Failure UsageFailure(std::string message) {
+  while (!message.empty() && (message.back() == '\n' || message.back() == '.')) message.pop_back();
+  return {.exit_code = ExitCode::kUsage, .code = 0, .name = {}, .message = std::move(message)};
+}
+
+// What the parts of a request mean together.
+MaybeFailure Complete(CLI::App& app, Request& request) {
+  if (request.protseq.empty())
+    request.protseq = request.server.empty() ? "ncalrpc" : "ncacn_ip_tcp";
+  if (request.command == Command::kVersion) return std::nullopt;
+  if (app.get_subcommands().empty()) return UsageFailure("A command is missing; see zelctl help");
+  if (request.command == Command::kApply && !request.has_bitmap && !request.full) {
+    return UsageFailure("--bitmap is required, or --full for a copy of everything");
+  }
+  if (request.command == Command::kCompletion) {
+    const auto script = request.text == "bash" ? BashCompletion : PowerShellCompletion;
+    request.text = script(WordsOf(app));
+  } else if (request.command == Command::kHelp) {
+    const std::optional<std::string> text = HelpText(request.text);
+    if (!text) return UsageFailure("There is no help on '" + request.text + "'; see zelctl help");
+    request.text = *text;
+  }
+  return std::nullopt;
+}
+
+void AskForHelp(const CLI::App& app, Request& request) {
+  const auto commands = app.get_subcommands();
+  request.command = Command::kHelp;
+  request.text = HelpText(commands.empty() ? "" : commands.front()->get_name()).value_or("");
+}
+
+}  // namespace
+
+MaybeFailure ParseCommandLine(const std::vector<std::string>& arguments, Request& request) {
+  request = {};
+  Grammar grammar(request);
+  try {
+    // The library takes the arguments from the back.
+    grammar.app().parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    return Complete(grammar.app(), request);
+  } catch (const CLI::CallForHelp&) {
+    AskForHelp(grammar.app(), request);
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    request.json = std::ranges::find(arguments, "--json") != arguments.end();
+    return UsageFailure(error.what());
+  }
+}
+
+std::optional<std::string> HelpText(const std::string& topic) {
+  Request request;
+  Grammar grammar(request);
+  if (topic.empty()) return ProgramHelp(grammar.app());
+  const auto named = [&](const ManualPage& page) { return page.name == topic; };
+  if (const auto page = std::ranges::find_if(CommandPages(), named); page != CommandPages().end()) {
+    return CommandHelp(grammar.app(), *page);
+  }
+  if (const auto page = std::ranges::find_if(TopicPages(), named); page != TopicPages().end()) {
+    return std::string(kProgram) + " " + topic + " - " + std::string(page->summary) + "\n\n" +
+           std::string(page->text);
+  }
+  return std::nullopt;
+}
+
+std::vector<std::string> HelpTopics() {
+  std::vector<std::string> topics;
+  for (const auto pages : {CommandPages(), TopicPages()}) {
+    for (const ManualPage& page : pages) topics.emplace_back(page.name);
+  }
+  return topics;
+}
+
+}  // namespace zel::ctl

@@ -1,0 +1,47 @@
+#include "zelctl/size_text.h"
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <limits>
+
+namespace zel::ctl {
+
+namespace {
+
+constexpr std::string_view kUnits = "KMGTPE";  // the last two for printing only
+
+// The power of two that a suffix multiplies with.
+std::optional<int> ParseSuffix(std::string_view suffix) {
+  if (suffix.empty()) return 0;
+  const std::size_t unit = std::string_view("KkMmGgTt").find(suffix.front());
+  suffix.remove_prefix(1);
+  if (unit == std::string_view::npos || (!suffix.empty() && suffix != "iB")) return std::nullopt;
+  return 10 * (static_cast<int>(unit / 2) + 1);
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> ParseSize(std::string_view text) {
+  const char* const end = text.data() + text.size();
+  std::uint64_t number = 0;
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc{}) return std::nullopt;
+  const std::optional<int> shift =
+      ParseSuffix(text.substr(static_cast<std::size_t>(rest - text.data())));
+  if (!shift || number > std::numeric_limits<std::uint64_t>::max() >> *shift) return std::nullopt;
+  return number << *shift;
+}
+
+std::string FormatSize(std::uint64_t bytes) {
+  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  std::size_t unit = 0;
+  auto value = static_cast<double>(bytes) / 1024;
+  // What would be rounded to 1024.0 is one of the next unit.
+  for (; value >= 1023.95 && unit + 1 < kUnits.size(); ++unit) value /= 1024;
+  std::array<char, 32> text;
+  std::snprintf(text.data(), text.size(), "%.1f %ciB", value, kUnits[unit]);
+  return text.data();
+}
+
+}  // namespace zel::ctl

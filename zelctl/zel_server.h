@@ -1,0 +1,56 @@
+// The service as the commands see it: the operations of the RPC interface that they use. Pure.
+//
+// Errors: each call answers whether it got through, and what the service said; outputs count when
+// it said 0.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "common/types.h"
+
+namespace zel::ctl {
+
+struct Answer {
+  std::uint32_t rpc_status = 0;  // not 0: the call did not get through, or was broken off
+  std::uint32_t code = 0;        // of the service
+
+  [[nodiscard]] bool ok() const { return rpc_status == 0 && code == 0; }
+};
+
+struct BitmapEntry {
+  BitmapId id = 0;
+  FileKey file = {};
+  std::uint32_t block_size = 0;
+  FileTime creation_time = 0;
+  std::uint32_t file_size = 0;  // bytes of the bitmap file
+  std::string file_name;        // the bitmap file's path in UTF-8; empty where it is not told
+};
+
+struct FileEntry {
+  FileKey file = {};
+  std::string path;  // UTF-8
+  std::vector<BitmapId> bitmaps;
+};
+
+class ZelServer {
+ public:
+  virtual ~ZelServer() = default;
+
+  [[nodiscard]] virtual Answer Ping() = 0;
+  [[nodiscard]] virtual Answer GetTrackedFiles(std::vector<FileEntry>& files) = 0;
+  // A whole enumeration.
+  [[nodiscard]] virtual Answer ListBitmaps(const FileKey& file,
+                                           std::vector<BitmapEntry>& bitmaps) = 0;
+  [[nodiscard]] virtual Answer CopyBitmap(BitmapId id, std::vector<std::byte>& contents) = 0;
+  [[nodiscard]] virtual Answer StartTracking(const std::string& path, std::uint32_t block_size,
+                                             BitmapEntry& bitmap) = 0;
+  [[nodiscard]] virtual Answer StopTracking(const std::string& path) = 0;
+  [[nodiscard]] virtual Answer DeleteBitmap(BitmapId id) = 0;
+  [[nodiscard]] virtual Answer SynchronizeBitmaps(FileTime time) = 0;
+  [[nodiscard]] virtual Answer GetDriverStatus() = 0;
+};
+
+}  // namespace zel::ctl
