@@ -162,8 +162,9 @@ MaybeFailure Apply::BringUpToDate() {
   }
   if (auto failure = Verify(*copy)) return failure;
   Report("incremental", totals.changed_bytes, totals.ranges);
-  output_.confirmation =
-      "copied " + TotalsText(totals, bitmap.header.BlockSize) + "\n" + output_.confirmation;
+  output_.confirmation = "copied " + ChangedSizeText(totals) + ": " +
+                         ChangedBlocksText(totals, bitmap.header.BlockSize) + "\n" +
+                         output_.confirmation;
   if (bitmap.header.SizeChanged == 0 && source_size_ != bitmap.header.FileSize) {
     output_.notes.push_back("the size of " + request_.from +
                             " is not what the bitmap knows: it was written since then, and a "

@@ -80,7 +80,7 @@ TEST_F(ApplyTest, PersonSeesTheProgressAndWhatWasDone) {
   terminal.to_person = true;
   EXPECT_EQ(Run(Arguments({"--verify"})), 0);
   EXPECT_EQ(terminal.printed,
-            "copied 4.0 KiB of 40.0 KiB changed (10.0 %): 1 of 10 blocks of 4.0 KiB, in 1 range\n"
+            "copied 4.0 KiB of 40.0 KiB (10.0 %): 1 of 10 blocks of 4.0 KiB, in 1 range\n"
             "compared: both files are equal\n");
   ASSERT_EQ(terminal.progress.size(), 4u);
   EXPECT_THAT(terminal.progress[0], testing::StartsWith("copying 100.0 %"));
