@@ -12,6 +12,7 @@
 #include "simulator/control_client.h"
 #include "simulator/file_identity.h"
 #include "simulator/fltlib/import_table.h"
+#include "simulator/fltlib/patient_send.h"
 #include "simulator/fltlib/pipe_calls.h"
 
 namespace zel::sim {
@@ -89,5 +90,6 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
   Replace("KERNEL32.dll", "GetVolumeNameForVolumeMountPointW", &NamingVolumeName,
           system_volume_name);
   Replace("RPCRT4.dll", "NdrServerCall2", &PipingServerCall, system_server_call);
+  InstallPatientSend();
   return TRUE;
 }

@@ -80,7 +80,6 @@ class Hostile:
             self.outcomes["closed"] += 1
             self.disconnect()
         except TimeoutError:
-            # Wine's sockets keep one answer in tens of thousands back until the connection ends.
             self.outcomes["silent"] += 1
             self.disconnect()
 

@@ -1,7 +1,6 @@
 """A client of the RPC interface that shares nothing with the project's own: it marshals by hand from
 rpc/zel.idl, over impacket's MS-RPC on ncacn_ip_tcp."""
 
-import socket
 import struct
 import uuid
 from dataclasses import dataclass
@@ -13,8 +12,6 @@ from impacket.uuid import uuidtup_to_bin
 INTERFACE = ("7b941e5b-f53f-415d-aacb-ad7973d9e5de", "3.0")
 NO_CONTEXT = bytes(20)
 TIMEOUT_S = 20
-SO_RCVBUFFORCE = 33  # beyond the system's limit, for root
-RECEIVE_BUFFER = 32 << 20
 
 ERROR_FILE_NOT_FOUND = 2
 ERROR_INSUFFICIENT_BUFFER = 122
@@ -136,17 +133,8 @@ class ZelClient:
         self.transport.set_connect_timeout(TIMEOUT_S)
         self.dce = self.transport.get_dce_rpc()
         self.dce.connect()
-        self._take_long_answers_at_once()
         self.transport.recv = self._receive
         self.dce.bind(uuidtup_to_bin(INTERFACE))
-
-    def _take_long_answers_at_once(self):
-        """Wine's server can sleep for ever once a connection takes no more for a moment."""
-        connection = self.transport.get_socket()
-        try:
-            connection.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, RECEIVE_BUFFER)
-        except PermissionError:
-            connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, RECEIVE_BUFFER)
 
     def _receive(self, force_recv=0, count=0):
         """The transport's own reads a closed connection for ever."""

@@ -251,22 +251,31 @@ TEST_F(SynchronizeTest, WriteBeforeThePointIsInTheBitmapWhenTheCallReturns) {
   SyncTimeout = 1'000'000;
   const PinnedBitmap bitmap = GetBitmapById(id);
   const auto* const bits = reinterpret_cast<const volatile std::uint8_t*>(bitmap->header() + 1);
-  std::mt19937 random(1);
-  std::jthread driver;
+  const UniqueEvent asked(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  const UniqueEvent answered(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
   std::uint32_t round = 0;
-  port_.on_send = [&](int) {
-    driver = std::jthread([&, time = test::FakeClock::now.load(), delay = random() % 2000] {
-      std::this_thread::sleep_for(std::chrono::microseconds(delay));
+  std::jthread driver([&](const std::stop_token& ended) {
+    std::mt19937 random(1);
+    while (::WaitForSingleObject(asked.get(), INFINITE) == WAIT_OBJECT_0 &&
+           !ended.stop_requested()) {
+      std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
+      const FileTime time = test::FakeClock::now;
       port_.Post(MakeWrite(std::uint64_t{round} * test::kBlockSize, 1, time));
       port_.Post(MakeMessage(Type::kQueueSync, time));
-    });
-  };
-  for (; round < kRounds; ++round) {
+      ::SetEvent(answered.get());
+    }
+  });
+  port_.on_send = [&](int) { ::SetEvent(asked.get()); };
+  bool kept = true;
+  for (; round < kRounds && kept; ++round) {
     test::FakeClock::now += 1;
-    ASSERT_EQ(Synchronize(test::FakeClock::now), 0u);
-    ASSERT_NE(bits[round / 8] & 1 << round % 8, 0) << round;
-    driver.join();
+    const std::uint32_t result = Synchronize(test::FakeClock::now);
+    kept = result == 0 && (bits[round / 8] & 1 << round % 8) != 0;
+    EXPECT_TRUE(kept) << "round " << round << ": " << result;
+    ::WaitForSingleObject(answered.get(), INFINITE);
   }
+  driver.request_stop();
+  ::SetEvent(asked.get());
 }
 
 TEST_F(SynchronizeTest, StopEndsTheWaitAtOnce) {

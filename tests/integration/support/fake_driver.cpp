@@ -19,8 +19,11 @@ namespace zel {
 
 namespace {
 
-// A program gets what Wine lacks with the simulator's library, by importing from it.
-const auto kImportsTheLibrary [[maybe_unused]] = &::FilterSendMessage;
+// A program gets what Wine lacks with the simulator's library, by importing from it. Volatile, so
+// that the compiler keeps the import.
+[[maybe_unused]] HRESULT(WINAPI* const volatile kImportsTheLibrary)(HANDLE, LPVOID, DWORD, LPVOID,
+                                                                    DWORD,
+                                                                    LPDWORD) = &::FilterSendMessage;
 
 std::mutex asked_lock;
 std::vector<std::string> asked;

@@ -117,7 +117,7 @@ TEST(PipeProcedureTest, RequestThatIsTooShortIsRefused) {
   }
 }
 
-TEST(PipeResponseTest, ChunksAndReturnValueAreAligned) {
+TEST(SimulatedPipeResponseTest, ChunksAndReturnValueAreAligned) {
   using namespace std::string_view_literals;
   PipeResponse response;
   EXPECT_TRUE(response.Push(Bytes("abcde")));
@@ -129,7 +129,7 @@ TEST(PipeResponseTest, ChunksAndReturnValueAreAligned) {
   EXPECT_EQ(response.bytes(), Bytes("\5\0\0\0abcde\0\0\0\1\0\0\0f\0\0\0\0\0\0\0\1\2\3\4"sv));
 }
 
-TEST(PipeResponseTest, NothingIsPushedBehindTheEnd) {
+TEST(SimulatedPipeResponseTest, NothingIsPushedBehindTheEnd) {
   PipeResponse response;
   EXPECT_TRUE(response.Push({}));
   EXPECT_FALSE(response.Push(Bytes("a")));
