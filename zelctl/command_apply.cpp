@@ -145,10 +145,11 @@ MaybeFailure Apply::BringUpToDate() {
   if (auto failure = GetBitmap(bitmap)) return failure;
   if (auto failure = OpenSource()) return failure;
   if (auto failure = CheckIdentity(bitmap.header)) return failure;
-  const ApplyMark mark = MarkFor(bitmap.header);
-  if (auto failure = CheckMark(mark)) return failure;
+  // Nobody else changes the copy or its mark from here on.
   std::unique_ptr<TargetFile> copy;
   if (auto failure = OpenCopy(bitmap, copy)) return failure;
+  const ApplyMark mark = MarkFor(bitmap.header);
+  if (auto failure = CheckMark(mark)) return failure;
 
   const std::string mark_text = FormatMark(mark);
   const std::uint32_t code =

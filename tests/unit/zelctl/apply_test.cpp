@@ -217,6 +217,14 @@ TEST_F(ApplyTest, FullCopyAppearsWholeOrNotAtAll) {
   EXPECT_FALSE(machine.files.contains("D:\\copy.zelctl-new"));
 }
 
+TEST_F(ApplyTest, FullCopyThatProvesWrongDoesNotTakeThePlace) {
+  const Bytes before = machine.At(kCopy).bytes;
+  machine.At(kSource).after_read = [](test::MemoryFile& file) { file.bytes[9] ^= std::byte{1}; };
+  EXPECT_EQ(RunJson(Arguments({"--full", "--verify"}), 1)["difference_at"], 9);
+  EXPECT_EQ(machine.At(kCopy).bytes, before);
+  EXPECT_FALSE(machine.files.contains("D:\\copy.zelctl-new"));
+}
+
 TEST_F(ApplyTest, RunAfterAnInterruptedOneWithTheSameBitmapCompletesIt) {
   int deaths = 0;
   for (int change = 0; change < 40; ++change) {
