@@ -38,7 +38,7 @@ def test_map_fills_the_terminal_with_shades(zelctl, columns, lines):
     shown = lines_of(drawn)
     assert shown[0] == "   0 bytes  " + "█" * (columns - 13)
     assert min(lines - 5, BLOCKS // (columns - 13)) <= len(shown) <= lines
-    assert "16.0 MiB of 16.0 MiB changed (100.0 %)" in drawn
+    assert "changed 16.0 MiB of 16.0 MiB (100.0 %)" in drawn
 
 
 def test_progress_is_drawn_and_cleared_and_the_result_is_told(zelctl):
@@ -50,7 +50,7 @@ def test_progress_is_drawn_and_cleared_and_the_result_is_told(zelctl):
     assert re.search(r"comparing +\d+\.\d %", drawn)
     result = [line for line in lines_of(drawn) if line]
     assert result[-1] == "compared: both files are equal"
-    assert "copied 16.0 MiB of 16.0 MiB changed (100.0 %): 4096 of 4096 blocks" in drawn
+    assert "copied 16.0 MiB of 16.0 MiB (100.0 %): 4096 of 4096 blocks" in drawn
 
 
 def test_person_is_told_what_a_script_sees_from_the_exit_code(zelctl):

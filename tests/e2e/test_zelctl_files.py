@@ -6,7 +6,7 @@ import re
 import pytest
 
 from bitmap_bytes import bitmap_bytes
-from wine import wait_until
+from wine import BIN, wait_until
 from zelctl import Zelctl
 
 VOLUME = "00000000-0000-0000-0000-000000000043"  # Wine's drive C
@@ -80,6 +80,14 @@ def test_without_a_service_every_question_ends_with_three(zelctl):
     assert output == "" and errors.startswith("zelctl: EPT_S_NOT_REGISTERED (1753): ")
     error = zelctl.json("ping", "--server", "127.0.0.1", "--endpoint", "1", exit_code=3)["error"]
     assert error["name"] == "RPC_S_SERVER_UNAVAILABLE"
+
+
+def test_program_tells_its_version_and_carries_it(zelctl):
+    version = zelctl.json("--version")["version"]
+    program = (BIN / "zelctl.exe").read_bytes()
+    for field, value in (("ProductVersion", version), ("OriginalFilename", "zelctl.exe")):
+        entry = (field + "\0").encode("utf-16-le") + b"(?:\0\0)?" + (value + "\0").encode("utf-16-le")
+        assert re.search(entry.replace(b".", b"\\."), program, re.DOTALL), field
 
 
 def test_wrong_usage_ends_with_two(zelctl):
