@@ -34,8 +34,8 @@ void InstallPatientSend() {
   unsigned char jump[] = {0x48, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xE0};
   const auto target = reinterpret_cast<void*>(&PatientSend);
   std::memcpy(jump + 2, &target, sizeof target);
-  const auto system_send = reinterpret_cast<void*>(
-      ::GetProcAddress(::GetModuleHandleW(L"ws2_32.dll"), "send"));
+  const auto system_send =
+      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ws2_32.dll"), "send"));
   DWORD protection = 0;
   if (system_send == nullptr ||
       !::VirtualProtect(system_send, sizeof jump, PAGE_EXECUTE_READWRITE, &protection)) {
