@@ -12,7 +12,8 @@ trap 'tools/wine-run.sh --stop' EXIT
 tools/wine-run.sh --start
 status=0
 for name in "${@:-*}"; do
-  for program in build/mingw/bin/${name}_bench.exe; do
+  for program in build/mingw/bin/{,simulator/}${name}_bench.exe; do
+    [ -e "$program" ] || continue
     echo "== $(basename "$program" _bench.exe)"
     tools/wine-run.sh "$program" || status=1
   done

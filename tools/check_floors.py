@@ -23,6 +23,11 @@ ALLOWED = {
     "zelctl": {"win32", "logging", "common", "bitmap", "client"},
     "simulator": {"win32", "common"},
 }
+# Where a folder may include only some of another's headers.
+ONLY = {
+    ("client", "common"): {"common/types.h"},
+    ("client", "rpc"): {"rpc/zel_interface.h", "rpc/zel_ndr_format.h"},
+}
 SYSTEM_HEADERS = re.compile(r"windows\.h|winsock2\.h|rpc.*\.h|fltuser\.h|winternl\.h|process\.h|share\.h")
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
 
@@ -38,6 +43,8 @@ def check_floors():
                 target = name.split("/")[0]
                 if own and target != floor and target in ALLOWED and target not in allowed:
                     yield f"{path.relative_to(ROOT)} includes {name}: {floor}/ is not above {target}/"
+                elif own and name not in ONLY.get((floor, target), {name}):
+                    yield f"{path.relative_to(ROOT)} includes {name}, which is not for {floor}/"
 
 
 def core_sources():

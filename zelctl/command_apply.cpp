@@ -145,10 +145,11 @@ MaybeFailure Apply::BringUpToDate() {
   if (auto failure = GetBitmap(bitmap)) return failure;
   if (auto failure = OpenSource()) return failure;
   if (auto failure = CheckIdentity(bitmap.header)) return failure;
-  const ApplyMark mark = MarkFor(bitmap.header);
-  if (auto failure = CheckMark(mark)) return failure;
+  // Nobody else changes the copy or its mark from here on.
   std::unique_ptr<TargetFile> copy;
   if (auto failure = OpenCopy(bitmap, copy)) return failure;
+  const ApplyMark mark = MarkFor(bitmap.header);
+  if (auto failure = CheckMark(mark)) return failure;
 
   const std::string mark_text = FormatMark(mark);
   const std::uint32_t code =
@@ -162,8 +163,9 @@ MaybeFailure Apply::BringUpToDate() {
   }
   if (auto failure = Verify(*copy)) return failure;
   Report("incremental", totals.changed_bytes, totals.ranges);
-  output_.confirmation =
-      "copied " + TotalsText(totals, bitmap.header.BlockSize) + "\n" + output_.confirmation;
+  output_.confirmation = "copied " + ChangedSizeText(totals) + ": " +
+                         ChangedBlocksText(totals, bitmap.header.BlockSize) + "\n" +
+                         output_.confirmation;
   if (bitmap.header.SizeChanged == 0 && source_size_ != bitmap.header.FileSize) {
     output_.notes.push_back("the size of " + request_.from +
                             " is not what the bitmap knows: it was written since then, and a "

@@ -81,7 +81,8 @@ MaybeFailure RunShow(Surroundings& with, const Request& request, Output& output)
   output.json["bitmap"] = HeaderJson(bitmap);
   output.json["changed"] = TotalsJson(totals);
   if (!request.ranges && !request.map) {
-    output.text = HeaderText(bitmap) + TotalsText(totals, bitmap.header.BlockSize) + "\n";
+    output.text = HeaderText(bitmap) + "changed        " + ChangedSizeText(totals) +
+                  "\n               " + ChangedBlocksText(totals, bitmap.header.BlockSize) + "\n";
   }
   if (request.ranges) AddRanges(bitmap, output);
   if (request.map) {

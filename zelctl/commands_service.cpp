@@ -44,7 +44,8 @@ void AddBitmap(const BitmapEntry& bitmap, const std::string& path, Output& outpu
 
 MaybeFailure RunPing(Surroundings& with, const Request& request, Output& output) {
   output.confirmation = "the service answers\n";
-  return CheckAnswer(with.machine, request, with.server.Ping(), "the service does not feel well");
+  return CheckAnswer(with.machine, request, with.server.Ping(),
+                     "the service answers with an error");
 }
 
 MaybeFailure RunStatus(Surroundings& with, const Request& request, Output& output) {

@@ -37,7 +37,9 @@ constexpr std::array<ManualPage, 13> kCommands = {{
     {"untrack", "stops tracking a file and deletes its bitmaps", "JSON: path.\n"},
 
     {"sync", "waits until all writes up to a time are in the bitmaps",
-     "TIME is \"now\", ISO 8601 with a zone, or a FILETIME (zelctl help values).\n\n"
+     "TIME is \"now\", ISO 8601 with a zone, or a FILETIME (zelctl help values). Now is\n"
+     "this machine's time: a service whose clock is behind waits for it, up to its\n"
+     "SyncTimeout.\n\n"
      "JSON: time, filetime.\n"},
 
     {"copy", "writes a bitmap to a file",
@@ -67,8 +69,9 @@ constexpr std::array<ManualPage, 13> kCommands = {{
      "bitmap was created or later.\n\n"
      "With an id the bitmap is synchronized first and then fetched. Writes that come\n"
      "later are not in it: run apply on a quiet file or on a snapshot, or start\n"
-     "another bitmap (track) before, which has them. The bitmap stays; delete it when\n"
-     "apply has ended with 0.\n\n"
+     "another bitmap (track) before, which has them. A bitmap file knows no writes\n"
+     "that came after it was made. The bitmap stays; delete it when apply has ended\n"
+     "with 0.\n\n"
      "Refused, with exit code 1 and COPY untouched:\n"
      "  - a bitmap that is unreliable, or a file that the service is using or left\n"
      "    behind. --service-copy says of a file that the service sent it to somebody;\n"

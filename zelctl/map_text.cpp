@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kLabelWidth = 12;  // "1023.9 KiB" and two blanks
 constexpr std::size_t kLegendWidth = 72;
-constexpr std::size_t kTotalsWidth = 100;  // about the most
+constexpr std::size_t kTotalsWidth = 72;  // the longer line; about the most
 constexpr std::size_t kFewestColumns = 40;
 constexpr std::size_t kFewestLines = 8;
 
@@ -44,7 +44,7 @@ const Shade& ShadeOf(double share) {
 // The legend and the totals, which a narrow terminal breaks, and the prompt that comes after.
 std::size_t OtherLines(std::size_t columns) {
   const auto broken = [columns](std::size_t width) { return (width + columns - 1) / columns; };
-  return broken(kLegendWidth) + broken(kTotalsWidth) + 1;
+  return broken(kLegendWidth) + 1 + broken(kTotalsWidth) + 1;
 }
 
 std::string Label(std::uint64_t offset) {
@@ -76,19 +76,24 @@ std::string DrawMap(const ChangeMap& map, const TextMapLayout& layout) {
     text += Mark(ShadeOf(map.shares[cell]), layout.ascii);
   }
   if (!map.shares.empty()) text += "\n";
-  return text + Legend(layout.ascii) + TotalsText(map.totals, map.block_size) + "\n";
+  return text + Legend(layout.ascii) + "changed " + ChangedSizeText(map.totals) + "\n" +
+         ChangedBlocksText(map.totals, map.block_size) + "\n";
 }
 
-std::string TotalsText(const ChangeTotals& totals, std::uint32_t block_size) {
+std::string ChangedSizeText(const ChangeTotals& totals) {
   const double share = totals.file_size == 0 ? 0.0
                                              : 100.0 * static_cast<double>(totals.changed_bytes) /
                                                    static_cast<double>(totals.file_size);
   std::array<char, 16> percent;
   std::snprintf(percent.data(), percent.size(), "%.1f %%", share);
-  return FormatSize(totals.changed_bytes) + " of " + FormatSize(totals.file_size) + " changed (" +
-         percent.data() + "): " + std::to_string(totals.changed_blocks) + " of " +
-         std::to_string(totals.blocks) + " blocks of " + FormatSize(block_size) + ", in " +
-         std::to_string(totals.ranges) + (totals.ranges == 1 ? " range" : " ranges");
+  return FormatSize(totals.changed_bytes) + " of " + FormatSize(totals.file_size) + " (" +
+         percent.data() + ")";
+}
+
+std::string ChangedBlocksText(const ChangeTotals& totals, std::uint32_t block_size) {
+  return std::to_string(totals.changed_blocks) + " of " + std::to_string(totals.blocks) +
+         " blocks of " + FormatSize(block_size) + ", in " + std::to_string(totals.ranges) +
+         (totals.ranges == 1 ? " range" : " ranges");
 }
 
 }  // namespace zel::ctl

@@ -22,7 +22,10 @@ struct TextMapLayout {
 // as one of so many.
 [[nodiscard]] std::string DrawMap(const ChangeMap& map, const TextMapLayout& layout);
 
-// "4.7 MiB of 256.0 MiB changed (1.8 %): 75 of 4096 blocks of 64.0 KiB, in 12 ranges".
-[[nodiscard]] std::string TotalsText(const ChangeTotals& totals, std::uint32_t block_size);
+// "4.7 MiB of 256.0 MiB (1.8 %)".
+[[nodiscard]] std::string ChangedSizeText(const ChangeTotals& totals);
+
+// "75 of 4096 blocks of 64.0 KiB, in 12 ranges".
+[[nodiscard]] std::string ChangedBlocksText(const ChangeTotals& totals, std::uint32_t block_size);
 
 }  // namespace zel::ctl

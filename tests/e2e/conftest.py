@@ -32,6 +32,12 @@ def agent(wine):
 
 
 @pytest.fixture
+def no_service(wine):
+    """Nobody answers, whatever the tests before have left running."""
+    Agent(wine, "C:\\agent").remove_all()
+
+
+@pytest.fixture
 def rpc_server(wine):
     server = RpcServer(wine)
     yield server

@@ -3,6 +3,7 @@
 import pathlib
 import shutil
 import subprocess
+import threading
 
 from wine import BIN
 from zel_client import ZelClient
@@ -25,10 +26,13 @@ class RpcServer:
         shutil.rmtree(wine.path(self.INSTALL_DIRECTORY), ignore_errors=True)
         self.process = wine.popen(str(BIN / "simulator" / "rpc_test_server.exe"), self.INSTALL_DIRECTORY,
                                   stdin=subprocess.PIPE)
+        limit = threading.Timer(60, self.process.kill)
+        limit.start()
         self.endpoints = {}
         while (line := self.process.stdout.readline().split()) != ["ready"]:
             assert line, "the server has not come up"
             self.endpoints[line[0]] = line[1]
+        limit.cancel()
         self.port = int(self.endpoints["ncacn_ip_tcp"])
 
     def client(self):

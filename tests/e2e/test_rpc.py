@@ -1,12 +1,16 @@
 """The RPC interface as a client sees it that shares no code with the server."""
 
+import re
 import uuid
 
 import pytest
 
-from zel_client import (ERROR_FILE_NOT_FOUND, ERROR_INSUFFICIENT_BUFFER, ERROR_MEDIA_CHANGED,
-                        ERROR_NO_MORE_ITEMS, ERROR_NOT_FOUND, LIST_FILES, NO_CONTEXT, Fault,
-                        marshal_list_files, read_tracked_files)
+from wine import BIN, ROOT
+from wire import RESPONSE, Wire
+from zel_client import (COPY_BITMAP, ERROR_FILE_NOT_FOUND, ERROR_INSUFFICIENT_BUFFER,
+                        ERROR_MEDIA_CHANGED, ERROR_NO_MORE_ITEMS, ERROR_NOT_FOUND, LIST_FILES,
+                        NO_CONTEXT, START_TRACKING2, Fault, marshal_list_files,
+                        marshal_start_tracking2, read_tracked_files)
 
 VOLUME = uuid.UUID("01234567-89ab-cdef-0123-456789abcdef")
 PATH = "C:\\data\\f\u00efle"
@@ -155,6 +159,34 @@ def test_tracked_files_with_their_bitmaps(client):
         (VOLUME, 7, PATH, [(i.file_size, i.creation_time, i.bitmap_id) for i in infos]),
         (VOLUME, 8, "C:\\other", []),
     ]
+
+
+def test_documented_exchanges_are_the_servers(rpc_server):
+    document = (ROOT / "docs" / "rpc-interface.md").read_text()
+    dumps = []
+    for offset, data in re.findall(r"^    (0[0-9a-f]{7})  ([0-9a-f ]+)$", document, re.MULTILINE):
+        if offset == "00000000":
+            dumps.append(b"")
+        dumps[-1] += bytes.fromhex(data)
+    start, started, copy, copied = dumps[1:]
+    volume = uuid.UUID("8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e")
+    assert start == marshal_start_tracking2("D:\\a", volume, 0x000300000001a2b4, 4095, 65_536)
+    with Wire(rpc_server.port) as wire:
+        assert wire.bind()
+        assert wire.call(START_TRACKING2, start) == (RESPONSE, started)
+        assert wire.call(COPY_BITMAP, copy) == (RESPONSE, copied)
+
+
+@pytest.mark.parametrize("sequence", ["ncalrpc", "ncacn_np"])
+def test_endpoint_mapper_knows_the_server(rpc_server, wine, sequence):
+    """The project's own client, in another process, without an endpoint."""
+    assert wine.run(str(BIN / "rpc_probe.exe"), sequence).stdout.split() == ["0", "0"]
+
+
+@pytest.mark.parametrize("sequence", ["ncalrpc", "ncacn_ip_tcp", "ncacn_np"])
+def test_own_client_calls_from_another_process(rpc_server, wine, sequence):
+    answer = wine.run(str(BIN / "rpc_probe.exe"), sequence, rpc_server.endpoints[sequence])
+    assert answer.stdout.split() == ["0", "0"]
 
 
 def test_context_of_another_client_is_refused(client, rpc_server):

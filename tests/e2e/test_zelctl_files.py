@@ -6,8 +6,8 @@ import re
 import pytest
 
 from bitmap_bytes import bitmap_bytes
-from wine import wait_until
-from zelctl import Zelctl
+from wine import BIN, wait_until
+from zelctl import NOBODY_THERE, Zelctl
 
 VOLUME = "00000000-0000-0000-0000-000000000043"  # Wine's drive C
 BLOCK = 4096
@@ -69,12 +69,7 @@ def change(backup, blocks, seed):
     return old
 
 
-# What the endpoint mapper answers, or, where it still knows a service that has died, its endpoint.
-NOBODY_THERE = {1753: "EPT_S_NOT_REGISTERED", 1722: "RPC_S_SERVER_UNAVAILABLE"}
-
-
-def test_without_a_service_every_question_ends_with_three(zelctl, agent):
-    assert agent.state() is None  # nothing runs that an earlier test has left
+def test_without_a_service_every_question_ends_with_three(zelctl, no_service):
     for question in (("ping",), ("status",), ("files",), ("bitmaps",), ("track", "C:\\x"),
                      ("untrack", "C:\\x"), ("sync",), ("copy", "1", "-o", "C:\\x"),
                      ("delete", "1"), ("show", "0x1")):
@@ -86,6 +81,14 @@ def test_without_a_service_every_question_ends_with_three(zelctl, agent):
     assert errors.startswith(tuple(f"zelctl: {name} ({code}): " for code, name in NOBODY_THERE.items()))
     error = zelctl.json("ping", "--server", "127.0.0.1", "--endpoint", "1", exit_code=3)["error"]
     assert error["name"] == "RPC_S_SERVER_UNAVAILABLE"
+
+
+def test_program_tells_its_version_and_carries_it(zelctl):
+    version = zelctl.json("--version")["version"]
+    program = (BIN / "zelctl.exe").read_bytes()
+    for field, value in (("ProductVersion", version), ("OriginalFilename", "zelctl.exe")):
+        entry = (field + "\0").encode("utf-16-le") + b"(?:\0\0)?" + (value + "\0").encode("utf-16-le")
+        assert re.search(entry.replace(b".", b"\\."), program, re.DOTALL), field
 
 
 def test_wrong_usage_ends_with_two(zelctl):

@@ -12,6 +12,10 @@ from wine import BIN, RUN
 from zelctl_shapes import check_failure, check_success
 
 
+# How the runtime tells that nobody is there: a service that was killed stays registered for a while.
+NOBODY_THERE = {1722: "RPC_S_SERVER_UNAVAILABLE", 1753: "EPT_S_NOT_REGISTERED"}
+
+
 class Zelctl:
     def __init__(self, wine):
         self.wine = wine

@@ -46,7 +46,7 @@ TEST(FileFormatExampleTest, IsWhatTheCodeWrites) {
   SetBitsInRange(bits, 7, 10);
   file.header().ClosedCleanly = 1;
 
-  const test::HexDump dump = test::ReadHexDump(ZEL_DOCS "/file-format.md");
+  const test::HexDump dump = test::ReadHexDump("docs/file-format.md");
   EXPECT_EQ(dump.lines, 7u);
   EXPECT_EQ(dump.bytes, std::string(reinterpret_cast<const char*>(file.bytes.data()), kLength));
 }
@@ -54,7 +54,7 @@ TEST(FileFormatExampleTest, IsWhatTheCodeWrites) {
 TEST(FileFormatExampleTest, IsCalledWhatTheCodeCallsIt) {
   const NewBitmapPaths paths = ComposeNewBitmapPaths(
       LR"(\\?\C:\Agent\cbt)", L"8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e", kExample);
-  std::ifstream document(ZEL_DOCS "/file-format.md");
+  std::ifstream document("docs/file-format.md");
   std::stringstream text;
   text << document.rdbuf();
   std::string narrow;  // all of it is ASCII

@@ -26,7 +26,7 @@ std::vector<std::byte> Bytes(const std::string& hex) {
   return bytes;
 }
 
-class PipeResponseTest : public ::testing::Test {
+class ReadPipeResponseTest : public ::testing::Test {
  protected:
   const char* Read(const std::string& hex) {
     const std::vector<std::byte> response = Bytes(hex);
@@ -42,20 +42,20 @@ class PipeResponseTest : public ::testing::Test {
   std::uint32_t code = 77;
 };
 
-TEST_F(PipeResponseTest, EmptyPipeIsFollowedByTheCode) {
+TEST_F(ReadPipeResponseTest, EmptyPipeIsFollowedByTheCode) {
   EXPECT_THAT(Read("00000000 90040000"), IsNull());
   EXPECT_THAT(chunks, IsEmpty());
   EXPECT_EQ(code, 1168u);
 }
 
-TEST_F(PipeResponseTest, ChunksComeInOrderAndCountsAreAligned) {
+TEST_F(ReadPipeResponseTest, ChunksComeInOrderAndCountsAreAligned) {
   EXPECT_THAT(Read("01000000 41 ffffff 04000000 42434445 03000000 464748 ff 00000000 00000000"),
               IsNull());
   EXPECT_THAT(chunks, ElementsAre("A", "BCDE", "FGH"));
   EXPECT_EQ(code, 0u);
 }
 
-TEST_F(PipeResponseTest, FaultsAreToldAndLeaveTheCode) {
+TEST_F(ReadPipeResponseTest, FaultsAreToldAndLeaveTheCode) {
   EXPECT_THAT(Read(""), StrEq("the pipe has no end"));
   EXPECT_THAT(Read("000000"), StrEq("the pipe has no end"));
   EXPECT_THAT(Read("01000000 41"), StrEq("the pipe has no end"));
@@ -67,7 +67,7 @@ TEST_F(PipeResponseTest, FaultsAreToldAndLeaveTheCode) {
   EXPECT_EQ(code, 77u);
 }
 
-TEST_F(PipeResponseTest, EveryTruncationIsFound) {
+TEST_F(ReadPipeResponseTest, EveryTruncationIsFound) {
   const std::string whole = "0100000041ffffff040000004243444500000000ffffffff";
   for (std::size_t length = 0; length < whole.size(); length += 2) {
     EXPECT_NE(Read(whole.substr(0, length)), nullptr) << length;

@@ -17,7 +17,7 @@ class ProtocolExampleTest : public ::testing::Test {
  protected:
   ProtocolExampleTest() { EXPECT_EQ(dumps_.size(), 2u); }
 
-  std::vector<test::HexDump> dumps_ = test::ReadHexDumps(ZEL_DOCS "/driver-protocol.md");
+  std::vector<test::HexDump> dumps_ = test::ReadHexDumps("docs/driver-protocol.md");
 };
 
 TEST_F(ProtocolExampleTest, WriteReadsAsTheDocumentSays) {

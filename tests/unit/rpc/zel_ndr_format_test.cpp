@@ -25,7 +25,7 @@ struct Definition {
 };
 
 std::string ReadDefinitionFile() {
-  std::ifstream file(ZEL_DOCS "/../rpc/zel.idl");
+  std::ifstream file("rpc/zel.idl");
   EXPECT_TRUE(file);
   std::stringstream text;
   text << file.rdbuf();

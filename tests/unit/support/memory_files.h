@@ -22,6 +22,7 @@ struct MemoryFile {
   Bytes bytes;
   FileId id = 0;
   std::vector<std::pair<std::uint64_t, std::uint64_t>> reads;  // offset and length
+  std::function<void(MemoryFile& file)> after_read = {};       // what another program does
 };
 
 // Counts every change to a file, and lets the one with the number `fail_at` and all later ones
@@ -56,6 +57,7 @@ class OpenMemoryFile : public ctl::ReplacementFile {
     file_->reads.emplace_back(offset, buffer.size());
     if (offset + buffer.size() > file_->bytes.size()) return ctl::kEndOfFile;
     std::memcpy(buffer.data(), file_->bytes.data() + offset, buffer.size());
+    if (file_->after_read) file_->after_read(*file_);
     return 0;
   }
   std::uint32_t SetSize(std::uint64_t size) override {

@@ -97,7 +97,7 @@ TEST(VolumeFileListTest, ExampleOfTheDocumentIsItsValue) {
   VolumeFileList list(kVolume);
   list.Set(L"D:\\\u00DCbung.vhdx", 0x00010000000000c7);
   list.Set(L"D:\\Mail.pst", 0x000300000001a2b4);
-  const test::HexDump dump = test::ReadHexDump(ZEL_DOCS "/operations.md");
+  const test::HexDump dump = test::ReadHexDump("docs/operations.md");
   EXPECT_EQ(dump.lines, (list.value().size() + 15) / 16);
   EXPECT_EQ(dump.bytes, ValueOf(list));
 }

@@ -80,7 +80,7 @@ TEST_F(ApplyTest, PersonSeesTheProgressAndWhatWasDone) {
   terminal.to_person = true;
   EXPECT_EQ(Run(Arguments({"--verify"})), 0);
   EXPECT_EQ(terminal.printed,
-            "copied 4.0 KiB of 40.0 KiB changed (10.0 %): 1 of 10 blocks of 4.0 KiB, in 1 range\n"
+            "copied 4.0 KiB of 40.0 KiB (10.0 %): 1 of 10 blocks of 4.0 KiB, in 1 range\n"
             "compared: both files are equal\n");
   ASSERT_EQ(terminal.progress.size(), 4u);
   EXPECT_THAT(terminal.progress[0], testing::StartsWith("copying 100.0 %"));
@@ -214,6 +214,14 @@ TEST_F(ApplyTest, FullCopyAppearsWholeOrNotAtAll) {
   machine.files.erase(kCopy);
   EXPECT_EQ(Run({"apply", "--full", "--from", kSource, "--to", kCopy}), 0);
   EXPECT_TRUE(Equal());
+  EXPECT_FALSE(machine.files.contains("D:\\copy.zelctl-new"));
+}
+
+TEST_F(ApplyTest, FullCopyThatProvesWrongDoesNotTakeThePlace) {
+  const Bytes before = machine.At(kCopy).bytes;
+  machine.At(kSource).after_read = [](test::MemoryFile& file) { file.bytes[9] ^= std::byte{1}; };
+  EXPECT_EQ(RunJson(Arguments({"--full", "--verify"}), 1)["difference_at"], 9);
+  EXPECT_EQ(machine.At(kCopy).bytes, before);
   EXPECT_FALSE(machine.files.contains("D:\\copy.zelctl-new"));
 }
 

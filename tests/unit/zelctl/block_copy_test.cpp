@@ -224,8 +224,10 @@ TEST(CopyWholeTest, EmptyAndLongFilesAreCopied) {
 
 std::optional<std::uint64_t> Compare(const Bytes& a, const Bytes& b) {
   test::Death alive;
-  test::OpenMemoryFile first(std::make_shared<MemoryFile>(MemoryFile{a, 0, {}}), alive);
-  test::OpenMemoryFile second(std::make_shared<MemoryFile>(MemoryFile{b, 0, {}}), alive);
+  test::OpenMemoryFile first(std::make_shared<MemoryFile>(MemoryFile{.bytes = a, .reads = {}}),
+                             alive);
+  test::OpenMemoryFile second(std::make_shared<MemoryFile>(MemoryFile{.bytes = b, .reads = {}}),
+                              alive);
   std::optional<std::uint64_t> difference;
   EXPECT_EQ(CompareWhole(first, second, difference, Ignore), std::nullopt);
   return difference;

@@ -169,7 +169,7 @@ TEST(HelpTest, LinesFitATerminal) {
 
 // The manual holds what the program prints. To bring it up to date: tools/update_manual.py
 TEST(HelpTest, ManualHoldsEveryHelpText) {
-  std::ifstream document(ZEL_DOCS "/zelctl.md");
+  std::ifstream document("docs/zelctl.md");
   std::stringstream manual;
   manual << document.rdbuf();
   for (std::string topic : HelpTopics()) {

@@ -21,7 +21,8 @@ TEST(DrawMapTest, AsciiMapHasOffsetsLegendAndTotals) {
             "   0 bytes  ##............................#.........\n"
             " 160.0 KiB  ....................\n"
             "            . unchanged  - to 25 %  + to 50 %  * more  # all changed\n"
-            "12.0 KiB of 240.0 KiB changed (5.0 %): 3 of 60 blocks of 4.0 KiB, in 2 ranges\n");
+            "changed 12.0 KiB of 240.0 KiB (5.0 %)\n"
+            "3 of 60 blocks of 4.0 KiB, in 2 ranges\n");
 }
 
 TEST(DrawMapTest, EveryShareHasItsShade) {
@@ -41,8 +42,8 @@ TEST(DrawMapTest, EveryShareHasItsShade) {
 TEST(DrawMapTest, EmptyFileHasALegendAlone) {
   const ChangeMap map = MakeChangeMap(MakeBitmap(0, 4096, {}), 0, 1000);
   EXPECT_THAT(DrawMap(map, {.columns = 80, .lines = 24, .ascii = true}),
-              testing::EndsWith("0 bytes of 0 bytes changed (0.0 %): 0 of 0 blocks of 4.0 KiB, "
-                                "in 0 ranges\n"));
+              testing::EndsWith("changed 0 bytes of 0 bytes (0.0 %)\n"
+                                "0 of 0 blocks of 4.0 KiB, in 0 ranges\n"));
 }
 
 TEST(DrawMapTest, MapFitsTheTerminal) {

@@ -283,7 +283,8 @@ TEST_F(RunTest, ShowPrintsTheHeaderAndHowMuchChanged) {
             "file size then 1.1 MiB (1114113 bytes)\n"
             "size changed   no\n"
             "state          trusted\n"
-            "64.0 KiB of 1.1 MiB changed (5.9 %): 2 of 18 blocks of 64.0 KiB, in 2 ranges\n");
+            "changed        64.0 KiB of 1.1 MiB (5.9 %)\n"
+            "               2 of 18 blocks of 64.0 KiB, in 2 ranges\n");
   EXPECT_EQ(RunJson({"show", kId}).dump(),
             R"({"ok":true,"bitmap":{"bitmap_id":"0x000500000001a9f0",)"
             R"("volume":"8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e","file_id":"0x000300000001a2b4",)"
@@ -346,7 +347,8 @@ TEST_F(RunTest, FileThatIsNoBitmapIsRefusedWithItsReason) {
 
 TEST_F(RunTest, HelpVersionAndCompletionNeedNoService) {
   EXPECT_EQ(Run({"--version"}), 0);
-  EXPECT_THAT(terminal.printed, testing::StartsWith("zelctl 1."));
+  EXPECT_THAT(terminal.printed, testing::StartsWith("zelctl "));
+  EXPECT_EQ(terminal.printed.find_first_not_of("0123456789.", 7), terminal.printed.size() - 1);
   EXPECT_EQ(Run({"help", "apply"}), 0);
   EXPECT_EQ(terminal.printed, HelpText("apply"));
   EXPECT_EQ(RunJson({"help", "apply"})["text"], HelpText("apply").value());
