@@ -555,10 +555,15 @@ TEST_F(MessageThreadsTest, MessageIsInHandBeforeItsThreadHasBeenTold) {
   port_.PostUntold(MakeWrite(0, 1));
   port_.Post(MakeMessage(Type::kQueueSync));
   ASSERT_TRUE(PollUntil([] { return LastSyncTime.Get() == test::kEventTime; }));
-  EXPECT_EQ(LastMessageTime.Get(), 0u);
-  const MessagesInHand in_hand;
-  EXPECT_TRUE(PollUntil([&] { return in_hand.Processed(); }));
-  EXPECT_EQ(LastMessageTime.Get(), test::kEventTime);
+  std::optional<MessagesInHand> in_hand;
+  {
+    const LockGuard guard(bitmapCacheLock);
+    in_hand.emplace();
+    // Its thread is asked, and has the message; it cannot look its bitmaps up yet.
+    EXPECT_TRUE(PollUntil([] { return LastMessageTime.Get() == test::kEventTime; }));
+    EXPECT_FALSE(in_hand->Processed());
+  }
+  EXPECT_TRUE(PollUntil([&] { return in_hand->Processed(); }));
   EXPECT_THAT(Bits(id), ElementsAre(0));
   StopDriverThreads();
 }
