@@ -11,7 +11,7 @@
 #include "simulator/injection.h"
 #include "simulator/run.h"
 #include "simulator/simhook/native_calls.h"
-#include "simulator/simhook/reported_write.h"
+#include "simulator/simhook/reported_transfer.h"
 #include "simulator/simhook/reporter.h"
 #include "simulator/simhook/system_call.h"
 

@@ -1,4 +1,4 @@
-#include "simulator/simhook/reported_write.h"
+#include "simulator/simhook/reported_transfer.h"
 
 #include <algorithm>
 
