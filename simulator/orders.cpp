@@ -26,6 +26,7 @@ constexpr Grammar kGrammar[] = {
     {"rename", Verb::kRename, "VF?PT"},
     {"verify", Verb::kVerify, "VF?PT"},
     {"unreported", Verb::kUnreported, "VF"},
+    {"read", Verb::kRead, "VFOL"},
     {"raw", Verb::kRaw, "B"},
     {"connect", Verb::kConnect, ""},
     {"send", Verb::kSend, "BN"},
@@ -39,6 +40,7 @@ constexpr Grammar kGrammar[] = {
     {"refuse", Verb::kRefuse, "S?R"},
     {"accept", Verb::kAccept, "S"},
     {"limit", Verb::kLimit, "N"},
+    {"reads", Verb::kReads, "VF"},
     {"counters", Verb::kCounters, ""},
     {"stop", Verb::kStop, ""},
 };

@@ -19,6 +19,7 @@ enum class Verb {
   kRename,
   kVerify,
   kUnreported,
+  kRead,
   // A message as it stands.
   kRaw,
   // What the user library asks for.
@@ -36,6 +37,7 @@ enum class Verb {
   kAccept,
   kLimit,
   // About the driver.
+  kReads,
   kCounters,
   kStop,
 };
