@@ -8,6 +8,7 @@ import pytest
 from bitmap_bytes import bitmap_bytes
 from wine import BIN, wait_until
 from zelctl import NOBODY_THERE, Zelctl
+from zelctl_shapes import ERROR, SHAPES, Optional
 
 VOLUME = "00000000-0000-0000-0000-000000000043"  # Wine's drive C
 BLOCK = 4096
@@ -91,6 +92,30 @@ def test_program_tells_its_version_and_carries_it(zelctl):
         assert re.search(entry.replace(b".", b"\\."), program, re.DOTALL), field
 
 
+def test_help_and_completion_are_texts(zelctl):
+    for words in (("help",), ("help", "apply"), ("completion", "bash"), ("completion", "powershell")):
+        assert zelctl.run(*words) == (zelctl.json(*words)["text"], "")
+
+
+def member_names(shape):
+    if isinstance(shape, Optional):
+        return member_names(shape.shape)
+    if isinstance(shape, list):
+        return member_names(shape[0])
+    if isinstance(shape, dict):
+        return set(shape).union(*map(member_names, shape.values()))
+    return set()
+
+
+def test_help_names_every_member_of_the_answers(zelctl):
+    of_all = zelctl.run("help", "json")[0]
+    for command, shape in SHAPES.items():
+        help_text = of_all if command == "--version" else of_all + zelctl.run("help", command)[0]
+        missing = {name for name in member_names(shape) if not re.search(rf"\b{name}\b", help_text)}
+        assert not missing, command
+    assert all(re.search(rf"\b{name}\b", of_all) for name in ERROR)
+
+
 def test_wrong_usage_ends_with_two(zelctl):
     for words in ((), ("pong",), ("track",), ("track", "x", "--block-size", "0"),
                   ("ping", "--protseq", "smoke")):
@@ -117,7 +142,7 @@ def test_show_writes_a_map_in_text_and_as_a_picture(zelctl, backup):
     backup.write_bitmap([0, 1, 100])
     output, _ = zelctl.run("show", backup.windows("bitmap"), "--map", "--ascii", "--png",
                            backup.windows("map.png"))
-    assert output.startswith("   0 bytes  ##....")
+    assert output.startswith("   0.0 KiB  ##....")
     assert backup.file("map.png").read_bytes().startswith(b"\x89PNG\r\n")
     assert backup.names() == ["bitmap", "copy", "map.png", "source"]
 
