@@ -179,6 +179,8 @@ def test_apply_that_is_killed_at_twenty_points_is_completed(bench):
             half_copies += 1
             message = bench.apply("--bitmap", next_bitmap, exit_code=1)["error"]["message"]
             assert "half way" in message
+        unchanged = set(range(0, len(after), BLOCK)) - set(changed)
+        assert all(read_at(bench.copy, at) == after[at:at + BLOCK] for at in unchanged)
         answer = bench.apply("--bitmap", bitmap)
         assert answer["copied_bytes"] == len(changed) * BLOCK
         assert bench.is_equal() and not mark.exists()
