@@ -65,6 +65,10 @@ std::string DriverModel::Obey(const Order& order, FileTime now) {
       if (!tracked_.contains(order.file)) return "ok untracked";
       queue_.MarkUnreported(order.file);
       break;
+    case Verb::kRead:
+      if (!tracked_.contains(order.file)) return "ok untracked";
+      reads_.Add(order.file, order.offset, order.length);
+      break;
     case Verb::kRaw:
       queue_.AddRaw(order.bytes, now);
       break;
@@ -97,6 +101,8 @@ std::string DriverModel::Obey(const Order& order, FileTime now) {
     case Verb::kLimit:
       queue_.SetLimit(order.number);
       break;
+    case Verb::kReads:
+      return "ok " + reads_.Take(order.file);
     case Verb::kCounters:
       return Counters();
     case Verb::kStop:  // the process's affair

@@ -20,6 +20,7 @@ enum class Verb {
   kRename,
   kVerify,
   kUnreported,
+  kRead,
   // A message as it stands.
   kRaw,
   // What the user library asks for.
@@ -37,6 +38,7 @@ enum class Verb {
   kAccept,
   kLimit,
   // About the driver.
+  kReads,
   kCounters,
   kStop,
 };

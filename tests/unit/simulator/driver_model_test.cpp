@@ -81,6 +81,16 @@ TEST_F(DriverModelTest, BurstIsOneWriteBehindTheOther) {
   EXPECT_EQ(HandOver(), -1);
 }
 
+TEST_F(DriverModelTest, ReadsOfTrackedFilesAreKeptAndNotQueued) {
+  const std::string file = VolumeText(kFile.volume) + " 7";
+  EXPECT_EQ(Tell("read " + file + " 100 10"), "ok");
+  EXPECT_EQ(Tell("read " + VolumeText(kFile.volume) + " 8 0 1"), "ok untracked");
+  EXPECT_EQ(HandOver(), -1);
+  EXPECT_EQ(Tell("reads " + file), "ok 10 100+10");
+  EXPECT_EQ(Tell("reads " + file), "ok 0");
+  EXPECT_EQ(Tell("reads " + VolumeText(kFile.volume) + " 8"), "ok 0");
+}
+
 TEST_F(DriverModelTest, ListIsReadAgainWithTheCommandOnly) {
   model.Connect();
   list = TrackedFiles{};

@@ -51,6 +51,7 @@ TEST(OrdersTest, EveryOrderIsKnown) {
       {"rename" + file, Verb::kRename},
       {"verify" + file, Verb::kVerify},
       {"unreported" + file, Verb::kUnreported},
+      {"read" + file + " 0 1", Verb::kRead},
       {"raw 00ff", Verb::kRaw},
       {"connect", Verb::kConnect},
       {"send 00 48", Verb::kSend},
@@ -64,6 +65,7 @@ TEST(OrdersTest, EveryOrderIsKnown) {
       {"refuse connects", Verb::kRefuse},
       {"accept sends", Verb::kAccept},
       {"limit 10", Verb::kLimit},
+      {"reads" + file, Verb::kReads},
       {"counters", Verb::kCounters},
       {"stop", Verb::kStop},
   };
