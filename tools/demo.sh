@@ -99,8 +99,8 @@ service_process() {  # the Linux process of the service of this prefix
   done
 }
 
-await() {  # WHAT COMMAND...: tries the command until it succeeds, for 20 seconds
-  local what=$1 deadline=$((SECONDS + 20))
+await() {  # WHAT COMMAND...: tries the command until it succeeds, for a minute
+  local what=$1 deadline=$((SECONDS + 60))
   shift
   until "$@"; do
     [ $SECONDS -lt $deadline ] || fail "waited in vain: $what"
@@ -176,7 +176,7 @@ apply() {  # --full, or --bitmap ID: brings the copy up to date
   local answer copied whole
   echo "\$ zelctl apply $* --from $database --to $copy --verify"
   answer=$(zelctl apply "$@" --from "$database" --to "$copy" --verify --json) ||
-    fail "apply failed: $answer"
+    fail "apply failed: $(field error message <<<"$answer")"
   copied=$(field copied_bytes <<<"$answer")
   whole=$(field source_size <<<"$answer")
   echo "read for the copy: $(mebibytes "$copied"); by a full pass: $(mebibytes "$whole")" \
