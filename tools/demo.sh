@@ -67,7 +67,7 @@ build_sqlite() {
   cd "$work"
   [ -e "$sqlite_archive" ] || npm pack "$sqlite_package"
   sha256sum -c <<<"$sqlite_sha256  $sqlite_archive"
-  tar -xzOf "$sqlite_archive" "package/deps/$sqlite_source.tar.gz" | tar -xz
+  tar -xzOf "$sqlite_archive" "package/deps/$sqlite_source.tar.gz" | tar -xz --no-same-owner
   x86_64-w64-mingw32-gcc-posix -O1 -municode -static -s -o sqlite3.part \
     "$sqlite_source/sqlite3.c" "$sqlite_source/shell.c"
   mv sqlite3.part sqlite3.exe
@@ -198,10 +198,10 @@ bring_copy_up_to_date() {  # and go on with a new bitmap, begun before, that mis
 build() {
   say "Build: the service, zelctl, the simulated driver; SQLite's shell from $sqlite_package"
   begin prefix tools/wine-run.sh --start
-  begin sqlite build_sqlite
+  begin sqlite-shell build_sqlite
   begin product build_product
   finish prefix
-  finish sqlite
+  finish sqlite-shell
   finish product
   echo "done after $SECONDS s"
 }
