@@ -49,6 +49,8 @@ std::string DriverModel::Obey(const Order& order, FileTime now) {
   switch (order.verb) {
     case Verb::kWrite:
       return Report(MessageType::kWrite, order, now);
+    case Verb::kBurst:
+      return ReportBurst(order, now);
     case Verb::kSize:
       return Report(MessageType::kSizeChanged, order, now);
     case Verb::kOpen:
@@ -62,6 +64,10 @@ std::string DriverModel::Obey(const Order& order, FileTime now) {
     case Verb::kUnreported:
       if (!tracked_.contains(order.file)) return "ok untracked";
       queue_.MarkUnreported(order.file);
+      break;
+    case Verb::kRead:
+      if (!tracked_.contains(order.file)) return "ok untracked";
+      reads_.Add(order.file, order.offset, order.length);
       break;
     case Verb::kRaw:
       queue_.AddRaw(order.bytes, now);
@@ -95,6 +101,8 @@ std::string DriverModel::Obey(const Order& order, FileTime now) {
     case Verb::kLimit:
       queue_.SetLimit(order.number);
       break;
+    case Verb::kReads:
+      return "ok " + reads_.Take(order.file);
     case Verb::kCounters:
       return Counters();
     case Verb::kStop:  // the process's affair
@@ -110,6 +118,16 @@ std::string DriverModel::Report(MessageType type, const Order& order, FileTime n
   }
   queue_.Add(MakeMessage(type, order, now), now);
   return "ok";
+}
+
+// Each write begins where the one before ends.
+std::string DriverModel::ReportBurst(Order order, FileTime now) {
+  std::string answer = "ok";
+  for (; order.number != 0; --order.number) {
+    answer = Report(MessageType::kWrite, order, now);
+    order.offset += order.length;
+  }
+  return answer;
 }
 
 std::string DriverModel::Send(const Order& order, FileTime now) {

@@ -14,6 +14,7 @@
 
 #include "simulator/message_queue.h"
 #include "simulator/orders.h"
+#include "simulator/read_log.h"
 #include "simulator/tracked_list.h"
 
 namespace zel::sim {
@@ -52,6 +53,7 @@ class DriverModel {
   };
 
   std::string Report(MessageType type, const Order& order, FileTime now);
+  std::string ReportBurst(Order order, FileTime now);
   std::string Send(const Order& order, FileTime now);
   std::string Refuse(const Order& order, bool refused);
   std::size_t Waiting() const { return queue_.waiting() + offered_.has_value(); }
@@ -61,6 +63,7 @@ class DriverModel {
   ReadList read_list_;
   TrackedFiles tracked_;
   MessageQueue queue_;
+  ReadLog reads_;
   std::optional<Message> offered_;
   std::deque<Handed> handed_;  // and not yet processed
   FileTime start_time_;

@@ -13,12 +13,14 @@ namespace zel::sim {
 enum class Verb {
   // Something happened to a file.
   kWrite,
+  kBurst,
   kSize,
   kOpen,
   kClose,
   kRename,
   kVerify,
   kUnreported,
+  kRead,
   // A message as it stands.
   kRaw,
   // What the user library asks for.
@@ -36,9 +38,13 @@ enum class Verb {
   kAccept,
   kLimit,
   // About the driver.
+  kReads,
   kCounters,
   kStop,
 };
+
+// How many writes one burst has at most.
+inline constexpr std::uint64_t kMaxBurst = 10'000;
 
 struct Order {
   Verb verb = Verb::kCounters;

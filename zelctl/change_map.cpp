@@ -6,10 +6,10 @@ namespace zel::ctl {
 
 std::uint64_t ChangeMap::CellBegin(std::size_t cell) const {
   if (cell >= shares.size()) return totals.file_size;
-  // The first cells take the blocks that cannot be shared out evenly. No product overflows.
+  // blocks * cell / cells, in parts of which none overflows.
   const std::uint64_t each = totals.blocks / shares.size();
   const std::uint64_t more = totals.blocks % shares.size();
-  return (each * cell + std::min<std::uint64_t>(cell, more)) * block_size;
+  return (each * cell + more * cell / shares.size()) * block_size;
 }
 
 ChangeMap MakeChangeMap(const BitmapFile& bitmap, std::uint64_t file_size, std::size_t most_cells) {

@@ -18,8 +18,8 @@ struct ChangeMap {
   [[nodiscard]] std::uint64_t CellBegin(std::size_t cell) const;
 };
 
-// At most `most_cells` cells, each of whole blocks and as many as the others or one more; a file
-// with fewer blocks has one cell for each.
+// At most `most_cells` cells, less than 2^32, each of whole blocks and as many as the others or one
+// more; a file with fewer blocks has one cell for each.
 [[nodiscard]] ChangeMap MakeChangeMap(const BitmapFile& bitmap, std::uint64_t file_size,
                                       std::size_t most_cells);
 

@@ -9,7 +9,11 @@ namespace {
 
 constexpr std::array<ManualPage, 13> kCommands = {{
     {"ping", "asks whether the service answers",
-     "Ends with 0 when it does and with 3 when it does not.\n"},
+     "Ends with 0 when it does and with 3 when it does not.\n\n"
+     "Examples:\n"
+     "  zelctl ping\n"
+     "  zelctl ping --server filer01\n"
+     "  zelctl ping --protseq ncacn_ip_tcp --endpoint 49152\n"},
 
     {"status", "tells how the service and the driver are",
      "Counts the tracked files and their bitmaps and has the service ask the driver,\n"
@@ -24,32 +28,43 @@ constexpr std::array<ManualPage, 13> kCommands = {{
     {"bitmaps", "lists the bitmaps of one or of all tracked files",
      "A line for each: bitmap id, time of creation, block size, path of the tracked\n"
      "file.\n\n"
+     "Example: zelctl bitmaps D:\\vm\\disk.vhdx\n\n"
      "JSON: bitmaps, each with bitmap_id, path, volume, file_id, block_size,\n"
      "creation_time, bitmap_file_size, bitmap_file.\n"},
 
     {"track", "starts tracking a file and makes a bitmap of it",
      "A file that is tracked already gets one more bitmap; each collects changes on\n"
      "its own from then on. Prints the new bitmap's id. Files of less than 4096 bytes\n"
-     "cannot be tracked.\n\n"
+     "cannot be tracked. Small blocks keep backups small and make large bitmaps: a\n"
+     "file of 1T has one of 2M with blocks of 64K.\n\n"
+     "Example: zelctl track --block-size 1M D:\\vm\\disk.vhdx\n\n"
      "JSON: bitmap_id, path, volume, file_id, block_size, creation_time,\n"
      "bitmap_file_size.\n"},
 
-    {"untrack", "stops tracking a file and deletes its bitmaps", "JSON: path.\n"},
+    {"untrack", "stops tracking a file and deletes its bitmaps",
+     "Ends with 1 when the file is not tracked. Tracked anew, the file needs a full\n"
+     "copy first.\n\n"
+     "JSON: path.\n"},
 
     {"sync", "waits until all writes up to a time are in the bitmaps",
      "TIME is \"now\", ISO 8601 with a zone, or a FILETIME (zelctl help values). Now is\n"
      "this machine's time: a service whose clock is behind waits for it, up to its\n"
      "SyncTimeout.\n\n"
+     "Examples:\n"
+     "  zelctl sync\n"
+     "  zelctl sync --to 2026-01-31T23:59:59+01:00\n\n"
      "JSON: time, filetime.\n"},
 
     {"copy", "writes a bitmap to a file",
      "The file is what the bitmap's own file would be if the service closed it now,\n"
      "ClosedCleanly included; show and apply take it. Synchronize before.\n\n"
+     "Example: zelctl copy 0x000500000001a9f0 --output E:\\backup\\disk.bitmap\n\n"
      "JSON: bitmap_id, output, bytes, trust.\n"},
 
     {"delete", "deletes bitmaps",
      "Delete a bitmap when what it says has been used and is not needed again. An id\n"
      "that the service does not know is no failure: the service tells no difference.\n\n"
+     "Example: zelctl delete 0x000500000001a9f0\n\n"
      "JSON: deleted, the ids; after a failure those before it.\n"},
 
     {"show", "shows what a bitmap says",
@@ -58,6 +73,10 @@ constexpr std::array<ManualPage, 13> kCommands = {{
      "bitmap was created; with --map the file as a field of cells as large as the\n"
      "terminal, each shaded by how much of it changed. --png writes the same with up\n"
      "to 8192 cells. Where UTF-8 is not shown the cells are plain characters.\n\n"
+     "Examples:\n"
+     "  zelctl show 0x000500000001a9f0 --map\n"
+     "  zelctl show E:\\backup\\disk.bitmap --ranges\n"
+     "  zelctl show E:\\backup\\disk.bitmap --png disk.png\n\n"
      "JSON: bitmap (bitmap_id, volume, file_id, creation_time, last_update_time,\n"
      "block_size, file_size, bitmap_size, size_changed, version, trust), changed\n"
      "(bytes, blocks, ranges, of_bytes, of_blocks); where asked for ranges (offset,\n"
@@ -83,6 +102,10 @@ constexpr std::array<ManualPage, 13> kCommands = {{
      "An interrupted run leaves COPY half way and COPY.zelctl-apply beside it; until a\n"
      "run with the same bitmap, an earlier one of the same file, or --full has ended\n"
      "with 0, other bitmaps are refused. With --verify that includes the comparison.\n\n"
+     "Examples:\n"
+     "  zelctl apply --full --from D:\\vm\\disk.vhdx --to E:\\backup\\disk.vhdx\n"
+     "  zelctl apply --bitmap 0x000500000001a9f0 --from D:\\vm\\disk.vhdx\n"
+     "    --to E:\\backup\\disk.vhdx --verify\n\n"
      "JSON: mode (incremental or full), source, copy, source_size, copied_bytes,\n"
      "copied_ranges, verified; difference_at when the files differ.\n"},
 
@@ -115,7 +138,7 @@ constexpr std::array<ManualPage, 3> kTopics = {{
      "ok (true or false) and the members that the command's help names. A failure has\n"
      "error with exit_code, code (of the service or the system, 0 without one), name\n"
      "(of the code) and message. notes, where it is there, lists sentences worth\n"
-     "knowing. Members are only ever added.\n\n"
+     "knowing. Members are only ever added. zelctl --version has version.\n\n"
      "Sizes, offsets and counts are numbers, ids are texts in hexadecimal, times ISO\n"
      "8601 in UTC with seven digits of a second.\n\n"
      "Without --json data goes to standard output and all else to standard error;\n"

@@ -13,7 +13,8 @@ inline constexpr std::size_t kMostPictureCells = std::size_t{128} * 64;
 
 // The cells line by line as squares, twice as many in a line as there are lines: light grey for
 // unchanged, from yellow to dark red the more of the cell changed; white behind the last one.
-// A map of at most kMostPictureCells cells.
+// Offsets before the lines, a legend and the totals below, as DrawMap has them. A map of at most
+// kMostPictureCells cells.
 [[nodiscard]] Picture PaintMap(const ChangeMap& map);
 
 }  // namespace zel::ctl

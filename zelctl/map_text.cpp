@@ -11,7 +11,7 @@ namespace zel::ctl {
 
 namespace {
 
-constexpr std::size_t kLabelWidth = 12;  // "1023.9 KiB" and two blanks
+constexpr std::size_t kLabelWidth = 12;  // "9999.9 KiB" and two blanks
 constexpr std::size_t kLegendWidth = 72;
 constexpr std::size_t kTotalsWidth = 72;  // the longer line; about the most
 constexpr std::size_t kFewestColumns = 40;
@@ -47,9 +47,9 @@ std::size_t OtherLines(std::size_t columns) {
   return broken(kLegendWidth) + 1 + broken(kTotalsWidth) + 1;
 }
 
-std::string Label(std::uint64_t offset) {
-  const std::string text = FormatSize(offset);
-  return std::string(kLabelWidth - 2 - std::min(text.size(), kLabelWidth - 2), ' ') + text + "  ";
+std::string Label(std::uint64_t offset, std::uint64_t file_size) {
+  const std::string text = FormatOffset(offset, file_size);
+  return std::string(kLabelWidth - 2 - text.size(), ' ') + text + "  ";
 }
 
 std::string Legend(bool ascii) {
@@ -72,7 +72,8 @@ std::string DrawMap(const ChangeMap& map, const TextMapLayout& layout) {
   const std::size_t width = std::max(layout.columns, kFewestColumns) - kLabelWidth;
   std::string text;
   for (std::size_t cell = 0; cell < map.shares.size(); ++cell) {
-    if (cell % width == 0) text += (cell == 0 ? "" : "\n") + Label(map.CellBegin(cell));
+    if (cell % width == 0)
+      text += (cell == 0 ? "" : "\n") + Label(map.CellBegin(cell), map.totals.file_size);
     text += Mark(ShadeOf(map.shares[cell]), layout.ascii);
   }
   if (!map.shares.empty()) text += "\n";

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <limits>
 
@@ -10,6 +11,16 @@ namespace zel::ctl {
 namespace {
 
 constexpr std::string_view kUnits = "KMGTPE";  // the last two for printing only
+
+std::string InUnit(double value, std::size_t unit) {
+  std::array<char, 32> text;
+  std::snprintf(text.data(), text.size(), "%.1f %ciB", value, kUnits[unit]);
+  return text.data();
+}
+
+std::string InBytes(std::uint64_t bytes) {
+  return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+}
 
 // The power of two that a suffix multiplies with.
 std::optional<int> ParseSuffix(std::string_view suffix) {
@@ -34,14 +45,21 @@ std::optional<std::uint64_t> ParseSize(std::string_view text) {
 }
 
 std::string FormatSize(std::uint64_t bytes) {
-  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  if (bytes < 1024) return InBytes(bytes);
   std::size_t unit = 0;
   auto value = static_cast<double>(bytes) / 1024;
   // What would be rounded to 1024.0 is one of the next unit.
   for (; value >= 1023.95 && unit + 1 < kUnits.size(); ++unit) value /= 1024;
-  std::array<char, 32> text;
-  std::snprintf(text.data(), text.size(), "%.1f %ciB", value, kUnits[unit]);
-  return text.data();
+  return InUnit(value, unit);
+}
+
+std::string FormatOffset(std::uint64_t offset, std::uint64_t file_size) {
+  constexpr std::uint64_t kMost = 9999;
+  if (file_size <= kMost) return InBytes(offset);
+  std::size_t unit = 0;
+  std::uint64_t whole = file_size / 1024;
+  for (; whole >= kMost; ++unit) whole /= 1024;
+  return InUnit(std::ldexp(static_cast<double>(offset), -10 * static_cast<int>(unit + 1)), unit);
 }
 
 }  // namespace zel::ctl

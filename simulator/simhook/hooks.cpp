@@ -1,8 +1,9 @@
 // Sees what the program of this process does to files and reports it to the simulated driver.
 // Test bench only. driversim run brings this library into a program before its first instruction.
 //
-// Seen: opens, closes, writes, changes of the size, renames, and child processes, which get this
-// library too. A section that can be written to is not followed; making one marks its file.
+// Seen: opens, closes, reads, writes, changes of the size, renames, and child processes, which get
+// this library too. Sections are not followed: making one counts as a read of the whole file and,
+// if it can be written to, marks it.
 #include <windows.h>
 
 #include <optional>
@@ -11,7 +12,7 @@
 #include "simulator/injection.h"
 #include "simulator/run.h"
 #include "simulator/simhook/native_calls.h"
-#include "simulator/simhook/reported_write.h"
+#include "simulator/simhook/reported_transfer.h"
 #include "simulator/simhook/reporter.h"
 #include "simulator/simhook/system_call.h"
 
@@ -22,6 +23,8 @@ std::wstring library_path;
 
 NtCreateFileCall* create_file = nullptr;
 NtOpenFileCall* open_file = nullptr;
+NtReadFileCall* read_file = nullptr;
+NtReadFileCall* read_file_scatter = nullptr;
 NtWriteFileCall* write_file = nullptr;
 NtWriteFileCall* write_file_gather = nullptr;
 NtSetInformationFileCall* set_information_file = nullptr;
@@ -51,6 +54,28 @@ NTSTATUS WINAPI OpenFileHook(HANDLE* handle, ACCESS_MASK access, OBJECT_ATTRIBUT
   const NTSTATUS status = open_file(handle, access, object, io, share, options);
   if (NT_SUCCESS(status)) ReportOpened(*handle, FILE_OPENED);
   return status;
+}
+
+NTSTATUS Read(NtReadFileCall* call, HANDLE handle, HANDLE event, PIO_APC_ROUTINE apc,
+              void* apc_context, IO_STATUS_BLOCK* io, void* buffer, ULONG length,
+              LARGE_INTEGER* offset, ULONG* key) {
+  const std::optional<FileKey> file = IdentifyFile(handle);
+  if (!file) return call(handle, event, apc, apc_context, io, buffer, length, offset, key);
+  return ReadAndReport(*file,
+                       {call, handle, event, apc, apc_context, io, buffer, length, offset, key});
+}
+
+NTSTATUS WINAPI ReadFileHook(HANDLE handle, HANDLE event, PIO_APC_ROUTINE apc, void* apc_context,
+                             IO_STATUS_BLOCK* io, void* buffer, ULONG length, LARGE_INTEGER* offset,
+                             ULONG* key) {
+  return Read(read_file, handle, event, apc, apc_context, io, buffer, length, offset, key);
+}
+
+NTSTATUS WINAPI ReadFileScatterHook(HANDLE handle, HANDLE event, PIO_APC_ROUTINE apc,
+                                    void* apc_context, IO_STATUS_BLOCK* io, void* segments,
+                                    ULONG length, LARGE_INTEGER* offset, ULONG* key) {
+  return Read(read_file_scatter, handle, event, apc, apc_context, io, segments, length, offset,
+              key);
 }
 
 NTSTATUS Write(NtWriteFileCall* call, HANDLE handle, HANDLE event, PIO_APC_ROUTINE apc,
@@ -103,9 +128,12 @@ NTSTATUS WINAPI CreateSectionHook(HANDLE* section, ACCESS_MASK access, OBJECT_AT
                                   HANDLE handle) {
   const NTSTATUS status =
       create_section(section, access, object, size, protection, attributes, handle);
+  if (!NT_SUCCESS(status) || handle == nullptr) return status;
+  const std::optional<FileKey> file = IdentifyFile(handle);
+  if (!file) return status;
+  ReportRead(*file, 0, SizeOf(handle));
   const bool writable = (protection & (PAGE_READWRITE | PAGE_EXECUTE_READWRITE)) != 0;
-  if (!NT_SUCCESS(status) || !writable || handle == nullptr) return status;
-  if (const std::optional<FileKey> file = IdentifyFile(handle)) ReportUnreported(*file);
+  if (writable) ReportUnreported(*file);
   return status;
 }
 
@@ -135,6 +163,8 @@ bool Replace(const char* name, Function* replacement, Function*& original) {
 bool ReplaceAll() {
   return Replace("NtCreateFile", &CreateFileHook, create_file) &&
          Replace("NtOpenFile", &OpenFileHook, open_file) &&
+         Replace("NtReadFile", &ReadFileHook, read_file) &&
+         Replace("NtReadFileScatter", &ReadFileScatterHook, read_file_scatter) &&
          Replace("NtWriteFile", &WriteFileHook, write_file) &&
          Replace("NtWriteFileGather", &WriteFileGatherHook, write_file_gather) &&
          Replace("NtSetInformationFile", &SetInformationFileHook, set_information_file) &&

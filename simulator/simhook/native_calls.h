@@ -13,6 +13,8 @@ using NtOpenFileCall = NTSTATUS WINAPI(HANDLE*, ACCESS_MASK, OBJECT_ATTRIBUTES*,
                                        ULONG, ULONG);
 using NtWriteFileCall = NTSTATUS WINAPI(HANDLE, HANDLE, PIO_APC_ROUTINE, void*, IO_STATUS_BLOCK*,
                                         const void*, ULONG, LARGE_INTEGER*, ULONG*);
+using NtReadFileCall = NTSTATUS WINAPI(HANDLE, HANDLE, PIO_APC_ROUTINE, void*, IO_STATUS_BLOCK*,
+                                       void*, ULONG, LARGE_INTEGER*, ULONG*);
 using NtSetInformationFileCall = NTSTATUS WINAPI(HANDLE, IO_STATUS_BLOCK*, void*, ULONG, ULONG);
 using NtCloseCall = NTSTATUS WINAPI(HANDLE);
 using NtCreateSectionCall = NTSTATUS WINAPI(HANDLE*, ACCESS_MASK, OBJECT_ATTRIBUTES*,
@@ -36,7 +38,7 @@ enum InformationClass : ULONG {
 inline constexpr ULONG_PTR kSuperseded = 0;
 inline constexpr ULONG_PTR kOverwritten = 3;
 
-// Offsets of NtWriteFile that mean something else.
+// Offsets that mean something else: for NtWriteFile, and for both.
 inline constexpr LONGLONG kToEndOfFile = -1;
 inline constexpr LONGLONG kAtFilePointer = -2;
 

@@ -34,6 +34,17 @@ std::string Process() {
   return Number(::GetCurrentProcessId());
 }
 
+void ReportRange(const char* what, const FileKey& file, std::uint64_t offset, std::uint64_t length,
+                 const std::string& more) {
+  constexpr std::uint64_t kMostInOneMessage = UINT32_MAX;
+  while (length != 0) {
+    const std::uint64_t part = std::min(length, kMostInOneMessage);
+    Report(what, file, Number(offset) + Number(part) + more);
+    offset += part;
+    length -= part;
+  }
+}
+
 }  // namespace
 
 bool StartReporting() {
@@ -53,14 +64,12 @@ void ReportRename(const FileKey& file) {
   Report("rename", file, Process());
 }
 
+void ReportRead(const FileKey& file, std::uint64_t offset, std::uint64_t length) {
+  ReportRange("read", file, offset, length, "");
+}
+
 void ReportWrite(const FileKey& file, std::uint64_t offset, std::uint64_t length) {
-  constexpr std::uint64_t kMostInOneMessage = UINT32_MAX;
-  while (length != 0) {
-    const std::uint64_t part = std::min(length, kMostInOneMessage);
-    Report("write", file, Number(offset) + Number(part) + Process());
-    offset += part;
-    length -= part;
-  }
+  ReportRange("write", file, offset, length, Process());
 }
 
 void ReportSize(const FileKey& file, std::uint64_t size) {

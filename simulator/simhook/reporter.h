@@ -17,6 +17,7 @@ namespace zel::sim {
 void ReportOpen(const FileKey& file);
 void ReportClose(const FileKey& file);
 void ReportRename(const FileKey& file);
+void ReportRead(const FileKey& file, std::uint64_t offset, std::uint64_t length);
 void ReportWrite(const FileKey& file, std::uint64_t offset, std::uint64_t length);
 void ReportSize(const FileKey& file, std::uint64_t size);
 // Changes that cannot be seen.

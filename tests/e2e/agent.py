@@ -125,6 +125,9 @@ class Agent:
         self.kill()
         if self.wine.service_state(DRIVER_SERVICE) == "RUNNING":
             self.tell_driver("stop")
+            # A service whose program is still there is not deleted yet, and cannot be made anew.
+            wait_until(lambda: not self.wine.processes(self.directory + "\\driversim.exe"),
+                       "the driver has ended")
         for service in (SERVICE, DRIVER_SERVICE):
             self.wine.sc("delete", service)
             self.wine.reg_delete(f"{SERVICES_KEY}\\{service}")

@@ -4,6 +4,7 @@ from agent import Agent
 from rpc_server import RpcServer
 from unconfigured import UnconfiguredRun
 from wine import Wine
+from zelctl_bench import Bench
 
 
 @pytest.fixture(scope="session", autouse=True)
@@ -29,6 +30,11 @@ def agent(wine):
     installation.remove_all()  # what the test before has left
     installation.lay_out()
     return installation
+
+
+@pytest.fixture
+def bench(agent):
+    return Bench(agent)
 
 
 @pytest.fixture

@@ -36,7 +36,7 @@ def test_map_fills_the_terminal_with_shades(zelctl, columns, lines):
     code, drawn = zelctl.on_terminal(columns, lines, "show", "C:\\console\\bitmap", "--map")
     assert code == 0
     shown = lines_of(drawn)
-    assert shown[0] == "   0 bytes  " + "█" * (columns - 13)
+    assert shown[0] == "   0.0 MiB  " + "█" * (columns - 13)
     assert min(lines - 5, BLOCKS // (columns - 13)) <= len(shown) <= lines
     assert "changed 16.0 MiB of 16.0 MiB (100.0 %)" in drawn
 

@@ -6,8 +6,9 @@ import re
 import pytest
 
 from bitmap_bytes import bitmap_bytes
-from wine import BIN, wait_until
+from wine import BIN
 from zelctl import NOBODY_THERE, Zelctl
+from zelctl_shapes import ERROR, SHAPES, Optional
 
 VOLUME = "00000000-0000-0000-0000-000000000043"  # Wine's drive C
 BLOCK = 4096
@@ -91,6 +92,30 @@ def test_program_tells_its_version_and_carries_it(zelctl):
         assert re.search(entry.replace(b".", b"\\."), program, re.DOTALL), field
 
 
+def test_help_and_completion_are_texts(zelctl):
+    for words in (("help",), ("help", "apply"), ("completion", "bash"), ("completion", "powershell")):
+        assert zelctl.run(*words) == (zelctl.json(*words)["text"], "")
+
+
+def member_names(shape):
+    if isinstance(shape, Optional):
+        return member_names(shape.shape)
+    if isinstance(shape, list):
+        return member_names(shape[0])
+    if isinstance(shape, dict):
+        return set(shape).union(*map(member_names, shape.values()))
+    return set()
+
+
+def test_help_names_every_member_of_the_answers(zelctl):
+    of_all = zelctl.run("help", "json")[0]
+    for command, shape in SHAPES.items():
+        help_text = of_all if command == "--version" else of_all + zelctl.run("help", command)[0]
+        missing = {name for name in member_names(shape) if not re.search(rf"\b{name}\b", help_text)}
+        assert not missing, command
+    assert all(re.search(rf"\b{name}\b", of_all) for name in ERROR)
+
+
 def test_wrong_usage_ends_with_two(zelctl):
     for words in ((), ("pong",), ("track",), ("track", "x", "--block-size", "0"),
                   ("ping", "--protseq", "smoke")):
@@ -117,7 +142,7 @@ def test_show_writes_a_map_in_text_and_as_a_picture(zelctl, backup):
     backup.write_bitmap([0, 1, 100])
     output, _ = zelctl.run("show", backup.windows("bitmap"), "--map", "--ascii", "--png",
                            backup.windows("map.png"))
-    assert output.startswith("   0 bytes  ##....")
+    assert output.startswith("   0.0 KiB  ##....")
     assert backup.file("map.png").read_bytes().startswith(b"\x89PNG\r\n")
     assert backup.names() == ["bitmap", "copy", "map.png", "source"]
 
@@ -205,40 +230,3 @@ def test_copy_that_another_program_writes_is_left_alone(zelctl, backup):
     assert set(codes) <= {0, 1} and 0 in codes
     assert zelctl.json(*backup.apply("--verify"))["verified"] is True
     assert backup.names() == ["bitmap", "copy", "source"]
-
-
-def test_apply_that_is_killed_at_twenty_points_is_completed(zelctl, backup):
-    seeds = random.Random(20260203)
-    size = 8192 * BLOCK
-    with open(backup.file("source"), "r+b") as source:
-        source.truncate(size)
-    with open(backup.file("copy"), "r+b") as copy:
-        copy.truncate(size)
-    blocks = range(0, 8192, 2)  # no two together: many small writes
-    mark = backup.file("copy.zelctl-apply")
-    interrupted = 0
-    for number in range(20):
-        change(backup, blocks, seed=number * 10000)
-        backup.write_bitmap(blocks)
-        expected = backup.file("source").read_bytes()
-        point = seeds.choice(blocks) * BLOCK
-
-        run = zelctl.start(*backup.apply())
-        with open(backup.file("copy"), "rb") as copy:
-            def has_come_so_far():
-                copy.seek(point)
-                return run.poll() is not None or copy.read(BLOCK) == expected[point:point + BLOCK]
-            wait_until(has_come_so_far, "the run writes the block", pause_s=0)
-        run.kill()
-        run.wait(20)
-        interrupted += mark.exists()
-        # What the bitmap calls unchanged is as it was, wherever the run was killed.
-        assert backup.file("copy").read_bytes()[BLOCK:2 * BLOCK] == expected[BLOCK:2 * BLOCK]
-        if mark.exists() and number % 2 == 0:  # another bitmap is refused on a half copy
-            backup.write_bitmap(blocks, created=0x01dc92bf4c8a6d01)
-            message = zelctl.json(*backup.apply(), exit_code=1)["error"]["message"]
-            assert "half way" in message
-            backup.write_bitmap(blocks)
-        assert zelctl.json(*backup.apply("--verify"))["verified"] is True
-        assert backup.is_equal() and not mark.exists()
-    assert interrupted > 0, "no run was killed in its middle"

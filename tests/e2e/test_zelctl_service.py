@@ -1,61 +1,10 @@
 """The administrator's tool with the shipped service: every command, its answers and its refusals, and
-the main job. The driver is the simulator; what it reports is what a program really does."""
+the main job."""
 
 import os
-import random
 
-import pytest
-
-from wine import BIN, wait_until
-from zelctl import Zelctl
-
-BLOCK = 4096
-SIZE = 512 * BLOCK
-FILE = "C:\\data\\zelctl Größe.bin"
-COPY = "C:\\data\\copy.bin"
-
-
-class Bench:
-    def __init__(self, agent):
-        self.agent = agent
-        self.zelctl = Zelctl(agent.wine)
-        self.source = agent.wine.path(FILE)
-        self.copy = agent.wine.path(COPY)
-        self.source.parent.mkdir(exist_ok=True)
-        self.source.write_bytes(random.Random(1).randbytes(SIZE))
-        for left in self.source.parent.glob("copy.bin*"):
-            left.unlink()
-        agent.install()
-        agent.start()
-
-    def track(self, block_size="4K"):
-        return self.zelctl.json("track", FILE, "--block-size", block_size)["bitmap_id"]
-
-    def work(self, seed):
-        """Lets a program write, append and truncate as it likes, where the driver sees it."""
-        ended = self.agent.wine.run(self.agent.directory + "\\driversim.exe", "run", "--",
-                                    str(BIN / "simulator" / "file_worker.exe"), "random", str(seed),
-                                    FILE)
-        assert ended.returncode == 0, ended.stdout
-
-    def write(self, offset, content):
-        """A write of our own, told to the driver."""
-        with open(self.source, "r+b") as file:
-            file.seek(offset)
-            file.write(content)
-        volume, file_id = self.agent.identity(FILE)
-        assert self.agent.tell_driver(f"write {volume} {file_id} {offset} {len(content)}") == "ok"
-
-    def apply(self, *more, copy=COPY, exit_code=0):
-        return self.zelctl.json("apply", "--from", FILE, "--to", copy, *more, exit_code=exit_code)
-
-    def is_equal(self, copy=COPY):
-        return self.source.read_bytes() == self.agent.wine.path(copy).read_bytes()
-
-
-@pytest.fixture
-def bench(agent):
-    return Bench(agent)
+from wine import wait_until
+from zelctl_bench import BLOCK, COPY, FILE, SIZE
 
 
 def test_service_and_driver_answer(bench):

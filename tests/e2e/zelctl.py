@@ -17,11 +17,13 @@ NOBODY_THERE = {1722: "RPC_S_SERVER_UNAVAILABLE", 1753: "EPT_S_NOT_REGISTERED"}
 
 
 class Zelctl:
-    def __init__(self, wine):
+    def __init__(self, wine, through=()):
+        """`through`: the program and its arguments that run it, if not the caller itself."""
         self.wine = wine
+        self.through = through
 
     def command(self, *arguments):
-        return [RUN, str(BIN / "zelctl.exe"), *arguments]
+        return [RUN, *self.through, str(BIN / "zelctl.exe"), *arguments]
 
     def run(self, *arguments, exit_code=0):
         """Standard output and standard error as text; the exit code must be the one expected."""

@@ -1,9 +1,13 @@
 // The program whose file activity the tests of driversim run look at.
 //
 //   file_worker random SEED FILE      writes, appends and truncates by every way there is
+//   file_worker random SEED REACH FILE  the same up to about REACH bytes, 200000 unless told
+//   file_worker scatter SEED FILE     writes about every second page of the file, in random order
 //   file_worker child SEED FILE       the same in a child process
 //   file_worker overlapped FILE       one overlapped write of 3 bytes at 5, one through a port
 //   file_worker gather FILE           one write of a page at 8192, past the cache
+//   file_worker read FILE             reads 10 bytes at 100, 20 behind them from the file pointer,
+//                                     30 at 200 overlapped and a page at 8192 past the cache
 //   file_worker rename FILE NEWNAME
 //   file_worker map FILE              writes through a mapped section
 //   file_worker recreate FILE         truncates the file by creating it anew
@@ -11,7 +15,10 @@
 //                                     zel_file_worker_goes_on and writes
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <numeric>
 #include <random>
 #include <string>
 #include <string_view>
@@ -49,7 +56,8 @@ void MoveTo(HANDLE file, std::uint64_t offset) {
 // What is written differs from all that was there before.
 class Writer {
  public:
-  Writer(unsigned seed, const wchar_t* path) : random_(seed), path_(path), file_(Open(path)) {}
+  Writer(unsigned seed, std::uint64_t reach, const wchar_t* path)
+      : random_(seed), reach_(reach), path_(path), file_(Open(path)) {}
 
   void Step() {
     switch (Random(10)) {
@@ -78,7 +86,7 @@ class Writer {
 
  private:
   std::uint64_t Random(std::uint64_t limit) { return random_() % limit; }
-  std::uint64_t Place() { return Random(200'000); }
+  std::uint64_t Place() { return Random(reach_); }
   const std::string& Data() {
     data_.assign(1 + Random(9'000), static_cast<char>(++generation_));
     return data_;
@@ -142,15 +150,39 @@ class Writer {
   }
 
   std::mt19937 random_;
+  std::uint64_t reach_;
   const wchar_t* path_;
   UniqueFile file_;
   std::string data_;
   unsigned char generation_ = 0;
 };
 
-void WriteAtRandom(const wchar_t* seed, const wchar_t* path) {
-  Writer writer(static_cast<unsigned>(std::wcstoul(seed, nullptr, 10)), path);
+unsigned Number(const wchar_t* text) {
+  return static_cast<unsigned>(std::wcstoul(text, nullptr, 10));
+}
+
+void WriteAtRandom(unsigned seed, std::uint64_t reach, const wchar_t* path) {
+  Writer writer(seed, reach, path);
   for (int step = 0; step < 40; ++step) writer.Step();
+}
+
+void Scatter(unsigned seed, const wchar_t* path) {
+  constexpr std::uint64_t kPage = 4096;
+  std::mt19937 random(seed);
+  const UniqueFile file = Open(path);
+  LARGE_INTEGER size;
+  Check(::GetFileSizeEx(file.get(), &size));
+  std::vector<std::uint64_t> pages(static_cast<std::uint64_t>(size.QuadPart) / kPage);
+  std::iota(pages.begin(), pages.end(), 0);
+  std::shuffle(pages.begin(), pages.end(), random);
+  pages.resize(pages.size() / 2);
+  std::vector<std::uint32_t> data(kPage / sizeof(std::uint32_t));
+  for (const std::uint64_t page : pages) {
+    std::generate(data.begin(), data.end(), std::ref(random));
+    OVERLAPPED place = At(page * kPage);
+    DWORD written = 0;
+    Check(::WriteFile(file.get(), data.data(), kPage, &written, &place) && written == kPage);
+  }
 }
 
 int RunChild(const wchar_t* seed, const wchar_t* path) {
@@ -200,6 +232,28 @@ void WriteGathered(const wchar_t* path) {
   Check(::WaitForSingleObject(event.get(), 5'000) == WAIT_OBJECT_0);
 }
 
+void Read(const wchar_t* path) {
+  char buffer[30];
+  DWORD count = 0;
+  OVERLAPPED first = At(100);
+  const UniqueFile file = Open(path, GENERIC_READ);
+  Check(::ReadFile(file.get(), buffer, 10, &count, &first) && count == 10);
+  Check(::ReadFile(file.get(), buffer, 20, &count, nullptr) && count == 20);
+
+  const UniqueFile other = Open(path, GENERIC_READ, FILE_FLAG_OVERLAPPED | FILE_FLAG_NO_BUFFERING);
+  const UniqueEvent event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  OVERLAPPED overlapped = At(200, event.get());
+  const auto completes = [&](BOOL done) {
+    Check((done || ::GetLastError() == ERROR_IO_PENDING) &&
+          ::GetOverlappedResult(other.get(), &overlapped, &count, TRUE));
+  };
+  completes(::ReadFile(other.get(), buffer, 30, nullptr, &overlapped));
+  FILE_SEGMENT_ELEMENT segments[2] = {};
+  segments[0].Buffer = ::VirtualAlloc(nullptr, 4096, MEM_COMMIT, PAGE_READWRITE);
+  overlapped = At(8192, event.get());
+  completes(::ReadFileScatter(other.get(), segments, 4096, nullptr, &overlapped));
+}
+
 void WriteMapped(const wchar_t* path) {
   const UniqueFile file = Open(path);
   const UniqueMapping mapping(
@@ -228,10 +282,15 @@ void WriteLate(const wchar_t* path) {
 int Run(const std::vector<const wchar_t*>& arguments) {
   const std::wstring_view task = arguments[0];
   const wchar_t* const path = arguments.back();
-  if (task == L"random") return WriteAtRandom(arguments[1], path), 0;
+  if (task == L"random") {
+    const std::uint64_t reach = arguments.size() > 3 ? Number(arguments[2]) : 200'000;
+    return WriteAtRandom(Number(arguments[1]), reach, path), 0;
+  }
+  if (task == L"scatter") return Scatter(Number(arguments[1]), path), 0;
   if (task == L"child") return RunChild(arguments[1], path);
   if (task == L"overlapped") return WriteOverlapped(path), 0;
   if (task == L"gather") return WriteGathered(path), 0;
+  if (task == L"read") return Read(path), 0;
   if (task == L"rename") return ::MoveFileW(arguments[1], path) ? 0 : 1;
   if (task == L"map") return WriteMapped(path), 0;
   if (task == L"recreate") return Recreate(path), 0;

@@ -83,6 +83,9 @@ class RunTest : public ::testing::Test {
     }
   }
 
+  // What the driver knows of reads since it was last asked.
+  std::string Reads() { return driver_.Tell("reads " + sim::OrderText(key_)); }
+
   // Offsets and lengths.
   using Ranges = std::vector<std::pair<std::uint64_t, std::uint32_t>>;
   Ranges Writes() {
@@ -161,6 +164,19 @@ TEST_F(RunTest, GatheredWriteIsSeen) {
   EXPECT_EQ(Run(Worker() + L"gather " + Quoted(path_)), 0u);
   EXPECT_EQ(ReadFileBytes(path_).substr(8192, 4096), std::string(4096, '\0'));
   EXPECT_EQ(Writes(), (Ranges{{8192, 4096}, {8192, 4096}}));
+}
+
+TEST_F(RunTest, ReadsAreKnownWithTheirPlaces) {
+  Track(path_);
+  EXPECT_EQ(Run(Worker() + L"read " + Quoted(path_)), 0u);
+  EXPECT_EQ(Reads(), "ok 4156 100+30 200+30 8192+4096");
+  EXPECT_EQ(Reads(), "ok 0");
+}
+
+TEST_F(RunTest, SectionCountsAsAReadOfTheWholeFile) {
+  Track(path_);
+  EXPECT_EQ(Run(Worker() + L"map " + Quoted(path_)), 0u);
+  EXPECT_EQ(Reads(), "ok 150000 0+150000");
 }
 
 TEST_F(RunTest, RenameIsSeen) {

@@ -141,9 +141,9 @@ TEST(ChangeMapTest, CellsShareTheBlocksOut) {
   const ChangeMap map = MakeChangeMap(MakeBitmap(10, 1, {0, 4, 5, 6}), 10, 4);
   EXPECT_THAT((std::vector{map.CellBegin(0), map.CellBegin(1), map.CellBegin(2), map.CellBegin(3),
                            map.CellBegin(4)}),
-              ElementsAre(0, 3, 6, 8, 10));
-  EXPECT_THAT(map.shares, ElementsAre(testing::DoubleEq(1.0 / 3), testing::DoubleEq(2.0 / 3),
-                                      testing::DoubleEq(0.5), testing::DoubleEq(0.0)));
+              ElementsAre(0, 2, 5, 7, 10));
+  EXPECT_THAT(map.shares, ElementsAre(testing::DoubleEq(0.5), testing::DoubleEq(1.0 / 3),
+                                      testing::DoubleEq(1.0), testing::DoubleEq(0.0)));
 }
 
 TEST(ChangeMapTest, EmptyFileHasNoCells) {

@@ -2,11 +2,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "tests/unit/support/bitmap_bytes.h"
+#include "zelctl/canvas.h"
 #include "zelctl/map_picture.h"
 #include "zelctl/map_text.h"
 
@@ -18,7 +21,7 @@ using test::MakeBitmap;
 TEST(DrawMapTest, AsciiMapHasOffsetsLegendAndTotals) {
   const ChangeMap map = MakeChangeMap(MakeBitmap(60 * 4096, 4096, {0, 1, 30}), 60 * 4096, 1000);
   EXPECT_EQ(DrawMap(map, {.columns = 52, .lines = 24, .ascii = true}),
-            "   0 bytes  ##............................#.........\n"
+            "   0.0 KiB  ##............................#.........\n"
             " 160.0 KiB  ....................\n"
             "            . unchanged  - to 25 %  + to 50 %  * more  # all changed\n"
             "changed 12.0 KiB of 240.0 KiB (5.0 %)\n"
@@ -68,15 +71,66 @@ TEST(DrawMapTest, MapFitsTheTerminal) {
 
 TEST(PaintMapTest, SquaresHaveTheColourOfTheirShare) {
   const Picture picture = PaintMap(MakeChangeMap(MakeBitmap(8, 1, {0, 7}), 8, kMostPictureCells));
-  // Eight cells in two lines of four.
-  ASSERT_EQ(picture.width, 768u);
-  ASSERT_EQ(picture.height, 384u);
-  const auto at = [&](std::size_t x, std::size_t y) { return picture.pixels[y * 768 + x]; };
+  // Eight cells in two lines of four, behind the offsets.
+  ASSERT_EQ(picture.width, 148u + 768u + 16u);
+  ASSERT_EQ(picture.height, 16u + 384u + 16u + 3 * 24u);
+  const auto at = [&](std::size_t x, std::size_t y) {
+    return picture.pixels[(16 + y) * picture.width + 148 + x];
+  };
   EXPECT_EQ(at(0, 0), 15) << "all changed";
-  EXPECT_EQ(at(192, 0), 1) << "unchanged";
+  EXPECT_EQ(at(192, 0), 2) << "unchanged";
   EXPECT_EQ(at(191, 0), 0) << "the gap";
   EXPECT_EQ(at(3 * 192, 192), 15);
   EXPECT_EQ(at(0, 191), 0) << "the gap";
+}
+
+// The text line below the field that begins there, read back from the points of its letters.
+std::string TextAt(const Picture& picture, std::size_t left, std::size_t top) {
+  constexpr std::string_view kAlphabet = "0123456789.,%()BEGKMPTabcdefghiklnorstuy";
+  std::string text;
+  for (; left + Canvas::kLetterPixels <= picture.width; left += Canvas::kLetterPixels) {
+    std::array<std::uint8_t, kGlyphHeight> rows = {};
+    for (std::size_t y = 0; y < rows.size(); ++y) {
+      for (std::size_t x = 0; x < kGlyphWidth; ++x) {
+        const std::size_t at = (top + 2 * y) * picture.width + left + 2 * x;
+        rows[y] = static_cast<std::uint8_t>(rows[y] << 1 | (picture.pixels[at] == 1));
+      }
+    }
+    const auto letter = std::ranges::find_if(kAlphabet, [&](char c) { return GlyphOf(c) == rows; });
+    text += letter == kAlphabet.end() ? ' ' : *letter;
+  }
+  return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+TEST(PaintMapTest, OffsetsLegendAndTotalsAreWritten) {
+  const std::uint64_t size = std::uint64_t{256} << 20;
+  const Picture picture =
+      PaintMap(MakeChangeMap(MakeBitmap(size, 65536, {0, 1, 9}), size, kMostPictureCells));
+  EXPECT_THAT(TextAt(picture, 16, 16), testing::StartsWith("   0.0 MiB"));
+  // Lines of 91 cells of 8 pixels; beside every third there is room.
+  EXPECT_THAT(TextAt(picture, 16, 16 + 3 * 8), testing::StartsWith("  17.1 MiB"));
+  const std::size_t below = 16 + 46 * 8 + 16;
+  EXPECT_EQ(TextAt(picture, 148, below),
+            "  unchanged  little" + std::string(15, ' ') + "all changed");
+  EXPECT_EQ(TextAt(picture, 148, below + 24), "changed 192.0 KiB of 256.0 MiB (0.1 %)");
+  EXPECT_EQ(TextAt(picture, 148, below + 48), "3 of 4096 blocks of 64.0 KiB, in 2 ranges");
+}
+
+TEST(PixelFontTest, EveryLetterHasAShapeOfItsOwn) {
+  constexpr std::string_view kAlphabet = " 0123456789.,%()BEGKMPTabcdefghiklnorstuy";
+  std::set<std::array<std::uint8_t, kGlyphHeight>> shapes;
+  for (const char letter : kAlphabet) shapes.insert(GlyphOf(letter));
+  EXPECT_EQ(shapes.size(), kAlphabet.size());
+}
+
+TEST(CanvasTest, NothingIsDrawnOutside) {
+  Canvas canvas(20, 8, {});
+  canvas.Write(14, 2, "8888", 3);
+  canvas.Fill(19, 7, 100, 100, 5);
+  canvas.Fill(100, 100, 1, 1, 5);
+  EXPECT_EQ(canvas.picture().pixels.size(), 160u);
+  EXPECT_EQ(canvas.picture().pixels.back(), 5);
+  EXPECT_EQ(std::ranges::count(canvas.picture().pixels, 5), 1);
 }
 
 TEST(PaintMapTest, LargestMapAndNoneArePictures) {
@@ -85,7 +139,7 @@ TEST(PaintMapTest, LargestMapAndNoneArePictures) {
     const Picture picture =
         PaintMap(MakeChangeMap(MakeBitmap(blocks, 1, {}), blocks, kMostPictureCells));
     EXPECT_GT(picture.height, 0u);
-    EXPECT_LE(picture.width, 768u);
+    EXPECT_LE(picture.width, 148u + 768u + 16u);
     EXPECT_EQ(picture.pixels.size(), std::size_t{picture.width} * picture.height);
   }
 }

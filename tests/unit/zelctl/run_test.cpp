@@ -302,7 +302,7 @@ TEST_F(RunTest, ShowListsRangesAndDrawsMaps) {
   EXPECT_EQ(Run({"show", "bitmap", "--ranges"}), 0);
   EXPECT_EQ(terminal.printed, "0 65536\n458752 131072\n1114112 1\n");
   EXPECT_EQ(Run({"show", "bitmap", "--map"}), 0);
-  EXPECT_THAT(terminal.printed, testing::StartsWith("   0 bytes  #......##........#\n"));
+  EXPECT_THAT(terminal.printed, testing::StartsWith("   0.0 KiB  #......##........#\n"));
   const ordered_json json = RunJson({"show", "bitmap", "--ranges", "--map"});
   EXPECT_EQ(json["ranges"][1].dump(), R"({"offset":458752,"length":131072})");
   EXPECT_EQ(json["map"].size(), 18u);

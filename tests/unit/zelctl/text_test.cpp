@@ -26,6 +26,19 @@ TEST(ParseSizeTest, WhatIsNoSizeIsRefused) {
   }
 }
 
+TEST(FormatOffsetTest, OffsetsOfAFileHaveOneUnit) {
+  constexpr std::uint64_t kGiB = std::uint64_t{1} << 30;
+  EXPECT_EQ(FormatOffset(0, 9999), "0 bytes");
+  EXPECT_EQ(FormatOffset(9998, 9999), "9998 bytes");
+  EXPECT_EQ(FormatOffset(0, 10'000), "0.0 KiB");
+  EXPECT_EQ(FormatOffset(1536, 9'000'000), "1.5 KiB");
+  EXPECT_EQ(FormatOffset(kGiB / 10, kGiB), "102.4 MiB");
+  EXPECT_EQ(FormatOffset(1075 * kGiB, 3000 * kGiB), "1075.0 GiB");
+  EXPECT_EQ(FormatOffset(9998 * kGiB, 9998 * kGiB), "9998.0 GiB");
+  EXPECT_EQ(FormatOffset(9999 * kGiB, 9999 * kGiB), "9.8 TiB");
+  EXPECT_EQ(FormatOffset(~std::uint64_t{0}, ~std::uint64_t{0}), "16.0 EiB");
+}
+
 TEST(FormatSizeTest, UnitKeepsTheNumberBelow1024) {
   EXPECT_EQ(FormatSize(0), "0 bytes");
   EXPECT_EQ(FormatSize(1), "1 byte");

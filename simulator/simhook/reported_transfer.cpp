@@ -1,4 +1,4 @@
-#include "simulator/simhook/reported_write.h"
+#include "simulator/simhook/reported_transfer.h"
 
 #include <algorithm>
 
@@ -19,6 +19,10 @@ Information Query(HANDLE file, InformationClass kind) {
   ::NtQueryInformationFile(file, &io, &information, sizeof information,
                            static_cast<FILE_INFORMATION_CLASS>(kind));
   return information;
+}
+
+std::uint64_t PointerOf(HANDLE file) {
+  return static_cast<std::uint64_t>(Query<LARGE_INTEGER>(file, kPositionInformation).QuadPart);
 }
 
 bool IsSynchronous(HANDLE file) {
@@ -83,11 +87,27 @@ NTSTATUS Append(const FileKey& file, const WriteCall& write) {
 // The pointer is read and said, so that the place reported is the place written.
 NTSTATUS WriteAtPointer(const FileKey& file, const WriteCall& write) {
   const LockGuard guard(pointerLock);
-  auto position = Query<LARGE_INTEGER>(write.file, kPositionInformation);
-  return WriteAt(file, write, static_cast<std::uint64_t>(position.QuadPart), &position);
+  const std::uint64_t first = PointerOf(write.file);
+  LARGE_INTEGER position;
+  position.QuadPart = static_cast<LONGLONG>(first);
+  return WriteAt(file, write, first, &position);
 }
 
 }  // namespace
+
+NTSTATUS ReadAndReport(const FileKey& file, const ReadCall& read) {
+  const auto call = [&read] {
+    return read.call(read.file, read.event, read.apc, read.apc_context, read.io, read.buffer,
+                     read.length, read.offset, read.key);
+  };
+  if (read.offset != nullptr && read.offset->QuadPart != kAtFilePointer) {
+    ReportRead(file, static_cast<std::uint64_t>(read.offset->QuadPart), read.length);
+    return call();
+  }
+  const LockGuard guard(pointerLock);
+  ReportRead(file, PointerOf(read.file), read.length);
+  return call();
+}
 
 NTSTATUS WriteAndReport(const FileKey& file, const WriteCall& write) {
   const LONGLONG offset = write.offset != nullptr ? write.offset->QuadPart : kAtFilePointer;

@@ -1,0 +1,209 @@
+"""Incremental copies whatever happens: random work over several bitmaps, restarts and crashes of the
+service, and runs that are killed. What is read of the source is what the driver saw."""
+
+import random
+
+import pytest
+
+from bitmap_bytes import changed_ranges
+from wine import wait_until
+from zelctl import Zelctl
+from zelctl_bench import BLOCK, COPY, FILE
+
+MARK = COPY + ".zelctl-apply"
+
+
+class Chain:
+    """A copy that follows the file by bitmaps of one block size."""
+
+    def __init__(self, bench, block_size):
+        self.bench = bench
+        self.block_size = block_size
+        self.copy = f"C:\\data\\copy {block_size}"
+        self.bitmap = None
+        self.begin()
+
+    def begin(self):
+        """A new bitmap and a full copy."""
+        self.replace_bitmap(lambda: self.bench.apply("--full", copy=self.copy))
+
+    def go_on(self):
+        """A new bitmap, begun before the last one is used up."""
+        self.replace_bitmap(self.bring_up_to_date)
+
+    def replace_bitmap(self, use_up):
+        new = self.bench.track(self.block_size)
+        use_up()
+        if self.bitmap:
+            self.bench.zelctl.json("delete", self.bitmap)
+        self.bitmap = new
+
+    def bring_up_to_date(self):
+        """Every byte that the bitmap calls changed is read once, and no other."""
+        ranges = changed_ranges(self.fetched_bitmap(), self.bench.source.stat().st_size)
+        changed_bytes = sum(length for _, length in ranges)
+        answer, read = self.apply_seen_by_driver()
+        assert answer["mode"] == "incremental" and answer["copied_bytes"] == changed_bytes
+        assert read == (changed_bytes, ranges)
+        assert self.bench.is_equal(self.copy)
+        return changed_bytes
+
+    def fetched_bitmap(self):
+        self.bench.zelctl.json("sync")
+        self.bench.zelctl.json("copy", self.bitmap, "-o", self.copy + ".bitmap")
+        return self.bench.agent.wine.path(self.copy + ".bitmap").read_bytes()
+
+    def apply_seen_by_driver(self, exit_code=0):
+        """The answer, and what was read of the source: (bytes, [(offset, length)...])."""
+        self.bench.reads()
+        zelctl = Zelctl(self.bench.agent.wine, self.bench.seen_by_driver())
+        answer = zelctl.json("apply", "--bitmap", self.bitmap, "--from", FILE, "--to", self.copy,
+                             exit_code=exit_code)
+        return answer, self.bench.reads()
+
+    def bring_up_to_date_after_a_crash(self):
+        """A bitmap that was in use is refused, with nothing read and nothing written; one that was
+        not is good. Whether it was."""
+        self.bench.zelctl.json("sync")
+        trust = self.bench.zelctl.json("show", self.bitmap)["bitmap"]["trust"]
+        if trust == "trusted":
+            self.bring_up_to_date()
+            return False
+        before = self.bench.agent.wine.path(self.copy).read_bytes()
+        answer, read = self.apply_seen_by_driver(exit_code=1)
+        assert "a full copy is needed (--full)" in answer["error"]["message"]
+        assert read == (0, [])
+        assert self.bench.agent.wine.path(self.copy).read_bytes() == before
+        self.begin()
+        return True
+
+
+class Workload:
+    """Random rounds: work, what becomes of the service meanwhile, and copies."""
+
+    REACH = 2 << 20  # growth goes behind the bitmaps of smaller files
+
+    def __init__(self, bench, seed):
+        self.bench = bench
+        self.random = random.Random(seed)
+        self.copied_bytes = 0
+        self.refused = 0
+
+    def work(self):
+        self.bench.work(self.random.randrange(1 << 30), self.REACH)
+        while self.bench.source.stat().st_size < BLOCK:  # what cannot be tracked
+            self.bench.work(self.random.randrange(1 << 30), self.REACH)
+
+    def quiet(self):
+        self.work()
+
+    def restart_behind_it(self):
+        self.work()
+        self.bench.agent.stop()
+        self.bench.agent.start()
+
+    def restart_before_it(self):
+        """The service finds its bitmaps closed, and the driver has held what came."""
+        self.bench.agent.stop()
+        self.work()
+        self.bench.agent.start()
+
+    def crash(self):
+        self.work()
+        self.bench.agent.kill()
+        self.bench.agent.start()
+
+    def round(self, event, chains):
+        event()
+        for chain in chains:
+            if event == self.crash:
+                self.refused += chain.bring_up_to_date_after_a_crash()
+            elif self.random.random() < 0.4:
+                chain.go_on()
+            else:
+                self.copied_bytes += chain.bring_up_to_date()
+
+
+@pytest.mark.parametrize("seed", [20261, 20262, 20263])
+def test_copies_equal_the_file_and_nothing_but_changes_is_read(bench, seed):
+    workload = Workload(bench, seed)
+    chains = [Chain(bench, block_size) for block_size in ("4K", "5000", "64K")]
+    events = [workload.quiet, workload.restart_behind_it, workload.restart_before_it, workload.crash]
+    workload.random.shuffle(events)
+    for event in events + [workload.quiet]:
+        workload.round(event, chains)
+    assert workload.copied_bytes > 0 and workload.refused > 0
+
+
+class KilledRun:
+    """A run of apply that is killed as soon as it has written a block that must change."""
+
+    def __init__(self, bench, point, *arguments, written="copy.bin"):
+        expected = bench.source.read_bytes()[point:point + BLOCK]
+        copy = bench.source.with_name(written)
+        run = bench.zelctl.start("apply", "--from", FILE, "--to", COPY, *arguments)
+
+        def has_come_so_far():
+            return run.poll() is not None or read_at(copy, point) == expected
+        wait_until(has_come_so_far, "the run writes the block", pause_s=0)
+        run.kill()
+        run.wait(20)
+
+
+def read_at(path, offset):
+    try:
+        with open(path, "rb") as file:
+            file.seek(offset)
+            return file.read(BLOCK)
+    except FileNotFoundError:
+        return b""
+
+
+def test_apply_that_is_killed_at_twenty_points_is_completed(bench):
+    points = random.Random(20260203)
+    bench.source.write_bytes(points.randbytes(1024 * BLOCK))
+    mark = bench.agent.wine.path(MARK)
+    bitmap = bench.track()
+    bench.apply("--full")
+    half_copies = 0
+    for number in range(20):
+        before = bench.source.read_bytes()
+        bench.run_worker("scatter", number)
+        after = bench.source.read_bytes()
+        changed = [at for at in range(0, len(after), BLOCK)
+                   if before[at:at + BLOCK] != after[at:at + BLOCK]]
+        next_bitmap = bench.track()
+
+        KilledRun(bench, points.choice(changed), "--bitmap", bitmap)
+        if mark.exists() and not bench.is_equal():
+            half_copies += 1
+            message = bench.apply("--bitmap", next_bitmap, exit_code=1)["error"]["message"]
+            assert "half way" in message
+        unchanged = set(range(0, len(after), BLOCK)) - set(changed)
+        assert all(read_at(bench.copy, at) == after[at:at + BLOCK] for at in unchanged)
+        answer = bench.apply("--bitmap", bitmap)
+        assert answer["copied_bytes"] == len(changed) * BLOCK
+        assert bench.is_equal() and not mark.exists()
+        bench.zelctl.json("delete", bitmap)
+        bitmap = next_bitmap
+    print(f"\n{half_copies} of 20 runs were killed in the midst of the copy")
+    assert half_copies >= 10
+
+
+def test_full_copy_that_is_killed_leaves_the_old_one(bench):
+    points = random.Random(7)
+    bench.copy.write_bytes(b"the copy before")
+    half_copies = 0
+    for _ in range(5):
+        bench.source.write_bytes(points.randbytes(16 << 20))  # nothing of it is in what was left
+        point = points.randrange(0, 12 << 20, BLOCK)
+        KilledRun(bench, point, "--full", written="copy.bin.zelctl-new")
+        if bench.copy.read_bytes() == b"the copy before":
+            half_copies += 1
+        else:  # it was quicker
+            assert bench.is_equal()
+            bench.copy.write_bytes(b"the copy before")
+    assert half_copies > 0
+    bench.apply("--full", "--verify")
+    assert bench.is_equal()
+    assert sorted(left.name for left in bench.source.parent.glob("copy*")) == ["copy.bin"]
