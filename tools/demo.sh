@@ -6,7 +6,7 @@
 #   tools/demo.sh          ends non-zero at the first step that does not do what it should
 #
 # Everything is made below build/. What the programs said stays in build/demo/.
-set -euo pipefail
+set -Eeuo pipefail
 shopt -s inherit_errexit
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
@@ -27,8 +27,13 @@ copy='C:\data\copy.db'
 say() { printf '\n== %s\n' "$*"; }
 
 fail() {
-  printf 'demo: %s\n' "$*" >&2
+  echo "demo: error: $*" >&2
   exit 1
+}
+
+remove_prefix() {
+  tools/wine-run.sh --stop >"$work/stop.log" 2>&1 || true
+  rm -rf "$ZEL_WINEPREFIX" "$ZEL_WINEPREFIX".{lock,log}
 }
 
 leave_nothing_running() {
@@ -37,8 +42,7 @@ leave_nothing_running() {
   wait
   [ "$status" -eq 0 ] || echo "demo: FAILED; what the programs said is in build/demo/"
   cp "$drive_c/agent/log/zelservice.log" "$work/" 2>/dev/null || true
-  tools/wine-run.sh --stop >"$work/stop.log" 2>&1 || true
-  rm -rf "$ZEL_WINEPREFIX" "$ZEL_WINEPREFIX".{lock,log}
+  remove_prefix
   exit "$status"
 }
 
@@ -95,7 +99,7 @@ service_state() {  # NAME: RUNNING, STOPPED, ...; nothing when there is no such 
 service_process() {  # the Linux process of the service of this prefix
   local process
   for process in $(pgrep -f '^C:.agent.zelservice\.exe'); do
-    grep -qzxF "WINEPREFIX=$ZEL_WINEPREFIX" "/proc/$process/environ" 2>/dev/null && echo "$process"
+    if grep -qszxF "WINEPREFIX=$ZEL_WINEPREFIX" "/proc/$process/environ"; then echo "$process"; fi
   done
 }
 
@@ -168,11 +172,11 @@ shown() {
 
 track() {  # another bitmap, which collects from now on
   echo "\$ zelctl track $database"
-  bitmap=$(zelctl track "$database" --block-size 64K)
+  bitmap=$(zelctl track "$database")
   echo "$bitmap"
 }
 
-apply() {  # --full, or --bitmap ID: brings the copy up to date
+apply() {  # --full, or --bitmap ID: brings the copy up to date; tells what the JSON says
   local answer copied whole
   echo "\$ zelctl apply $* --from $database --to $copy --verify"
   answer=$(zelctl apply "$@" --from "$database" --to "$copy" --verify --json) ||
@@ -181,6 +185,7 @@ apply() {  # --full, or --bitmap ID: brings the copy up to date
   whole=$(field source_size <<<"$answer")
   echo "read for the copy: $(mebibytes "$copied"); by a full pass: $(mebibytes "$whole")" \
     "($(percent "$copied" "$whole"))"
+  [ "$1" = --full ] || [ $((copied * 4)) -lt "$whole" ] || fail "that should be a small part"
   [ "$(field verified <<<"$answer")" = True ] || fail "apply did not compare the files"
   check_equal
 }
@@ -190,7 +195,7 @@ bring_copy_up_to_date() {  # and go on with a new bitmap, begun before, that mis
   shown show "$bitmap" --map
   track
   apply --bitmap "$done_with"
-  zelctl delete "$done_with"
+  shown delete "$done_with"
 }
 
 # --- The demonstration
@@ -278,6 +283,7 @@ remove_all() {
   await "the service has ended" has_ended
   wine_run 'C:\agent\driversim.exe' tell stop >/dev/null
   local name
+  [ "$(service_state RpcSs)" = RUNNING ] || fail "the service manager should still answer"
   for name in ZelService VelmoraActivityMonitor; do
     await "$name is not installed any more" is_absent "$name"
     echo "sc query $name: no such service"
@@ -287,7 +293,9 @@ remove_all() {
 main() {
   mkdir -p "$work"
   trap leave_nothing_running EXIT
-  rm -rf "$ZEL_WINEPREFIX" "$ZEL_WINEPREFIX".{lock,log} "$work"/*.log
+  trap 'echo "demo: error: line $LINENO: $BASH_COMMAND" >&2' ERR
+  rm -f "$work"/*.log
+  remove_prefix  # what a run that was killed has left
   build
   install_and_start
   first_copy
