@@ -1,8 +1,9 @@
 #include "client/zel_client_stubs.h"
 
 #include <bit>
-#include <cstdlib>
 #include <cstring>
+
+#include "rpc/stub_descriptor.h"
 
 namespace zel {
 
@@ -47,28 +48,8 @@ std::uint32_t ReadResponse(const RPC_MESSAGE& message, const ByteSink& sink, std
 
 }  // namespace
 
-const MIDL_STUB_DESC kZelClientStubs = {
-    .RpcInterfaceInformation = const_cast<RPC_CLIENT_INTERFACE*>(&kClientInterface),
-    .pfnAllocate = std::malloc,
-    .pfnFree = std::free,
-    .IMPLICIT_HANDLE_INFO = {},
-    .apfnNdrRundownRoutines = nullptr,
-    .aGenericBindingRoutinePairs = nullptr,
-    .apfnExprEval = nullptr,
-    .aXmitQuintuple = nullptr,
-    .pFormatTypes = kTypeFormat.data(),
-    .fCheckBounds = 1,
-    .Version = kNdrLibraryVersion,
-    .pMallocFreeStruct = nullptr,
-    .MIDLVersion = kMidlVersion,
-    .CommFaultOffsets = nullptr,
-    .aUserMarshalQuadruple = nullptr,
-    .NotifyRoutineTable = nullptr,
-    .mFlags = kMidlInterpreted,
-    .CsRoutineTables = nullptr,
-    .Reserved4 = nullptr,
-    .Reserved5 = 0,
-};
+constinit const MIDL_STUB_DESC kZelClientStubs =
+    StubDescriptor(const_cast<RPC_CLIENT_INTERFACE*>(&kClientInterface), nullptr);
 
 std::uint32_t CallPipeOperation(Operation operation, RPC_BINDING_HANDLE binding,
                                 std::span<const std::byte> request, const ByteSink& sink,

@@ -13,11 +13,6 @@
 
 namespace zel {
 
-// What a stub descriptor over these strings says of itself.
-inline constexpr std::uint32_t kNdrLibraryVersion = 0x60001;  // the engine that knows the form
-inline constexpr std::uint32_t kMidlVersion = 0x8010274;  // the compiler that would have made it
-inline constexpr std::uint32_t kMidlInterpreted = 1;
-
 inline constexpr std::size_t kTypeFormatSize = 79;
 extern const std::array<std::uint8_t, kTypeFormatSize> kTypeFormat;
 

@@ -4,9 +4,9 @@
 
 #include <array>
 #include <bit>
-#include <cstdlib>
 
 #include "rpc/procedures.h"
+#include "rpc/stub_descriptor.h"
 #include "rpc/zel_ndr_format.h"
 
 namespace zel {
@@ -24,28 +24,8 @@ const NDR_RUNDOWN kRundownRoutines[] = {FileListContext_rundown, BitmapListConte
 
 extern const MIDL_SERVER_INFO kServerInfo;
 
-const MIDL_STUB_DESC kStubDescriptor = {
-    .RpcInterfaceInformation = const_cast<RPC_SERVER_INTERFACE*>(&kZelServerInterface),
-    .pfnAllocate = std::malloc,
-    .pfnFree = std::free,
-    .IMPLICIT_HANDLE_INFO = {},
-    .apfnNdrRundownRoutines = kRundownRoutines,
-    .aGenericBindingRoutinePairs = nullptr,
-    .apfnExprEval = nullptr,
-    .aXmitQuintuple = nullptr,
-    .pFormatTypes = kTypeFormat.data(),
-    .fCheckBounds = 1,
-    .Version = kNdrLibraryVersion,
-    .pMallocFreeStruct = nullptr,
-    .MIDLVersion = kMidlVersion,
-    .CommFaultOffsets = nullptr,
-    .aUserMarshalQuadruple = nullptr,
-    .NotifyRoutineTable = nullptr,
-    .mFlags = kMidlInterpreted,
-    .CsRoutineTables = nullptr,
-    .Reserved4 = nullptr,
-    .Reserved5 = 0,
-};
+constinit const MIDL_STUB_DESC kStubDescriptor =
+    StubDescriptor(const_cast<RPC_SERVER_INTERFACE*>(&kZelServerInterface), kRundownRoutines);
 
 template <class Function>
 SERVER_ROUTINE AsServerRoutine(Function* function) {
