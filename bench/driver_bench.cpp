@@ -13,19 +13,19 @@
 #include "bench/bench.h"
 #include "bench/counting_new.h"
 #include "bench/many_bitmaps.h"
+#include "bench/pipe_reads.h"
 #include "drivercomm/driver_message.h"
 #include "drivercomm/message_handler.h"
 #include "tests/integration/support/cbt_directory.h"
-#include "win32/handles.h"
 
 namespace zel::bench {
 namespace {
 
 constexpr int kRounds = 5;
 constexpr int kThreads = 4;
-constexpr std::size_t kMessages = 200'000;   // for each thread
-constexpr std::size_t kPipedMessages = 500;  // what a pipe holds without a reader
+constexpr std::size_t kMessages = 200'000;  // for each thread
 constexpr double kLimit = 0.2;
+static_assert(kMessageBytes == sizeof(DriverMessage));
 
 using Messages = std::vector<DriverMessage>;
 
@@ -71,60 +71,6 @@ double HandlingNanoseconds(std::span<const FileId> files, int threads) {
   return seconds * 1e9 / static_cast<double>(kMessages) / threads;
 }
 
-// Both ends of a message pipe; the reading one is overlapped.
-struct Pipe {
-  UniqueFile read_end;
-  UniqueFile write_end;
-};
-
-Pipe MakePipe() {
-  const std::wstring name =
-      L"\\\\.\\pipe\\zel-driver-bench-" + std::to_wstring(::GetCurrentProcessId());
-  Pipe pipe;
-  pipe.read_end.reset(::CreateNamedPipeW(name.c_str(), PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED,
-                                         PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1, 0, 65'536, 0,
-                                         nullptr));
-  pipe.write_end.reset(
-      ::CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-  if (!pipe.read_end || !pipe.write_end) std::abort();
-  return pipe;
-}
-
-void ReadOne(HANDLE pipe, HANDLE event, std::span<std::byte> buffer) {
-  OVERLAPPED overlapped = {};
-  overlapped.hEvent = event;
-  ::ResetEvent(event);
-  if (!::ReadFile(pipe, buffer.data(), static_cast<DWORD>(buffer.size()), nullptr, &overlapped) &&
-      ::GetLastError() != ERROR_IO_PENDING) {
-    std::abort();
-  }
-  ::WaitForSingleObject(event, INFINITE);
-  if (overlapped.InternalHigh != sizeof(DriverMessage)) std::abort();
-}
-
-// Nanoseconds of reading a message that is there already.
-double ReceivingNanoseconds() {
-  const Pipe pipe = MakePipe();
-  const UniqueEvent event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  std::vector<std::byte> buffer(65'536);
-  const DriverMessage message = {};
-  double best = std::numeric_limits<double>::max();
-  for (int round = 0; round < 10 * kRounds; ++round) {
-    for (std::size_t i = 0; i < kPipedMessages; ++i) {
-      DWORD written = 0;
-      if (!::WriteFile(pipe.write_end.get(), &message, sizeof message, &written, nullptr)) {
-        std::abort();
-      }
-    }
-    best = std::min(best, BestSeconds(1, [&] {
-                      for (std::size_t i = 0; i < kPipedMessages; ++i) {
-                        ReadOne(pipe.read_end.get(), event.get(), buffer);
-                      }
-                    }));
-  }
-  return best * 1e9 / static_cast<double>(kPipedMessages);
-}
-
 bool ReportHandling(const char* files_text, std::span<const FileId> files, double receiving) {
   bool kept = true;
   for (const int threads : {1, kThreads}) {
@@ -155,7 +101,7 @@ bool RunAll() {
   for (FileId i = 0; i < files.size(); ++i) files[i] = 0x0001000000000000 + i * 37;
   const std::span<const FileId> all = files;
 
-  const double receiving = ReceivingNanoseconds();
+  const double receiving = PipeReads().Nanoseconds(10 * kRounds);
   std::vector<FileId> loaded;
   LoadMore(all.first(1), loaded);
   bool kept = ReportHandling("1 file", loaded, receiving);

@@ -17,13 +17,17 @@ namespace zel {
 
 inline constexpr std::size_t kMessageThreads = 4;
 
-// One thread's reading, for others to see.
+// One thread's reading, and what others ask of it (drivercomm/messages_in_hand.h).
 struct MessageReading {
   // Odd from the beginning of a read until its message has been processed, else even; counts up.
   std::atomic<std::uint64_t> round{0};
-  // Manual reset; set from the end of a read until the beginning of the next. Made by the thread
-  // before its first round, and not replaced.
-  UniqueEvent received;
+  // How often the thread was asked whether its read is over. It sets `answered` to the number that
+  // it has found here when its read was not.
+  std::atomic<std::uint64_t> asked{0};
+  std::atomic<std::uint64_t> answered{0};
+  // Set for every question; resets itself. Made by the thread before its first round, and not
+  // replaced.
+  UniqueEvent asked_event;
 };
 
 // The start information of the threads.

@@ -28,8 +28,9 @@ constexpr DWORD kEndedLimitMs = 100;
 
 class MessageReader {
  public:
-  MessageReader(const DriverSession& session, MessageReading& reading)
-      : session_(session), reading_(reading) {}
+  // `received`: manual reset, for this reader alone.
+  MessageReader(const DriverSession& session, MessageReading& reading, HANDLE received)
+      : session_(session), reading_(reading), received_(received) {}
 
   void Run() {
     while (!driverThreadsStopping) {
@@ -45,6 +46,9 @@ class MessageReader {
   // True when the read is over.
   [[nodiscard]] bool WaitForRead();
 
+  // Tells those who ask that the read is not over, if so.
+  void Answer();
+
   void FinishRead();
 
   // Takes a read that nobody waits for any more back from the port. When the driver was faster its
@@ -55,12 +59,12 @@ class MessageReader {
     HandleDriverMessage(
         std::span(buffer_).first(std::min<std::size_t>(overlapped_.InternalHigh, buffer_.size())));
   }
-  [[nodiscard]] HANDLE received() const { return reading_.received.get(); }
   void BeginRound() { reading_.round.fetch_or(1, std::memory_order_release); }
   void EndRound() { reading_.round.fetch_add(1, std::memory_order_release); }
 
   const DriverSession& session_;
   MessageReading& reading_;
+  const HANDLE received_;  // set from the end of a read until the beginning of the next
   bool is_reading_ = false;
   bool last_read_was_refused_ = false;
   OVERLAPPED overlapped_;
@@ -70,9 +74,9 @@ class MessageReader {
 
 bool MessageReader::BeginRead() {
   TakeReadBack();  // if the wait for it failed
-  ::ResetEvent(received());
+  ::ResetEvent(received_);
   overlapped_ = {};
-  overlapped_.hEvent = received();
+  overlapped_.hEvent = received_;
   BeginRound();
   const HRESULT result = ::FilterGetMessage(
       session_.port->get(), reinterpret_cast<FILTER_MESSAGE_HEADER*>(buffer_.data()),
@@ -89,18 +93,32 @@ bool MessageReader::BeginRead() {
 }
 
 bool MessageReader::WaitForRead() {
-  const HANDLE handles[] = {session_.serviceThreadShutdownEvent.get(), received()};
-  const DWORD result = ::WaitForMultipleObjects(2, handles, FALSE, INFINITE);
-  switch (result) {
-    case WAIT_OBJECT_0:
-      LogMessage(kDriverCommDebug, L"Service thread shutdown requested\n");
-      return false;
-    case WAIT_OBJECT_0 + 1:
-      return true;
-    default:
-      LogMessage(kDriverCommError, L"Unexpected handle condition (%u)\n", result);
-      return false;
+  const HANDLE handles[] = {session_.serviceThreadShutdownEvent.get(), received_,
+                            reading_.asked_event.get()};
+  for (;;) {
+    const DWORD result = ::WaitForMultipleObjects(3, handles, FALSE, INFINITE);
+    switch (result) {
+      case WAIT_OBJECT_0:
+        LogMessage(kDriverCommDebug, L"Service thread shutdown requested\n");
+        return false;
+      case WAIT_OBJECT_0 + 1:
+        return true;
+      case WAIT_OBJECT_0 + 2:
+        Answer();
+        break;
+      default:
+        LogMessage(kDriverCommError, L"Unexpected handle condition (%u)\n", result);
+        return false;
+    }
   }
+}
+
+// The order counts: a read that had its message when the question was put is over by now, for the
+// system ends it in this thread before the thread goes on.
+void MessageReader::Answer() {
+  const std::uint64_t asked = reading_.asked.load(std::memory_order_acquire);
+  if (::WaitForSingleObject(received_, 0) == WAIT_OBJECT_0) return;
+  reading_.answered.store(asked, std::memory_order_release);
 }
 
 void MessageReader::FinishRead() {
@@ -118,9 +136,16 @@ void MessageReader::TakeReadBack() {
   if (!std::exchange(is_reading_, false)) return;
   const bool cancelled = ::CancelIoEx(session_.port->get(), &overlapped_);
   const DWORD wait =
-      ::WaitForSingleObject(received(), cancelled ? kCancelledLimitMs : kEndedLimitMs);
+      ::WaitForSingleObject(received_, cancelled ? kCancelledLimitMs : kEndedLimitMs);
   if (wait == WAIT_OBJECT_0 && overlapped_.Internal == 0) HandleReceived();
   EndRound();
+}
+
+bool MakeEvent(UniqueEvent& event, BOOL manual_reset) {
+  event.reset(::CreateEventW(nullptr, manual_reset, FALSE, nullptr));
+  if (event) return true;
+  LogMessage(kDriverCommError, L"Failed to allocate an event: %u\n", ::GetLastError());
+  return false;
 }
 
 bool WaitForStart(const DriverSession& session) {
@@ -141,13 +166,10 @@ unsigned __stdcall DriverMessageThread(void* start_information) {
   }
   auto& session = *static_cast<DriverSession*>(start_information);
   MessageReading& reading = session.readings.at(session.readings_taken++);
-  reading.received.reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  if (!reading.received) {
-    LogMessage(kDriverCommError, L"Failed to allocate an event: %u\n", ::GetLastError());
-    return 0;
-  }
+  UniqueEvent received;
+  if (!MakeEvent(reading.asked_event, FALSE) || !MakeEvent(received, TRUE)) return 0;
   if (!WaitForStart(session)) return 0;
-  MessageReader(session, reading).Run();
+  MessageReader(session, reading, received.get()).Run();
   LogMessage(kDriverCommDebug, L"Service thread shutdown\n");
   return 0;
 }

@@ -108,7 +108,7 @@ bool WaitForDriverStop(DWORD timeout_ms) {
                                                      timeout_ms) != WAIT_TIMEOUT;
 }
 
-std::shared_ptr<const DriverSession> CurrentDriverSession() {
+std::shared_ptr<DriverSession> CurrentDriverSession() {
   return currentSession.Get();
 }
 

@@ -28,6 +28,6 @@ void StopDriverThreads();
 [[nodiscard]] bool WaitForDriverStop(DWORD timeout_ms);
 
 // Null while there are no threads. For drivercomm/messages_in_hand.h.
-[[nodiscard]] std::shared_ptr<const DriverSession> CurrentDriverSession();
+[[nodiscard]] std::shared_ptr<DriverSession> CurrentDriverSession();
 
 }  // namespace zel

@@ -4,29 +4,24 @@
 
 namespace zel {
 
-namespace {
-
-// The round whose message is in hand, or 0. The event stays set until the next round begins, so a
-// round that is seen with it is either this one or over.
-std::uint64_t RoundInHand(const MessageReading& reading) {
-  const std::uint64_t round = reading.round.load(std::memory_order_acquire);
-  if (round % 2 == 0) return 0;
-  return ::WaitForSingleObject(reading.received.get(), 0) == WAIT_OBJECT_0 ? round : 0;
-}
-
-}  // namespace
-
 MessagesInHand::MessagesInHand() : session_(CurrentDriverSession()) {
   if (session_ == nullptr) return;
-  for (std::size_t i = 0; i < rounds_.size(); ++i) {
-    rounds_[i] = RoundInHand(session_->readings[i]);
+  for (std::size_t i = 0; i < questions_.size(); ++i) {
+    MessageReading& reading = session_->readings[i];
+    const std::uint64_t round = reading.round.load(std::memory_order_acquire);
+    if (round % 2 == 0) continue;
+    questions_[i] = {round, reading.asked.fetch_add(1, std::memory_order_acq_rel) + 1};
+    ::SetEvent(reading.asked_event.get());
   }
 }
 
 bool MessagesInHand::Processed() const {
-  for (std::size_t i = 0; i < rounds_.size(); ++i) {
-    if (rounds_[i] != 0 &&
-        session_->readings[i].round.load(std::memory_order_acquire) == rounds_[i]) {
+  for (std::size_t i = 0; i < questions_.size(); ++i) {
+    const Question& question = questions_[i];
+    if (question.round == 0) continue;
+    const MessageReading& reading = session_->readings[i];
+    const bool same_round = reading.round.load(std::memory_order_acquire) == question.round;
+    if (same_round && reading.answered.load(std::memory_order_acquire) < question.number) {
       return false;
     }
   }

@@ -49,11 +49,16 @@ HRESULT RequestQueueSync() {
   return result;
 }
 
+// The first wait for the driver; and for a message in hand, which is done as a rule.
+constexpr std::uint32_t kDriverWaitMs = 50;
+constexpr std::uint32_t kInHandWaitMs = 1;
+
 // Looks at growing intervals until `reached` holds. `give_up` tells, and logs, that there is no
 // hope left. 0, ERROR_TIMEOUT or, with `stop_message`, ERROR_SHUTDOWN_IN_PROGRESS.
 template <class Reached, class GiveUp>
-std::uint32_t WaitUntil(Reached reached, GiveUp give_up, LogFormat<> stop_message) {
-  WaitBackoff backoff;
+std::uint32_t WaitUntil(Reached reached, GiveUp give_up, LogFormat<> stop_message,
+                        std::uint32_t first_wait_ms) {
+  WaitBackoff backoff(first_wait_ms);
   while (!reached()) {
     if (give_up()) return ERROR_TIMEOUT;
     if (WaitForDriverStop(backoff.Next())) {
@@ -89,12 +94,12 @@ std::uint32_t WaitForSync(FileTime request_time, FileTime send_time) {
   const std::uint64_t timeout_seconds = SyncTimeoutSeconds();
   SyncProgress progress(send_time, LastMessageTime.Get(), SystemTimeNow(), timeout_seconds);
   const auto give_up = [&] { return GiveUpSync(progress, timeout_seconds); };
-  const std::uint32_t error =
-      WaitUntil([&] { return LastSyncTime.Get() >= request_time; }, give_up, kStopMessage);
+  const std::uint32_t error = WaitUntil([&] { return LastSyncTime.Get() >= request_time; }, give_up,
+                                        kStopMessage, kDriverWaitMs);
   if (error != ERROR_SUCCESS) return error;
   // All of the messages have been received; another thread may have an earlier one in hand still.
   const MessagesInHand in_hand;
-  return WaitUntil([&] { return in_hand.Processed(); }, give_up, kStopMessage);
+  return WaitUntil([&] { return in_hand.Processed(); }, give_up, kStopMessage, kInHandWaitMs);
 }
 
 std::uint32_t WaitForVerification(const FileKey& file, FileTime start) {
@@ -110,7 +115,7 @@ std::uint32_t WaitForVerification(const FileKey& file, FileTime start) {
     return is_over;
   };
   return WaitUntil([&] { return AllVerifiedSince(file, start); }, give_up,
-                   L"Verify file is tracked aborting due to service shutdown\n");
+                   L"Verify file is tracked aborting due to service shutdown\n", kDriverWaitMs);
 }
 
 }  // namespace

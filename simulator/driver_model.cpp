@@ -49,6 +49,8 @@ std::string DriverModel::Obey(const Order& order, FileTime now) {
   switch (order.verb) {
     case Verb::kWrite:
       return Report(MessageType::kWrite, order, now);
+    case Verb::kBurst:
+      return ReportBurst(order, now);
     case Verb::kSize:
       return Report(MessageType::kSizeChanged, order, now);
     case Verb::kOpen:
@@ -116,6 +118,16 @@ std::string DriverModel::Report(MessageType type, const Order& order, FileTime n
   }
   queue_.Add(MakeMessage(type, order, now), now);
   return "ok";
+}
+
+// Each write begins where the one before ends.
+std::string DriverModel::ReportBurst(Order order, FileTime now) {
+  std::string answer = "ok";
+  for (; order.number != 0; --order.number) {
+    answer = Report(MessageType::kWrite, order, now);
+    order.offset += order.length;
+  }
+  return answer;
 }
 
 std::string DriverModel::Send(const Order& order, FileTime now) {

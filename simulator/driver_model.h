@@ -53,6 +53,7 @@ class DriverModel {
   };
 
   std::string Report(MessageType type, const Order& order, FileTime now);
+  std::string ReportBurst(Order order, FileTime now);
   std::string Send(const Order& order, FileTime now);
   std::string Refuse(const Order& order, bool refused);
   std::size_t Waiting() const { return queue_.waiting() + offered_.has_value(); }

@@ -11,7 +11,8 @@ namespace {
 
 // One letter an argument; those behind '?' may be missing.
 //   V volume   F file id   O offset or size   L length   P process id   T time
-//   N number   R result    B bytes            D kind of damage          S what is refused
+//   N number   C burst     R result           B bytes
+//   D kind of damage       S what is refused
 struct Grammar {
   std::string_view word;
   Verb verb;
@@ -20,6 +21,7 @@ struct Grammar {
 
 constexpr Grammar kGrammar[] = {
     {"write", Verb::kWrite, "VFOL?PT"},
+    {"burst", Verb::kBurst, "VFOLC?P"},
     {"size", Verb::kSize, "VFO?PT"},
     {"open", Verb::kOpen, "VF?PT"},
     {"close", Verb::kClose, "VF?PT"},
@@ -80,6 +82,8 @@ bool ReadArgument(char kind, std::string_view word, Order& order) {
       return ParseNumber(word, order.time.emplace());
     case 'N':
       return ParseNumber(word, order.number);
+    case 'C':
+      return ParseNumber(word, order.number) && order.number <= kMaxBurst;
     case 'R':
       return ParseNumber(word, order.result);
     case 'B':

@@ -13,6 +13,7 @@ namespace zel::sim {
 enum class Verb {
   // Something happened to a file.
   kWrite,
+  kBurst,
   kSize,
   kOpen,
   kClose,
@@ -41,6 +42,9 @@ enum class Verb {
   kCounters,
   kStop,
 };
+
+// How many writes one burst has at most.
+inline constexpr std::uint64_t kMaxBurst = 10'000;
 
 struct Order {
   Verb verb = Verb::kCounters;

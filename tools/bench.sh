@@ -17,5 +17,10 @@ for name in "${@:-*}"; do
     echo "== $(basename "$program" _bench.exe)"
     tools/wine-run.sh "$program" || status=1
   done
+  for program in bench/${name}_bench.py; do
+    [ -e "$program" ] || continue
+    echo "== $(basename "$program" _bench.py)"
+    /usr/bin/python3 "$program" || status=1
+  done
 done
 exit "$status"

@@ -8,6 +8,8 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   python3 python3-pytest python3-impacket git iproute2 procps
 )
+# Node.js from elsewhere brings its own npm, which Debian's package would not go with.
+command -v npm >/dev/null || packages+=(npm)
 
 missing=()
 for package in "${packages[@]}"; do

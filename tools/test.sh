@@ -5,7 +5,7 @@
 #
 # Each step's whole output is in build/logs/; what failed is printed.
 set -uo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 tools/install-packages.sh || exit 1
 
 logs=build/logs
@@ -70,6 +70,7 @@ build mingw
 tools/wine-run.sh --start
 run_ctest mingw
 run_pytest
+check demo tools/demo.sh
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]

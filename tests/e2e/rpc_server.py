@@ -45,6 +45,10 @@ class RpcServer:
     def state(self):
         return process_state(self.process.pid)
 
+    def bitmap_files(self):
+        cbt = self.wine.path(self.INSTALL_DIRECTORY) / "cbt"
+        return [path for path in cbt.rglob("*") if path.is_file()]
+
     def stop(self):
         """Ends the server and returns its exit code."""
         self.process.stdin.close()

@@ -3,6 +3,7 @@
 import re
 
 from agent import DRIVER_SERVICE, SERVICE, SERVICES_KEY
+from many_bitmaps import ManyBitmaps
 from wine import wait_until
 
 PARAMETERS = f"{SERVICES_KEY}\\{DRIVER_SERVICE}\\Parameters"
@@ -106,3 +107,14 @@ def test_start_with_a_refused_port_stays_pending(wine, agent):
     assert wine.sc("start", DRIVER_SERVICE).returncode == 0
     wait_until(lambda: agent.tell_driver("refuse connects") == "ok", "the driver takes orders")
     assert start_in_vain(wine, agent) == ["ERROR FilterConnectCommunications Port failed"]
+
+
+def test_stop_closes_1000_loaded_bitmaps_cleanly(agent):
+    agent.install()
+    agent.start()
+    with agent.client() as client:
+        bitmaps = ManyBitmaps(agent, client, "C:\\data\\many.bin")
+        bitmaps.load(client, 999)
+    assert bitmaps.count_clean() == 0
+    agent.stop()
+    assert bitmaps.count_clean() == 1000

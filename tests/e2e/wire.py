@@ -57,13 +57,20 @@ class Wire:
             received += piece
         return received
 
+    def wait_as_long_as(self, seconds):
+        self.socket.settimeout(seconds)
+
+    def receive_fragment(self):
+        """(kind, flags, what follows the header)"""
+        header = self._receive(16)
+        body = self._receive(struct.unpack_from("<H", header, 8)[0] - 16)
+        return header[2], header[3], body
+
     def receive(self):
         """The next answer: (kind, what follows the header, fragments put together)."""
         answer = b""
         while True:
-            header = self._receive(16)
-            kind, flags = header[2], header[3]
-            body = self._receive(struct.unpack_from("<H", header, 8)[0] - 16)
+            kind, flags, body = self.receive_fragment()
             answer += body[8:] if kind == RESPONSE else body
             if flags & LAST:
                 return kind, answer

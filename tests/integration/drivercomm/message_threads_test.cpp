@@ -166,8 +166,8 @@ TEST_F(MessageThreadsTest, NothingIsReadBeforeTheStartEvent) {
   port_.on_read = [&] { ++reads; };
   StartLogging(test::kDriverDebug);
   OneReader reader;
-  // The thread has made its event, which is all that it does before it waits.
-  ASSERT_TRUE(PollUntil([&] { return static_cast<bool>(reader.session.readings[0].received); }));
+  // The thread makes its events, which is all that it does before it waits.
+  ASSERT_TRUE(PollUntil([&] { return static_cast<bool>(reader.session.readings[0].asked_event); }));
   EXPECT_EQ(reads, 0);
   reader.Release();
   EXPECT_TRUE(port_.WaitForReads(1));
@@ -471,7 +471,8 @@ TEST_F(MessageThreadsTest, WaitForTheStopTimesOutUntilItComes) {
 TEST_F(MessageThreadsTest, MessageIsInHandFromItsReceiptUntilItIsProcessed) {
   Create(16);
   Start();
-  EXPECT_TRUE(MessagesInHand().Processed());
+  const MessagesInHand none;
+  EXPECT_TRUE(PollUntil([&] { return none.Processed(); }));
   std::optional<MessagesInHand> in_hand;
   {
     const LockGuard guard(bitmapCacheLock);
@@ -485,6 +486,32 @@ TEST_F(MessageThreadsTest, MessageIsInHandFromItsReceiptUntilItIsProcessed) {
     EXPECT_FALSE(in_hand->Processed());
   }
   EXPECT_TRUE(PollUntil([&] { return in_hand->Processed(); }));
+}
+
+// Tells a thread of its read's end on its way out of a wait, as the system does.
+test::ScriptedPort* tells_late = nullptr;
+
+DWORD WINAPI TellBehindWait(DWORD count, const HANDLE* handles, BOOL all, DWORD limit_ms) {
+  const DWORD result = real_wait_for_multiple(count, handles, all, limit_ms);
+  if (limit_ms == INFINITE && !all) tells_late->TellReader(handles[1]);
+  return result;
+}
+
+TEST_F(MessageThreadsTest, MessageIsInHandBeforeItsThreadHasBeenTold) {
+  const BitmapId id = Create(16);
+  tells_late = &port_;
+  const test::ImportHook hook(__imp_WaitForMultipleObjects, &TellBehindWait);
+  real_wait_for_multiple = reinterpret_cast<decltype(real_wait_for_multiple)>(hook.original());
+  Start();
+  port_.PostUntold(MakeWrite(0, 1));
+  port_.Post(MakeMessage(Type::kQueueSync));
+  ASSERT_TRUE(PollUntil([] { return LastSyncTime.Get() == test::kEventTime; }));
+  EXPECT_EQ(LastMessageTime.Get(), 0u);
+  const MessagesInHand in_hand;
+  EXPECT_TRUE(PollUntil([&] { return in_hand.Processed(); }));
+  EXPECT_EQ(LastMessageTime.Get(), test::kEventTime);
+  EXPECT_THAT(Bits(id), ElementsAre(0));
+  StopDriverThreads();
 }
 
 TEST_F(MessageThreadsTest, NothingIsInHandWithoutThreads) {

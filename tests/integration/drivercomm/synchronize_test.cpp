@@ -24,9 +24,11 @@ using test::kVolume;
 using test::MakeMessage;
 using test::MakeWrite;
 using test::PollUntil;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::IsEmpty;
+using ::testing::Lt;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 
@@ -56,6 +58,9 @@ class SynchronizeTest : public test::DriverFixture {
     ASSERT_TRUE(port_.WaitForReads(kMessageThreads));
   }
 
+  // For calls that succeed: the clock runs ahead while threads say that they have nothing in hand.
+  static void WaitPatiently() { SyncTimeout = 1'000'000'000; }
+
   // Lets the driver answer every sync command at once.
   void AnswerSyncs() {
     port_.on_send = [this](int command) {
@@ -76,11 +81,12 @@ class SynchronizeTest : public test::DriverFixture {
 };
 
 TEST_F(SynchronizeTest, PointNotLaterThanTheLastNotificationIsReachedRightAfterTheCommand) {
+  WaitPatiently();
   Start();
   LastSyncTime.Raise(kEventTime);
   EXPECT_EQ(Synchronize(kEventTime), 0u);
   EXPECT_EQ(Synchronize(kEventTime - 1), 0u);
-  EXPECT_THAT(waits_.Take(), IsEmpty());
+  EXPECT_THAT(waits_.Take(), Each(Lt(50u)));  // for the threads to say that nothing is in hand
   const auto sent = port_.TakeSent();
   ASSERT_THAT(sent, SizeIs(2));
   EXPECT_EQ(sent[0].command, std::string("\1", 1) + std::string(63, '\0'));
@@ -182,11 +188,11 @@ TEST_F(SynchronizeTest, MessagesThatKeepArrivingKeepTheWaitGoing) {
   int waits = 0;
   test::ShortWaits::on_wait = [&] {
     // One every five seconds, all from before the request: ten minutes in all.
-    if (++waits < 120) LastMessageTime.Raise(kEventTime - 1000 + waits);
+    LastMessageTime.Raise(kEventTime - 1'000'000 + ++waits);
     if (waits == 120) LastSyncTime.Raise(kEventTime);
   };
   EXPECT_EQ(Synchronize(kEventTime), 0u);
-  EXPECT_EQ(waits, 120);
+  EXPECT_GE(waits, 120);
 }
 
 TEST_F(SynchronizeTest, MessagesFromLongAfterTheRequestEndTheWait) {
@@ -201,6 +207,7 @@ TEST_F(SynchronizeTest, MessagesFromLongAfterTheRequestEndTheWait) {
 }
 
 TEST_F(SynchronizeTest, NotificationThroughTheQueueEndsTheWait) {
+  WaitPatiently();
   Start();
   AnswerSyncs();
   EXPECT_EQ(Synchronize(test::FakeClock::now), 0u);
@@ -214,6 +221,7 @@ TEST_F(SynchronizeTest, OlderNotificationDoesNot) {
 }
 
 TEST_F(SynchronizeTest, TwoInARowWithoutAMessageBetweenThemBothReturn) {
+  WaitPatiently();
   Start();
   AnswerSyncs();
   EXPECT_EQ(Synchronize(test::FakeClock::now), 0u);
@@ -226,7 +234,7 @@ TEST_F(SynchronizeTest, EarlierWriteThatAnotherThreadHasInHandIsWaitedFor) {
   Start();
   std::atomic<int> waits{0};
   test::ShortWaits::on_wait = [&] { ++waits; };
-  SyncTimeout = 1'000'000;
+  WaitPatiently();
   std::future<std::uint32_t> result;
   {
     // The write is received but cannot look its bitmaps up.
@@ -248,7 +256,7 @@ TEST_F(SynchronizeTest, WriteBeforeThePointIsInTheBitmapWhenTheCallReturns) {
   constexpr std::uint32_t kRounds = 1000;
   const BitmapId id = Create(kRounds);
   Start();
-  SyncTimeout = 1'000'000;
+  WaitPatiently();
   const PinnedBitmap bitmap = GetBitmapById(id);
   const auto* const bits = reinterpret_cast<const volatile std::uint8_t*>(bitmap->header() + 1);
   const UniqueEvent asked(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
@@ -282,7 +290,7 @@ TEST_F(SynchronizeTest, StopEndsTheWaitAtOnce) {
   Start();
   std::atomic<bool> waits{false};
   test::ShortWaits::on_wait = [&] { waits = true; };
-  SyncTimeout = 1'000'000'000;
+  WaitPatiently();
   StartLogging("zelservicelog=none\nzelservicelog:bitmap=none\n");
   std::future<std::uint32_t> result =
       std::async(std::launch::async, [] { return Synchronize(~FileTime{0}); });
@@ -375,7 +383,7 @@ TEST_F(VerifyFileIsTrackedTest, StopEndsTheWaitAtOnce) {
   Start();
   std::atomic<bool> waits{false};
   test::ShortWaits::on_wait = [&] { waits = true; };
-  SyncTimeout = 1'000'000'000;
+  WaitPatiently();
   StartLogging("zelservicelog=none\nzelservicelog:bitmap=none\n");
   std::future<std::uint32_t> result = std::async(std::launch::async, [&] { return Verify(); });
   ASSERT_TRUE(PollUntil([&] { return waits.load(); }));

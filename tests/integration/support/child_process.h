@@ -20,12 +20,20 @@ inline std::wstring BesideThisProgram(const wchar_t* name) {
 
 class ChildProcess {
  public:
-  explicit ChildProcess(std::wstring command_line) {
+  // With this program's standard handles, or with `input` and `output`, which can be inherited.
+  explicit ChildProcess(std::wstring command_line, HANDLE input = nullptr,
+                        HANDLE output = nullptr) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
+    if (input != nullptr) {
+      startup.dwFlags = STARTF_USESTDHANDLES;
+      startup.hStdInput = input;
+      startup.hStdOutput = output;
+      startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
+    }
     PROCESS_INFORMATION made = {};
-    EXPECT_TRUE(::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                                 nullptr, &startup, &made))
+    EXPECT_TRUE(::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, input != nullptr,
+                                 0, nullptr, nullptr, &startup, &made))
         << ::GetLastError();
     process_.reset(made.hProcess);
     const UniqueThread thread(made.hThread);

@@ -60,6 +60,21 @@ class ScriptedPort {
   }
   void Post(const DriverMessage& message) { Post(BytesOf(message)); }
 
+  // Gives the oldest read, which waits, a message, but does not tell its thread yet.
+  void PostUntold(const DriverMessage& message) {
+    const std::scoped_lock lock(mutex_);
+    ASSERT_TRUE(!reads_.empty() && untold_.overlapped == nullptr);
+    untold_ = reads_.front();
+    reads_.pop_front();
+    std::memcpy(untold_.buffer, &message, sizeof message);
+  }
+  // Tells the thread whose reads end with `event`, if it is the one.
+  void TellReader(HANDLE event) {
+    const std::scoped_lock lock(mutex_);
+    if (untold_.overlapped == nullptr || untold_.overlapped->hEvent != event) return;
+    Complete(std::exchange(untold_, {}).overlapped, 0, sizeof(DriverMessage));
+  }
+
   // Lets every later read answer `result`; kPending makes them work again.
   void AnswerReads(HRESULT result) {
     const std::scoped_lock lock(mutex_);
@@ -180,6 +195,7 @@ class ScriptedPort {
   std::mutex mutex_;
   std::deque<Message> messages_;
   std::deque<Read> reads_;
+  Read untold_ = {};
   std::vector<Sent> sent_;
   HRESULT read_result_ = kPending;
   int refused_reads_ = 0;

@@ -21,15 +21,11 @@
 #include "simulator/file_identity.h"
 #include "simulator/text.h"
 #include "tests/integration/support/child_process.h"
+#include "tests/integration/support/driver_names.h"
 #include "tests/integration/support/poll.h"
 #include "win32/handles.h"
 
 namespace zel::test {
-
-inline constexpr wchar_t kDriverKey[] =
-    LR"(SYSTEM\CurrentControlSet\Services\VelmoraActivityMonitor)";
-inline constexpr wchar_t kTrackedListKey[] =
-    LR"(SYSTEM\CurrentControlSet\Services\VelmoraActivityMonitor\Parameters\TrackedFileList)";
 
 class SimulatedDriver {
  public:

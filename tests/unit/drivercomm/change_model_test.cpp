@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bitmap/header_checks.h"
@@ -13,72 +13,16 @@
 #include "bitmap/set_bits.h"
 #include "drivercomm/block_range.h"
 #include "drivercomm/driver_message.h"
+#include "tests/unit/support/change_model.h"
 
 namespace zel {
 namespace {
 
-constexpr std::uint32_t kBlockSizes[] = {1, 3, 512, 4096, 65'536, 0x80000000, 0xFFFFFFFF};
-constexpr std::uint64_t k4G = std::uint64_t{1} << 32;
-
-// No bitmap here reaches as far as where this stops to be the sum.
-std::uint64_t EndOf(std::uint64_t offset, std::uint64_t length) {
-  return offset > ~std::uint64_t{0} - length ? ~std::uint64_t{0} : offset + length;
-}
-
-// What a file's bitmap is expected to say.
-class ModelBitmap {
- public:
-  ModelBitmap(std::uint64_t file_size, std::uint32_t block_size, std::size_t bits)
-      : file_size_(file_size), block_size_(block_size), must_(bits), may_(bits) {}
-
-  void Write(std::uint64_t offset, std::uint32_t length) {
-    // A write of no bytes counts as a byte where it stands, unless a block begins there.
-    const bool counts = length > 0 || offset % block_size_ != 0;
-    const std::uint64_t end = EndOf(offset, std::max(length, counts ? 1u : 0u));
-    for (std::size_t block = 0; block < must_.size(); ++block) {
-      const std::uint64_t begin_of_block = std::uint64_t{block} * block_size_;
-      if (offset < begin_of_block + block_size_ && begin_of_block < end) must_[block] = true;
-    }
-    const std::uint64_t end_of_bitmap = std::uint64_t{must_.size()} * block_size_;
-    if (end > end_of_bitmap) size_changed = true;
-    if (offset / block_size_ >= k4G) WriteToCutBlocks(offset, length);
-  }
-
-  void Resize(std::uint64_t size) {
-    if (size == file_size_) return;
-    size_changed = true;
-    if (size > file_size_) return;
-    for (std::size_t block = 0; block < must_.size(); ++block) {
-      if (std::uint64_t{block + 1} * block_size_ > size) must_[block] = true;
-    }
-  }
-
-  // That `bit` is as it should be.
-  [[nodiscard]] bool Agrees(std::size_t bit, bool is_set) const {
-    return is_set ? must_[bit] || may_[bit] : !must_[bit];
-  }
-  [[nodiscard]] std::size_t bits() const { return must_.size(); }
-
-  bool size_changed = false;
-  bool unreliable = false;
-  bool loaded = false;
-  bool left_behind = false;
-
- private:
-  // Block numbers above 32 bits: the bits of their low halves, and no promise about them.
-  void WriteToCutBlocks(std::uint64_t offset, std::uint32_t length) {
-    const std::uint64_t first = offset / block_size_ % k4G;
-    const std::uint64_t blocks = (offset % block_size_ + length) / block_size_ + 1;
-    for (std::size_t block = 0; block < may_.size(); ++block) {
-      if (block >= first && block < first + blocks) may_[block] = true;
-    }
-  }
-
-  std::uint64_t file_size_;
-  std::uint32_t block_size_;
-  std::vector<bool> must_;  // a change was reported
-  std::vector<bool> may_;
-};
+using test::Agrees;
+using test::Expected;
+using test::k4G;
+using test::kModelBlockSizes;
+using test::ModelBitmap;
 
 // A bitmap as the service keeps it, moved by the product's own code.
 class RealBitmap {
@@ -128,6 +72,8 @@ class RealBitmap {
 struct TrackedBitmap {
   ModelBitmap model;
   RealBitmap real;
+  bool loaded = false;
+  bool left_behind = false;
 };
 
 // A message on its way: bytes, as the driver makes them.
@@ -148,7 +94,7 @@ std::string Encode(DriverMessageType type, std::uint64_t offset, std::uint32_t l
 // One tracked file, its driver and its service.
 class History {
  public:
-  explicit History(unsigned seed) : random_(seed), file_size_(RandomSize()) {}
+  explicit History(unsigned seed) : random_(seed), file_size_(random_.Size()) {}
 
   void AddBitmap(std::uint32_t block_size, std::uint32_t bytes) {
     const std::size_t bits = std::size_t{bytes} * 8;
@@ -159,7 +105,7 @@ class History {
   void Step() {
     switch (random_() % 16) {
       case 0:
-        if (bitmaps_.size() < 3) AddBitmap(RandomBlockSize(), random_() % 9);
+        if (bitmaps_.size() < 3) AddBitmap(random_.BlockSize(), random_() % 9);
         break;
       case 1:
         if (random_() % 4 == 0) bitmaps_.clear();  // tracking is stopped
@@ -176,10 +122,10 @@ class History {
       case 5:
       case 6:
       case 7:
-        Resize(RandomSize());
+        Resize(random_.Size());
         break;
       default:
-        Write(RandomOffset(), RandomLength());
+        Write(random_.Offset(), random_.Length());
     }
   }
 
@@ -192,24 +138,24 @@ class History {
   }
 
   void Restart() {
-    for (auto& [model, real] : bitmaps_) {
-      if (model.loaded) real.Unload();
-      model.loaded = false;
+    for (TrackedBitmap& bitmap : bitmaps_) {
+      if (std::exchange(bitmap.loaded, false)) bitmap.real.Unload();
     }
   }
 
   // What is in the mapped files outlives the process; a bitmap that was loaded is found so.
   void Kill() {
-    for (auto& [model, real] : bitmaps_) {
-      if (model.loaded) model.left_behind = true;
-      model.loaded = false;
+    for (TrackedBitmap& bitmap : bitmaps_) {
+      if (std::exchange(bitmap.loaded, false)) bitmap.left_behind = true;
     }
   }
 
   void Check() const {
-    for (const auto& [model, real] : bitmaps_) {
-      ASSERT_EQ(real.header().SizeChanged != 0, model.size_changed);
-      ASSERT_EQ(real.header().Unreliable != 0, model.unreliable);
+    for (const TrackedBitmap& bitmap : bitmaps_) {
+      const ModelBitmap& model = bitmap.model;
+      const RealBitmap& real = bitmap.real;
+      ASSERT_TRUE(Agrees(model.size_changed, real.header().SizeChanged != 0));
+      ASSERT_TRUE(Agrees(model.unreliable, real.header().Unreliable != 0));
       ASSERT_EQ(FirstWrongBit(model, real), model.bits());
     }
   }
@@ -219,7 +165,7 @@ class History {
  private:
   static std::size_t FirstWrongBit(const ModelBitmap& model, const RealBitmap& real) {
     std::size_t bit = 0;
-    while (bit < model.bits() && model.Agrees(bit, real.Bit(bit))) ++bit;
+    while (bit < model.bits() && Agrees(model.bit(bit), real.Bit(bit))) ++bit;
     return bit;
   }
 
@@ -234,43 +180,25 @@ class History {
     DriverMessage message;
     ASSERT_EQ(ParseDriverMessage(std::as_bytes(std::span(bytes)), message),
               DriverMessageFault::kNone);
-    for (auto& [model, real] : bitmaps_) {
-      Load(model, real);
-      real.Apply(message);
-      if (unreported_changes) model.unreliable = true;
+    for (TrackedBitmap& bitmap : bitmaps_) {
+      Load(bitmap);
+      bitmap.real.Apply(message);
+      if (unreported_changes) bitmap.model.unreliable = Expected::kSet;
       if (type == DriverMessageType::kWrite) {
-        model.Write(offset, length);
+        bitmap.model.Write(offset, length);
       } else {
-        model.Resize(offset);
+        bitmap.model.Resize(offset);
       }
     }
   }
 
-  static void Load(ModelBitmap& model, RealBitmap& real) {
-    if (std::exchange(model.loaded, true)) return;
-    real.Load();
-    if (std::exchange(model.left_behind, false)) model.unreliable = true;
+  static void Load(TrackedBitmap& bitmap) {
+    if (std::exchange(bitmap.loaded, true)) return;
+    bitmap.real.Load();
+    if (std::exchange(bitmap.left_behind, false)) bitmap.model.unreliable = Expected::kSet;
   }
 
-  std::uint32_t RandomBlockSize() { return kBlockSizes[random_() % std::size(kBlockSizes)]; }
-
-  // Anywhere, with a preference for the neighbourhood of what bitmaps end with.
-  std::uint64_t RandomSize() {
-    switch (random_() % 4) {
-      case 0:
-        return random_() >> random_() % 64;
-      case 1:
-        return k4G - 2 + random_() % 5;
-      default:
-        return std::uint64_t{RandomBlockSize()} * (random_() % 140) + random_() % 3;
-    }
-  }
-  std::uint64_t RandomOffset() { return RandomSize() - (random_() % 4 == 0 ? 1 : 0); }
-  std::uint32_t RandomLength() {
-    return static_cast<std::uint32_t>(random_() >> 32 >> random_() % 33);
-  }
-
-  std::mt19937_64 random_;
+  test::RandomReports random_;
   std::uint64_t file_size_;
   bool drops_ = false;  // the next report
   bool lost_ = false;
@@ -282,7 +210,7 @@ TEST(ChangeModelTest, TenThousandRandomHistoriesAgreeWithTheModelAfterEveryStep)
   for (unsigned seed = 0; seed < 10'000; ++seed) {
     SCOPED_TRACE(seed);
     History history(seed);
-    history.AddBitmap(kBlockSizes[seed % std::size(kBlockSizes)], seed % 9);
+    history.AddBitmap(kModelBlockSizes[seed % std::size(kModelBlockSizes)], seed % 9);
     for (int step = 0; step < 40; ++step) {
       history.Step();
       history.Check();
@@ -357,7 +285,7 @@ TEST_P(GrowingFileTest, ShrinkToNothingSetsEveryBit) {
   EXPECT_EQ(Bits(), std::string(64, '1'));
 }
 
-INSTANTIATE_TEST_SUITE_P(BlockSizes, GrowingFileTest, ::testing::ValuesIn(kBlockSizes));
+INSTANTIATE_TEST_SUITE_P(BlockSizes, GrowingFileTest, ::testing::ValuesIn(kModelBlockSizes));
 
 }  // namespace
 }  // namespace zel

@@ -6,7 +6,7 @@ namespace zel {
 namespace {
 
 TEST(WaitBackoffTest, WaitsDoubleUpToFiveSeconds) {
-  WaitBackoff backoff;
+  WaitBackoff backoff(50);
   for (const std::uint32_t wait_ms : {50, 100, 200, 400, 800, 1600, 3200, 5000, 5000, 5000}) {
     EXPECT_EQ(backoff.Next(), wait_ms);
   }

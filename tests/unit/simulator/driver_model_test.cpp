@@ -63,6 +63,24 @@ TEST_F(DriverModelTest, OnlyTrackedFilesAreReported) {
   EXPECT_EQ(HandOver(), -1);
 }
 
+TEST_F(DriverModelTest, BurstIsOneWriteBehindTheOther) {
+  const std::string burst = "burst " + VolumeText(kFile.volume);
+  EXPECT_EQ(Tell(burst + " 7 100 16 3 42"), "ok");
+  for (const std::uint64_t offset : {100, 116, 132}) {
+    EventMessage event;
+    std::memcpy(&event, model.Offer(kNow)->bytes.data(), sizeof event);
+    model.HandedOver();
+    EXPECT_EQ(event.type, MessageType::kWrite);
+    EXPECT_EQ(event.offset_or_size, offset);
+    EXPECT_EQ(event.length, 16u);
+    EXPECT_EQ(event.process_id, 42u);
+  }
+  EXPECT_EQ(HandOver(), -1);
+  EXPECT_EQ(Tell(burst + " 7 0 1 0"), "ok");
+  EXPECT_EQ(Tell(burst + " 8 0 1 2"), "ok untracked");
+  EXPECT_EQ(HandOver(), -1);
+}
+
 TEST_F(DriverModelTest, ReadsOfTrackedFilesAreKeptAndNotQueued) {
   const std::string file = VolumeText(kFile.volume) + " 7";
   EXPECT_EQ(Tell("read " + file + " 100 10"), "ok");

@@ -44,6 +44,7 @@ TEST(OrdersTest, EveryOrderIsKnown) {
   const std::string file = std::string(" ") + kVolumeText + " 1";
   const std::pair<std::string, Verb> orders[] = {
       {"write" + file + " 0 1", Verb::kWrite},
+      {"burst" + file + " 0 1 10000", Verb::kBurst},
       {"size" + file + " 0", Verb::kSize},
       {"open" + file, Verb::kOpen},
       {"close" + file, Verb::kClose},
@@ -89,6 +90,7 @@ TEST(OrdersTest, FaultNamesWhatIsWrong) {
   EXPECT_EQ(Fault("delay soon"), "cannot read soon");
   EXPECT_EQ(Fault("corrupt bytes"), "cannot read bytes");
   EXPECT_EQ(Fault("hold 1"), "too many arguments");
+  EXPECT_EQ(Fault(std::string("burst ") + kVolumeText + " 1 2 3 10001"), "cannot read 10001");
   EXPECT_EQ(Fault(std::string("write ") + kVolumeText + " 1 2 4294967296"),
             "cannot read 4294967296");
 }

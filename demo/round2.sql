@@ -1,0 +1,2 @@
+-- A year's mail is thrown away. The pages that it leaves are free; the file keeps its size.
+DELETE FROM message WHERE id BETWEEN 30000 AND 33500;
