@@ -40,12 +40,14 @@ class Road:
         assert code == 0
         return info.bitmap_id, self.path.read_bytes()
 
-    def work(self, seed):
-        """Lets a program write, append and truncate as it likes, where the driver sees it."""
-        ended = self.agent.wine.run(self.agent.directory + "\\driversim.exe", "run", "--",
-                                    str(BIN / "simulator" / "file_worker.exe"), "random", str(seed),
-                                    FILE)
+    def run(self, *command):
+        """Runs a program where the driver sees what it does."""
+        ended = self.agent.wine.run(self.agent.directory + "\\driversim.exe", "run", "--", *command)
         assert ended.returncode == 0, ended.stdout
+
+    def work(self, seed):
+        """Lets a program write, append and truncate as it likes."""
+        self.run(str(BIN / "simulator" / "file_worker.exe"), "random", str(seed), FILE)
 
     def synchronize(self):
         assert self.client.synchronize_bitmaps(self.agent.now()) == 0
@@ -96,6 +98,32 @@ def test_bitmap_of_a_file_that_nobody_writes_is_empty(road):
     assert len(bitmap) == HEADER + SIZE // BLOCK // 8
     assert set_blocks(bitmap) == set()
     assert bitmap[SIZE_CHANGED] == bitmap[UNRELIABLE] == 0
+
+
+def assert_tells_no_more(bitmap, before, after):
+    """The bitmap equals the comparison of the blocks; what lies behind the file's last is nobody's."""
+    assert_tells_all(bitmap, before, after)
+    assert {number for number in set_blocks(bitmap) if number < len(blocks(before))} == \
+        changed_blocks(before, after)
+
+
+def test_random_work_is_the_comparison_of_the_blocks(road):
+    bitmap_id, before = road.track()
+    road.work(21)
+    road.synchronize()
+    assert_tells_no_more(road.copy(bitmap_id), before, road.path.read_bytes())
+
+
+def test_copy_of_two_files_into_the_tracked_one_is_the_comparison_of_the_blocks(road):
+    parts = [random.Random(seed).randbytes(100 * BLOCK + 7) for seed in (2, 3)]
+    for name, part in zip("ab", parts):
+        road.path.with_name(name).write_bytes(part)
+    bitmap_id, before = road.track()
+    road.run("cmd", "/c", "copy", "/b", "/y", "C:\\data\\a+C:\\data\\b", FILE)
+    road.synchronize()
+    after = road.path.read_bytes()
+    assert after == parts[0] + parts[1]
+    assert_tells_no_more(road.copy(bitmap_id), before, after)
 
 
 def test_random_work_over_several_backups_and_a_restart(road):
