@@ -35,7 +35,7 @@ struct Report {
   sim::MessageType type;
   std::uint64_t offset_or_size;
   std::uint32_t length;
-  Expected certainty = Expected::kSet;
+  bool own = false;  // by the process of the modules themselves
 };
 
 void Apply(const Report& report, Expected certainty, ModelBitmap& bitmap) {
@@ -167,7 +167,7 @@ class History {
         return {Type::kSizeChanged, random_.Size(), 0};
       case 5:
         // The service's own: ignored, unless the next service gets it from this one.
-        return {Type::kWrite, random_.Offset(), random_.Length(), Expected::kEither};
+        return {Type::kWrite, random_.Offset(), random_.Length(), true};
       default:
         return {Type::kWrite, random_.Offset(), random_.Length()};
     }
@@ -209,14 +209,12 @@ class History {
     Tell(id, report);
     if (report.type == sim::MessageType::kSizeChanged) file.size = report.offset_or_size;
     file.reports.push_back(report);
-    if (!IsChange(report) || IsOwn(report)) return;
+    if (!IsChange(report) || report.own) return;
     for (auto& [bitmap_id, bitmap] : file.bitmaps) {
       Apply(report, Expected::kSet, bitmap.model);
       bitmap.WillLoad();
     }
   }
-
-  static bool IsOwn(const Report& report) { return report.certainty == Expected::kEither; }
 
   static bool IsChange(const Report& report) {
     return report.type == sim::MessageType::kWrite || report.type == sim::MessageType::kSizeChanged;
@@ -239,7 +237,7 @@ class History {
     order << WordOf(report.type) << ' ' << sim::VolumeText(kHostVolume) << ' ' << id;
     if (IsChange(report)) order << ' ' << report.offset_or_size;
     if (report.type == sim::MessageType::kWrite) order << ' ' << report.length;
-    order << ' ' << (report.certainty == Expected::kSet ? kSomebody : host_->id());
+    order << ' ' << (report.own ? host_->id() : kSomebody);
     Order(order.str());
   }
 
@@ -285,7 +283,7 @@ class History {
     host_.emplace(directory_);
     ForEachBitmap([](const TrackedFile& file, TrackedBitmap& bitmap) {
       for (const Report& report : file.reports) {
-        if (IsOwn(report)) Apply(report, Expected::kEither, bitmap.model);
+        if (report.own) Apply(report, Expected::kEither, bitmap.model);
       }
       bitmap.Unload(file.MessagesAreUnderWay());
     });

@@ -102,6 +102,15 @@ TEST(VolumeFileListTest, ExampleOfTheDocumentIsItsValue) {
   EXPECT_EQ(dump.bytes, ValueOf(list));
 }
 
+TEST(VolumeFileListTest, RecordOfTheLastFileHasNoLength) {
+  VolumeFileList list(kVolume);
+  list.Set(L"C:\\a", 0x17);
+  EXPECT_EQ(ValueOf(list).substr(22, 4), std::string(4, '\0'));
+  list.Set(L"C:\\b", 0x18);
+  EXPECT_EQ(ValueOf(list).substr(22, 4), std::string("\x16\0\0\0", 4));
+  EXPECT_EQ(ValueOf(list).substr(44, 4), std::string(4, '\0'));
+}
+
 // The list as a map, and its value put together byte by byte.
 class Model {
  public:
