@@ -9,7 +9,7 @@ void ReadLog::Add(const FileKey& file, std::uint64_t offset, std::uint64_t lengt
   Reads& reads = files_[file];
   reads.bytes += length;
   std::uint64_t begin = offset;
-  std::uint64_t end = offset + length;
+  std::uint64_t end = offset + std::min(length, UINT64_MAX - offset);
   // From the first range that ends there or behind, each one that touches becomes part of this.
   auto next = reads.ends.upper_bound(begin);
   if (next != reads.ends.begin() && std::prev(next)->second >= begin) --next;

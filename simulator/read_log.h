@@ -11,7 +11,7 @@ namespace zel::sim {
 
 class ReadLog {
  public:
-  // offset + length does not overflow.
+  // What would lie behind the last of 2^64 bytes counts and has no place.
   void Add(const FileKey& file, std::uint64_t offset, std::uint64_t length);
 
   // "BYTES OFFSET+LENGTH ...": all bytes that were read of the file since the last call, those read

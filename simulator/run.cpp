@@ -13,6 +13,9 @@ namespace zel::sim {
 
 namespace {
 
+// Beyond it stand the system's codes for crashes, of which Wine's callers see the low byte alone.
+constexpr DWORD kLargestOwnCode = 0xFF;
+
 int Fail(const char* what) {
   std::fprintf(stderr, "driversim: %s, error %lu\n", what, ::GetLastError());
   return kReportsLost;
@@ -48,6 +51,9 @@ int RunReported(std::wstring command_line) {
   ::WaitForSingleObject(process.get(), INFINITE);
   DWORD exit_code = kReportsLost;
   ::GetExitCodeProcess(process.get(), &exit_code);
+  if (exit_code > kLargestOwnCode) {
+    std::fprintf(stderr, "driversim: the program ended with 0x%08lx\n", exit_code);
+  }
   if (!driver.Tell("counters")) return Fail("the driver went, reports are lost");
   return static_cast<int>(exit_code);
 }

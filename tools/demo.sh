@@ -6,7 +6,7 @@
 #   tools/demo.sh          ends non-zero at the first step that does not do what it should
 #
 # Everything is made below build/. What the programs said stays in build/demo/.
-set -euo pipefail
+set -Eeuo pipefail
 shopt -s inherit_errexit
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
@@ -27,8 +27,13 @@ copy='C:\data\copy.db'
 say() { printf '\n== %s\n' "$*"; }
 
 fail() {
-  printf 'demo: %s\n' "$*" >&2
+  echo "demo: error: $*" >&2
   exit 1
+}
+
+remove_prefix() {
+  tools/wine-run.sh --stop >"$work/stop.log" 2>&1 || true
+  rm -rf "$ZEL_WINEPREFIX" "$ZEL_WINEPREFIX".{lock,log}
 }
 
 leave_nothing_running() {
@@ -37,8 +42,7 @@ leave_nothing_running() {
   wait
   [ "$status" -eq 0 ] || echo "demo: FAILED; what the programs said is in build/demo/"
   cp "$drive_c/agent/log/zelservice.log" "$work/" 2>/dev/null || true
-  tools/wine-run.sh --stop >"$work/stop.log" 2>&1 || true
-  rm -rf "$ZEL_WINEPREFIX" "$ZEL_WINEPREFIX".{lock,log}
+  remove_prefix
   exit "$status"
 }
 
@@ -67,7 +71,7 @@ build_sqlite() {
   cd "$work"
   [ -e "$sqlite_archive" ] || npm pack "$sqlite_package"
   sha256sum -c <<<"$sqlite_sha256  $sqlite_archive"
-  tar -xzOf "$sqlite_archive" "package/deps/$sqlite_source.tar.gz" | tar -xz
+  tar -xzOf "$sqlite_archive" "package/deps/$sqlite_source.tar.gz" | tar -xz --no-same-owner
   x86_64-w64-mingw32-gcc-posix -O1 -municode -static -s -o sqlite3.part \
     "$sqlite_source/sqlite3.c" "$sqlite_source/shell.c"
   mv sqlite3.part sqlite3.exe
@@ -95,12 +99,12 @@ service_state() {  # NAME: RUNNING, STOPPED, ...; nothing when there is no such 
 service_process() {  # the Linux process of the service of this prefix
   local process
   for process in $(pgrep -f '^C:.agent.zelservice\.exe'); do
-    grep -qzxF "WINEPREFIX=$ZEL_WINEPREFIX" "/proc/$process/environ" 2>/dev/null && echo "$process"
+    if grep -qszxF "WINEPREFIX=$ZEL_WINEPREFIX" "/proc/$process/environ"; then echo "$process"; fi
   done
 }
 
-await() {  # WHAT COMMAND...: tries the command until it succeeds, for 20 seconds
-  local what=$1 deadline=$((SECONDS + 20))
+await() {  # WHAT COMMAND...: tries the command until it succeeds, for a minute
+  local what=$1 deadline=$((SECONDS + 60))
   shift
   until "$@"; do
     [ $SECONDS -lt $deadline ] || fail "waited in vain: $what"
@@ -168,19 +172,20 @@ shown() {
 
 track() {  # another bitmap, which collects from now on
   echo "\$ zelctl track $database"
-  bitmap=$(zelctl track "$database" --block-size 64K)
+  bitmap=$(zelctl track "$database")
   echo "$bitmap"
 }
 
-apply() {  # --full, or --bitmap ID: brings the copy up to date
+apply() {  # --full, or --bitmap ID: brings the copy up to date; tells what the JSON says
   local answer copied whole
   echo "\$ zelctl apply $* --from $database --to $copy --verify"
   answer=$(zelctl apply "$@" --from "$database" --to "$copy" --verify --json) ||
-    fail "apply failed: $answer"
+    fail "apply failed: $(field error message <<<"$answer")"
   copied=$(field copied_bytes <<<"$answer")
   whole=$(field source_size <<<"$answer")
   echo "read for the copy: $(mebibytes "$copied"); by a full pass: $(mebibytes "$whole")" \
     "($(percent "$copied" "$whole"))"
+  [ "$1" = --full ] || [ $((copied * 4)) -lt "$whole" ] || fail "that should be a small part"
   [ "$(field verified <<<"$answer")" = True ] || fail "apply did not compare the files"
   check_equal
 }
@@ -190,7 +195,7 @@ bring_copy_up_to_date() {  # and go on with a new bitmap, begun before, that mis
   shown show "$bitmap" --map
   track
   apply --bitmap "$done_with"
-  zelctl delete "$done_with"
+  shown delete "$done_with"
 }
 
 # --- The demonstration
@@ -198,10 +203,10 @@ bring_copy_up_to_date() {  # and go on with a new bitmap, begun before, that mis
 build() {
   say "Build: the service, zelctl, the simulated driver; SQLite's shell from $sqlite_package"
   begin prefix tools/wine-run.sh --start
-  begin sqlite build_sqlite
+  begin sqlite-shell build_sqlite
   begin product build_product
   finish prefix
-  finish sqlite
+  finish sqlite-shell
   finish product
   echo "done after $SECONDS s"
 }
@@ -278,6 +283,7 @@ remove_all() {
   await "the service has ended" has_ended
   wine_run 'C:\agent\driversim.exe' tell stop >/dev/null
   local name
+  [ "$(service_state RpcSs)" = RUNNING ] || fail "the service manager should still answer"
   for name in ZelService VelmoraActivityMonitor; do
     await "$name is not installed any more" is_absent "$name"
     echo "sc query $name: no such service"
@@ -287,7 +293,9 @@ remove_all() {
 main() {
   mkdir -p "$work"
   trap leave_nothing_running EXIT
-  rm -rf "$ZEL_WINEPREFIX" "$ZEL_WINEPREFIX".{lock,log} "$work"/*.log
+  trap 'echo "demo: error: line $LINENO: $BASH_COMMAND" >&2' ERR
+  rm -f "$work"/*.log
+  remove_prefix  # what a run that was killed has left
   build
   install_and_start
   first_copy

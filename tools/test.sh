@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything and runs every check; installs what is missing on Debian 12 first.
+# Builds everything and runs every check, tools/demo.sh as the last one; installs what is missing on
+# Debian 12 first.
 #
 #   tools/test.sh          all checks; ends with 'N passed, N failed' and non-zero on a failure
 #

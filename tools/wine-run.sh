@@ -15,12 +15,17 @@ export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all}
 export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d"
 unset DISPLAY WAYLAND_DISPLAY
 
+# At its start a Wine program maps a page at 0x7ffe0000. The kernel puts the heap anywhere in the
+# gigabyte behind Wine's loader, and when that is there the program ends with 1 and no word, once in
+# some thousand starts. Not randomized, the heap lies right behind the loader.
+wine=(setarch -R wine)
+
 make_prefix() {
   mkdir -p "$(dirname "$WINEPREFIX")"
   (
     flock 9
     [ -e "$WINEPREFIX/.ready" ] && exit 0
-    wine wineboot -i >"$WINEPREFIX.log" 2>&1 </dev/null
+    "${wine[@]}" wineboot -i >"$WINEPREFIX.log" 2>&1 </dev/null
     wineserver -w
     touch "$WINEPREFIX/.ready"
   ) 9>"$WINEPREFIX.lock"
@@ -31,13 +36,13 @@ case "${1:?no program named}" in
     make_prefix
     wineserver -p
     # The first program starts Wine's own services, which would keep its standard output open.
-    wine cmd /c exit >/dev/null 2>&1 </dev/null
+    "${wine[@]}" cmd /c exit >/dev/null 2>&1 </dev/null
     ;;
   --stop)
     if [ -e "$WINEPREFIX/.ready" ]; then wineserver -k || true; wineserver -w; fi
     ;;
   *)
     [ -e "$WINEPREFIX/.ready" ] || make_prefix
-    exec wine "$@"
+    exec "${wine[@]}" "$@"
     ;;
 esac

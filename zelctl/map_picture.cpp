@@ -50,11 +50,11 @@ std::uint8_t ColourOf(double share) {
   return static_cast<std::uint8_t>(kFirstShade + shade);
 }
 
-// The field of cells: twice as wide as it is high.
+// The field of cells: about twice as wide as it is high, with a round number of cells in a line.
 struct Field {
   explicit Field(std::size_t cells) {
     cells = std::max<std::size_t>(cells, 1);
-    while (columns * columns < 2 * cells) ++columns;
+    while (columns * columns < 2 * cells) columns += columns < 16 ? 1 : 8;
     rows = (cells + columns - 1) / columns;
     side = kFieldPixels / columns;
   }

@@ -15,9 +15,8 @@ namespace zel::ctl {
 // "512 bytes", "64.0 KiB", "1.5 GiB".
 [[nodiscard]] std::string FormatSize(std::uint64_t bytes);
 
-// A place in a file of `file_size` bytes: all places of one file in the same unit, the smallest in
-// which that size has four digits, and at most ten characters: "0.0 GiB", "1075.2 GiB", "512
-// bytes".
+// A place in a file of `file_size` bytes, in at most ten characters. All places of one file have
+// the same unit, the smallest in which its size has at most four digits: "0.0 GiB", "1075.2 GiB".
 [[nodiscard]] std::string FormatOffset(std::uint64_t offset, std::uint64_t file_size);
 
 }  // namespace zel::ctl

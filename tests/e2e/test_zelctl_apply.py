@@ -135,19 +135,15 @@ def test_copies_equal_the_file_and_nothing_but_changes_is_read(bench, seed):
     assert workload.copied_bytes > 0 and workload.refused > 0
 
 
-class KilledRun:
-    """A run of apply that is killed as soon as it has written a block that must change."""
-
-    def __init__(self, bench, point, *arguments, written="copy.bin"):
-        expected = bench.source.read_bytes()[point:point + BLOCK]
-        copy = bench.source.with_name(written)
-        run = bench.zelctl.start("apply", "--from", FILE, "--to", COPY, *arguments)
-
-        def has_come_so_far():
-            return run.poll() is not None or read_at(copy, point) == expected
-        wait_until(has_come_so_far, "the run writes the block", pause_s=0)
-        run.kill()
-        run.wait(20)
+def kill_apply_at(bench, point, *arguments, written="copy.bin"):
+    """Kills a run of apply as soon as it has written the block at `point`, which must change."""
+    expected = read_at(bench.source, point)
+    copy = bench.source.with_name(written)
+    run = bench.zelctl.start("apply", "--from", FILE, "--to", COPY, *arguments)
+    wait_until(lambda: run.poll() is not None or read_at(copy, point) == expected,
+               "the run writes the block", pause_s=0)
+    run.kill()
+    run.wait(20)
 
 
 def read_at(path, offset):
@@ -174,7 +170,7 @@ def test_apply_that_is_killed_at_twenty_points_is_completed(bench):
                    if before[at:at + BLOCK] != after[at:at + BLOCK]]
         next_bitmap = bench.track()
 
-        KilledRun(bench, points.choice(changed), "--bitmap", bitmap)
+        kill_apply_at(bench, points.choice(changed), "--bitmap", bitmap)
         if mark.exists() and not bench.is_equal():
             half_copies += 1
             message = bench.apply("--bitmap", next_bitmap, exit_code=1)["error"]["message"]
@@ -197,7 +193,7 @@ def test_full_copy_that_is_killed_leaves_the_old_one(bench):
     for _ in range(5):
         bench.source.write_bytes(points.randbytes(16 << 20))  # nothing of it is in what was left
         point = points.randrange(0, 12 << 20, BLOCK)
-        KilledRun(bench, point, "--full", written="copy.bin.zelctl-new")
+        kill_apply_at(bench, point, "--full", written="copy.bin.zelctl-new")
         if bench.copy.read_bytes() == b"the copy before":
             half_copies += 1
         else:  # it was quicker

@@ -49,6 +49,13 @@ TEST(ReadLogTest, ReadOfNoByteHasNoPlace) {
   EXPECT_EQ(log.Take(kFile), "0");
 }
 
+TEST(ReadLogTest, ReadBehindTheLastByteEndsThere) {
+  ReadLog log;
+  log.Add(kFile, 0, 10);
+  log.Add(kFile, UINT64_MAX - 5, 100);
+  EXPECT_EQ(log.Take(kFile), "110 0+10 18446744073709551610+5");
+}
+
 TEST(ReadLogTest, RandomReadsMatchAPlainArray) {
   std::mt19937 random(1);
   for (int round = 0; round < 200; ++round) {

@@ -107,9 +107,9 @@ TEST(PaintMapTest, OffsetsLegendAndTotalsAreWritten) {
   const Picture picture =
       PaintMap(MakeChangeMap(MakeBitmap(size, 65536, {0, 1, 9}), size, kMostPictureCells));
   EXPECT_THAT(TextAt(picture, 16, 16), testing::StartsWith("   0.0 MiB"));
-  // Lines of 91 cells of 8 pixels; beside every third there is room.
-  EXPECT_THAT(TextAt(picture, 16, 16 + 3 * 8), testing::StartsWith("  17.1 MiB"));
-  const std::size_t below = 16 + 46 * 8 + 16;
+  // Lines of 96 cells of 8 pixels; beside every third there is room.
+  EXPECT_THAT(TextAt(picture, 16, 16 + 3 * 8), testing::StartsWith("  18.0 MiB"));
+  const std::size_t below = 16 + 43 * 8 + 16;
   EXPECT_EQ(TextAt(picture, 148, below),
             "  unchanged  little" + std::string(15, ' ') + "all changed");
   EXPECT_EQ(TextAt(picture, 148, below + 24), "changed 192.0 KiB of 256.0 MiB (0.1 %)");
