@@ -17,8 +17,10 @@ unset DISPLAY WAYLAND_DISPLAY
 
 # At its start a Wine program maps a page at 0x7ffe0000. The kernel puts the heap anywhere in the
 # gigabyte behind Wine's loader, and when that is there the program ends with 1 and no word, once in
-# some thousand starts. Not randomized, the heap lies right behind the loader.
-wine=(setarch -R wine)
+# some thousand starts. Not randomized, the heap lies right behind the loader; some containers do not
+# allow that.
+wine=(wine)
+if setarch -R true 2>/dev/null; then wine=(setarch -R wine); fi
 
 make_prefix() {
   mkdir -p "$(dirname "$WINEPREFIX")"
