@@ -16,7 +16,7 @@ constexpr std::size_t kFieldPixels = 768;  // the field of cells is about as wid
 constexpr std::size_t kMargin = 16;
 constexpr std::size_t kLabelLetters = 10;  // of an offset
 constexpr std::size_t kFieldLeft = kMargin + (kLabelLetters + 1) * Canvas::kLetterPixels;
-constexpr std::size_t kLineStep = Canvas::kLinePixels + 10;
+constexpr std::size_t kLineStep = Canvas::kLinePixels + 6;
 
 constexpr std::uint8_t kPaper = 0;
 constexpr std::uint8_t kInk = 1;

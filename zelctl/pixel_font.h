@@ -7,7 +7,7 @@
 namespace zel::ctl {
 
 inline constexpr int kGlyphWidth = 5;
-inline constexpr int kGlyphHeight = 7;
+inline constexpr int kGlyphHeight = 9;  // the last two for what hangs below the line
 
 // The rows of a letter from the top, the leftmost point in bit 4. Digits, small letters but j, m,
 // p, q, v, w, x and z, and what sizes and shares are written with; empty for every other character.
