@@ -46,8 +46,8 @@ start_wine() {  # its server's last words go to a log
   tools/wine-run.sh --start 2>"$logs/wineserver.log"
 }
 
-# Wine's own server dies of a memory error once in a while, and every test fails that meets its end or
-# what starts in its place. Those say nothing of the product and are run again.
+# Wine's own server has been seen to die of a memory error, why is not known, and tests failed that met
+# its end or what started in its place. What failed in such a run is run again, once, and says so.
 rerun_after_crash_of_wine() {  # PRESET
   grep -qs "wineserver crashed" "$logs/wineserver.log" || return 0
   echo "Wine's server crashed: the tests that failed are run again (all: $logs/test-$1-crashed.log)"
