@@ -42,32 +42,12 @@ build() {  # PRESET: configures and builds
   check "build-$1" bash -c "cmake --preset $1 && cmake --build --preset $1"
 }
 
-start_wine() {  # its server's last words go to a log
-  tools/wine-run.sh --start 2>"$logs/wineserver.log"
-}
-
-# Wine's own server has been seen to die of a memory error, why is not known, and tests failed that met
-# its end or what started in its place. What failed in such a run is run again, once, and says so.
-rerun_after_crash_of_wine() {  # PRESET
-  grep -qs "wineserver crashed" "$logs/wineserver.log" || return 0
-  echo "Wine's server crashed: the tests that failed are run again (all: $logs/test-$1-crashed.log)"
-  mv "$logs/test-$1.log" "$logs/test-$1-crashed.log"
-  start_wine
-  ctest --preset "$1" -j2 --rerun-failed >"$logs/test-$1.log" 2>&1
-}
-
 run_ctest() {  # PRESET: every test of a built preset
   local name=test-$1 total bad
   started=$SECONDS
   ctest --preset "$1" -j2 >"$logs/$name.log" 2>&1
-  total=$(ctest_total "$logs/$name.log")
-  [ "$1" != mingw ] || rerun_after_crash_of_wine "$1"
-  bad=$(sed -nE 's/.* ([0-9]+) tests? failed out of [0-9]+/\1/p' "$logs/$name.log")
+  read -r bad total < <(sed -nE 's/.* ([0-9]+) tests? failed out of ([0-9]+)/\1 \2/p' "$logs/$name.log")
   count "$name" $((${total:-0} - ${bad:-0})) "${bad:-1}"
-}
-
-ctest_total() {  # LOG
-  sed -nE 's/.* [0-9]+ tests? failed out of ([0-9]+)/\1/p' "$1"
 }
 
 run_pytest() {  # the shipped executables under the service control manager
@@ -88,7 +68,7 @@ build native-asan && run_ctest native-asan
 build native-tsan && run_ctest native-tsan
 build mingw-clang
 build mingw
-start_wine
+tools/wine-run.sh --start
 run_ctest mingw
 run_pytest
 check demo tools/demo.sh

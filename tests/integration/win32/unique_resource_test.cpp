@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/integration/support/handle_count.h"
 #include "win32/handles.h"
 
 namespace zel {
@@ -26,6 +27,16 @@ TEST(UniqueResourceTest, ClosesWhatItOwnsWhenItGoes) {
     EXPECT_TRUE(IsOpen(event));
   }
   EXPECT_FALSE(IsOpen(event));
+}
+
+TEST(UniqueResourceTest, HandlesAreCounted) {
+  const std::size_t before = test::HandleCount();
+  {
+    const UniqueEvent first(NewEvent());
+    const UniqueEvent second(NewEvent());
+    EXPECT_EQ(test::HandleCount(), before + 2);
+  }
+  EXPECT_EQ(test::HandleCount(), before);
 }
 
 TEST(UniqueResourceTest, MovingPassesTheOwnershipOnAndClosesTheTargetsOwn) {
