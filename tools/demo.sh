@@ -79,7 +79,12 @@ build_sqlite() {
 
 # --- Programs in the prefix
 
-wine_run() { tools/wine-run.sh "$@" </dev/null; }
+wine_run() {  # what ends with an error is named in build/demo/failed.log
+  local status=0
+  tools/wine-run.sh "$@" </dev/null || status=$?
+  [ "$status" -eq 0 ] || echo "ended with $status at ${SECONDS} s: $*" >>"$work/failed.log"
+  return "$status"
+}
 
 zelctl() { wine_run "$bin/zelctl.exe" "$@"; }
 

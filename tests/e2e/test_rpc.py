@@ -214,6 +214,7 @@ def test_enumerations_that_are_given_up_are_freed(client, rpc_server):
 
     give_up(10)
     memory, files, _ = rpc_server.state()
-    give_up(100)  # 10,000 lists: 300 MB, were they kept
+    give_up(100)  # 10,000 lists: 300 MB, were they kept; 100 clients: a file each at least
     memory_after, files_after, _ = rpc_server.state()
-    assert memory_after - memory < 30_000 and files_after - files < 10
+    # The RPC runtime's pool of threads may have grown by some, each with files of its own.
+    assert memory_after - memory < 30_000 and files_after - files < 50
