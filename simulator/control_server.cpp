@@ -40,9 +40,11 @@ unsigned __stdcall Serve(void* context) {
   std::string line(kMaxLineBytes, '\0');
   DWORD size = 0;
   while (::ReadFile(pipe, line.data(), kMaxLineBytes, &size, nullptr)) {
-    const std::string answer = self->driver.Tell(std::string_view(line).substr(0, size));
+    const auto [answer, stops] = self->driver.Tell(std::string_view(line).substr(0, size));
     const auto answer_size = static_cast<DWORD>(answer.size());
-    if (!::WriteFile(pipe, answer.data(), answer_size, &size, nullptr)) break;
+    const bool answered = ::WriteFile(pipe, answer.data(), answer_size, &size, nullptr);
+    if (stops) ::SetEvent(self->driver.stop_event());
+    if (!answered) break;
   }
   return 0;
 }

@@ -31,10 +31,10 @@ Driver::Driver()
       changed_event_(::CreateEventW(nullptr, FALSE, FALSE, nullptr)),
       stop_event_(::CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
 
-std::string Driver::Tell(std::string_view line) {
+Driver::Told Driver::Tell(std::string_view line) {
   Order order;
   std::string fault;
-  if (!ParseOrder(line, order, fault)) return "error " + fault;
+  if (!ParseOrder(line, order, fault)) return {"error " + fault, false};
   std::string answer;
   {
     const LockGuard guard(lock_);
@@ -42,8 +42,7 @@ std::string Driver::Tell(std::string_view line) {
     answer = model_.Obey(order, Now());
   }
   ::SetEvent(changed_event_.get());
-  if (order.verb == Verb::kStop) ::SetEvent(stop_event_.get());
-  return answer;
+  return {answer, order.verb == Verb::kStop};
 }
 
 void Driver::Shutdown() {

@@ -22,9 +22,13 @@ class Driver {
 
   // False when the system refused what a driver needs; nothing else may be called then.
   [[nodiscard]] bool usable() const { return read_table_ && changed_event_ && stop_event_; }
-  // Obeys a line of the control channel.
-  [[nodiscard]] std::string Tell(std::string_view line);
-  // Set by the order "stop".
+  // Obeys a line of the control channel. After "stop" it is the caller's to set the stop event,
+  // once the answer is on its way: the process may end at once.
+  struct Told {
+    std::string answer;
+    bool stops;
+  };
+  [[nodiscard]] Told Tell(std::string_view line);
   [[nodiscard]] HANDLE stop_event() const { return stop_event_.get(); }
   // Leaves behind whether something is lost with this process.
   void Shutdown();

@@ -53,7 +53,7 @@ class SimulatedDriver {
   // Ends the driver in order; what it still held is lost and says so at the next start.
   void Stop() {
     if (!process_) return;
-    Tell("stop");
+    Order("stop");
     EXPECT_EQ(process_->WaitForEnd(), 0u);
     process_.reset();
   }
