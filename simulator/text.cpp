@@ -1,6 +1,7 @@
 #include "simulator/text.h"
 
 #include <cstdio>
+#include <iterator>
 
 namespace zel::sim {
 
@@ -24,9 +25,9 @@ bool ParseVolume(std::string_view text, VolumeGuid& volume) {
   bool good = ParseDigits(text.substr(0, 8), volume.Data1) &&
               ParseDigits(text.substr(9, 4), volume.Data2) &&
               ParseDigits(text.substr(14, 4), volume.Data3);
-  const std::string tail = std::string(text.substr(19, 4)) + std::string(text.substr(24));
-  for (std::size_t i = 0; i < 8; ++i) {
-    good = good && ParseDigits(std::string_view(tail).substr(2 * i, 2), volume.Data4[i]);
+  constexpr std::size_t kLastBytesAt[] = {19, 21, 24, 26, 28, 30, 32, 34};
+  for (std::size_t i = 0; i < std::size(kLastBytesAt); ++i) {
+    good = good && ParseDigits(text.substr(kLastBytesAt[i], 2), volume.Data4[i]);
   }
   return good;
 }
