@@ -10,7 +10,7 @@ namespace zel {
 // Same layout as ntdll's RTL_BITMAP: bit i is bit i mod 8 of byte i / 8. Pure.
 struct RtlBitmap {
   std::uint32_t SizeOfBitMap;  // bits
-  std::uint32_t* Buffer;
+  std::uint32_t* Buffer;       // aligned to 8 bytes for SetBitsInRange
 };
 
 enum class SetBitsOutcome { kWithin, kClipped, kBeyond };

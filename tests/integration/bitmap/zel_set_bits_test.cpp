@@ -21,7 +21,7 @@ class ZelSetBitsTest : public test::LogFixture {
            first + ", NumberToSet = 0x" + count;
   }
 
-  std::array<std::uint32_t, 2> words_ = {};
+  alignas(8) std::array<std::uint32_t, 2> words_ = {};
   const RtlBitmap bitmap_ = {40, words_.data()};
 };
 
