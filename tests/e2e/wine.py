@@ -11,7 +11,7 @@ RUN = ROOT / "tools" / "wine-run.sh"
 BIN = pathlib.Path(os.environ.get("ZEL_BIN", ROOT / "build" / "mingw" / "bin"))
 
 
-def wait_until(condition, what, timeout_s=20.0, pause_s=0.02):
+def wait_until(condition, what, timeout_s=60.0, pause_s=0.02):
     """Polls `condition` and returns its first true answer; fails the test after `timeout_s`."""
     deadline = time.monotonic() + timeout_s
     while True:
@@ -48,7 +48,7 @@ class Wine:
         """Runs a program to its end; its output holds what it printed and its errors."""
         return subprocess.run(
             [RUN, *command], env=self.environment, stdin=subprocess.DEVNULL, check=check,
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=60)
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=120)
 
     def path(self, windows_path):
         """The Linux path of a path on drive C."""

@@ -10,7 +10,7 @@ REQUEST, RESPONSE, FAULT, BIND, BIND_ACK, BIND_NAK = 0, 2, 3, 11, 12, 13
 FIRST, LAST = 1, 2
 NDR = ("8a885d04-1ceb-11c9-9fe8-08002b104860", 2, 0)
 ZEL = (INTERFACE[0], 3, 0)
-TIMEOUT_S = 3
+TIMEOUT_S = 30
 
 
 def syntax(identifier, major, minor):
