@@ -40,7 +40,10 @@ leave_nothing_running() {
   local status=$?
   trap - EXIT
   wait
-  [ "$status" -eq 0 ] || echo "demo: FAILED; what the programs said is in build/demo/"
+  if [ "$status" -ne 0 ]; then
+    tail -n 3 "$work/failed.log" 2>/dev/null || true
+    echo "demo: FAILED; what the programs said is in build/demo/"
+  fi
   cp "$drive_c/agent/log/zelservice.log" "$work/" 2>/dev/null || true
   remove_prefix
   exit "$status"

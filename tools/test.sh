@@ -27,6 +27,7 @@ count() {  # NAME PASSED FAILED
   printf '%-34s %5d passed %3d failed  %4ds\n' "$1" "$2" "$3" $((SECONDS - started))
   if [ "$3" -ne 0 ]; then
     grep -E '\*\*\*|[Ff]ailure|FAILED|[Ee]rror' "$logs/$1.log" | head -n 40
+    tail -n 15 "$logs/$1.log"
     echo "  (the whole output: $logs/$1.log)"
   fi
 }
