@@ -1,5 +1,6 @@
 -- A working day: an old month is dropped, more mail comes in than went, the recent mail is read, and
 -- somebody looks through old messages.
+PRAGMA cache_size = -65536;
 .testctrl prng_seed 1
 BEGIN;
 DELETE FROM message WHERE id BETWEEN 12000 AND 13500;
