@@ -136,7 +136,8 @@ void ExpectLikeThePlainArray(std::uint32_t size, std::size_t shift, std::uint8_t
 }
 
 TEST(SetBitsInRangeTest, EveryRangeOfUpToSeventyBitsIsLikeThePlainArray) {
-  for (const std::uint32_t size : {1, 8, 9, 24, 56, 57, 64, 70, 120, 121, 128, 135}) {
+  for (const std::uint32_t size :
+       {1, 8, 9, 24, 25, 32, 40, 41, 56, 57, 64, 70, 96, 120, 121, 128, 135}) {
     for (const std::size_t shift : {0, 8}) {
       for (std::uint32_t first = 0; first <= size + 1; ++first) {
         for (std::uint32_t count = 0; count <= 70; ++count) {
