@@ -15,11 +15,12 @@ rm -f "$logs"/*
 passed=0
 failed=0
 
-stop_wine() {
+leave_nothing_running() {
+  [ -z "${pytest:-}" ] || kill "$pytest" 2>/dev/null
   tools/wine-run.sh --stop
   ZEL_WINEPREFIX=$PWD/build/wine/e2e tools/wine-run.sh --stop
 }
-trap stop_wine EXIT
+trap leave_nothing_running EXIT
 
 count() {  # NAME PASSED FAILED
   passed=$((passed + $2))
@@ -62,6 +63,7 @@ begin_pytest() {
 finish_pytest() {
   local name=test-e2e good bad status=0
   wait "$pytest" || status=$?
+  pytest=
   started=$pytest_started
   good=$(grep -oE '[0-9]+ passed' "$logs/$name.log" | tail -n 1 | cut -d' ' -f1)
   bad=$(grep -oE '[0-9]+ (failed|errors?)' "$logs/$name.log" | awk '{sum += $1} END {print sum + 0}')
