@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bench/bench.h"
-#include "bitmap/set_bits.h"
+#include "bitmap/change/set_bits.h"
 
 namespace zel::bench {
 namespace {

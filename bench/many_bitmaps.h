@@ -11,7 +11,7 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/bitmap_name.h"
-#include "bitmap/new_bitmap.h"
+#include "bitmap/format/new_bitmap.h"
 #include "common/hex_name.h"
 #include "common/identity.h"
 #include "tests/integration/support/import_hook.h"

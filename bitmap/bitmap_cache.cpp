@@ -15,21 +15,25 @@ std::size_t BitmapCache::KeyHash::operator()(const FileKey& key) const noexcept 
   return hash ^ hash >> 32;
 }
 
-BitmapRecords& BitmapCache::FindOrInsert(const FileKey& key) {
-  if (BitmapRecords* const found = Find(key)) return *found;
+BitmapRecords& BitmapCache::EntryOf(const FileKey& key) {
+  if (const auto found = by_key_.find(key); found != by_key_.end()) return *found->second;
   BitmapRecords& records = map_[key];
   by_key_.emplace(key, &records);
   return records;
 }
 
-BitmapRecords* BitmapCache::Find(const FileKey& key) {
+const BitmapRecords& BitmapCache::FindOrInsert(const FileKey& key) {
+  return EntryOf(key);
+}
+
+const BitmapRecords* BitmapCache::Find(const FileKey& key) const {
   const auto found = by_key_.find(key);
   return found == by_key_.end() ? nullptr : found->second;
 }
 
 void BitmapCache::Append(const std::shared_ptr<BitmapRecord>& record) {
   const FileKey key = {record->VolumeGuid, record->FileId};
-  FindOrInsert(key).push_back(record);
+  EntryOf(key).push_back(record);
   by_id_.emplace(record->BitmapId, key);
 }
 
@@ -43,9 +47,11 @@ BitmapRecords BitmapCache::FindById(BitmapId bitmap_id) const {
   return found;
 }
 
-BitmapRecords::iterator BitmapCache::Erase(BitmapRecords& records, BitmapRecords::iterator record) {
-  by_id_.erase({(*record)->BitmapId, {(*record)->VolumeGuid, (*record)->FileId}});
-  return records.erase(record);
+void BitmapCache::Erase(const std::shared_ptr<BitmapRecord>& record) {
+  const FileKey key = {record->VolumeGuid, record->FileId};
+  std::erase(EntryOf(key), record);
+  by_id_.erase({record->BitmapId, key});
+  EraseIfEmpty(key);
 }
 
 void BitmapCache::EraseIfEmpty(const FileKey& key) {
@@ -53,6 +59,11 @@ void BitmapCache::EraseIfEmpty(const FileKey& key) {
   if (entry == map_.end() || !entry->second.empty()) return;
   by_key_.erase(key);
   map_.erase(entry);
+}
+
+BitmapCache& KnownBitmaps() {
+  static BitmapCache& bitmapCache = *new BitmapCache;
+  return bitmapCache;
 }
 
 }  // namespace zel

@@ -1,7 +1,7 @@
 // The container of all bitmap records: the ordered map that listings and scans walk, and two
 // indexes beside it, without which a lookup would cost more the more files are tracked.
 //
-// Threads: everything under bitmapCacheLock.
+// Threads: under bitmapCacheLock, shared for what is const.
 #pragma once
 
 #include <cstddef>
@@ -24,11 +24,11 @@ class BitmapCache {
   using Map = std::map<FileKey, BitmapRecords>;
 
   // Every entry, in the order of the keys; records in the order in which they were appended.
-  [[nodiscard]] Map& entries() { return map_; }
+  [[nodiscard]] const Map& entries() const { return map_; }
 
   // The entry of a file. Where there is none it is made, without records; or null is returned.
-  [[nodiscard]] BitmapRecords& FindOrInsert(const FileKey& key);
-  [[nodiscard]] BitmapRecords* Find(const FileKey& key);
+  [[nodiscard]] const BitmapRecords& FindOrInsert(const FileKey& key);
+  [[nodiscard]] const BitmapRecords* Find(const FileKey& key) const;
 
   void Append(const std::shared_ptr<BitmapRecord>& record);
 
@@ -36,10 +36,10 @@ class BitmapCache {
   // is one at most unless a bitmap file was moved or linked by hand.
   [[nodiscard]] BitmapRecords FindById(BitmapId bitmap_id) const;
 
-  // Takes a record out of its entry, which stays when it is empty, and returns what follows.
-  BitmapRecords::iterator Erase(BitmapRecords& records, BitmapRecords::iterator record);
+  // Takes a record out of its entry, and the entry with its last one.
+  void Erase(const std::shared_ptr<BitmapRecord>& record);
 
-  // Drops the entry of a file when it has no record left.
+  // Drops the entry of a file when it has no record.
   void EraseIfEmpty(const FileKey& key);
 
  private:
@@ -47,9 +47,14 @@ class BitmapCache {
     std::size_t operator()(const FileKey& key) const noexcept;
   };
 
+  BitmapRecords& EntryOf(const FileKey& key);
+
   Map map_;
   std::unordered_map<FileKey, BitmapRecords*, KeyHash> by_key_;
   std::set<std::pair<BitmapId, FileKey>> by_id_;  // an entry holds an id once
 };
+
+// Every bitmap that is known. Never destroyed: threads may still use it while the process ends.
+[[nodiscard]] BitmapCache& KnownBitmaps() ZEL_REQUIRES_SHARED(bitmapCacheLock);
 
 }  // namespace zel

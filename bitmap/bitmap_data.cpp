@@ -1,95 +1,106 @@
 #include "bitmap/bitmap_data.h"
 
-#include "bitmap/bitmap_size.h"
-#include "bitmap/ntdll_bitmap.h"
+#include "bitmap/format/bitmap_size.h"
+#include "bitmap/zel_set_bits.h"
 #include "common/error_info.h"
-#include "common/system_time.h"
 #include "logging/log_message.h"
 
 namespace zel {
 
 namespace {
 
-// Logs an error of a step of the opening, whose formats take the path and the error's text.
-OpenResult LogOpenError(LogFormat<const wchar_t*, const char*> format, const BitmapData& data) {
-  LogMessage(kBitmapError, format, data.FileName.c_str(), ErrorInfo().text());
-  return OpenResult::kSystemCallFailed;
-}
-
-OpenResult MapFile(BitmapData& data) {
-  data.FileHandle.reset(::CreateFileW(data.FileName.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                      FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!data.FileHandle) return LogOpenError(L"Failed to open bitmap %s: %hs\n", data);
-  LARGE_INTEGER size;
-  if (!::GetFileSizeEx(data.FileHandle.get(), &size)) {
-    return LogOpenError(L"GetFileSizeEx(%s) failed: %hs\n", data);
+LoadFault FaultOf(OpenStep step) {
+  switch (step) {
+    case OpenStep::kOpen:
+      return LoadFault::kOpen;
+    case OpenStep::kSize:
+      return LoadFault::kSize;
+    case OpenStep::kMapping:
+      return LoadFault::kMapping;
+    case OpenStep::kView:
+      return LoadFault::kView;
   }
-  data.FileSize = size.LowPart;
-  data.MappingHandle.reset(
-      ::CreateFileMappingW(data.FileHandle.get(), nullptr, PAGE_READWRITE, 0, 0, nullptr));
-  if (!data.MappingHandle) return LogOpenError(L"CreateFileMapping(%s) failed: %hs\n", data);
-  data.Header.reset(static_cast<BitmapHeader*>(
-      ::MapViewOfFile(data.MappingHandle.get(), FILE_MAP_WRITE, 0, 0, 0)));
-  if (!data.Header) return LogOpenError(L"MapViewOfFile(%s) failed: %hs\n", data);
-  return OpenResult::kMapped;
+  return LoadFault::kOpen;
 }
 
-void DescribeBits(BitmapData& data) {
-  ResolveNtdllBitmap();
-  RtlInitializeBitMapFunction* const initialize = ntdllBitmap.RtlInitializeBitMap;
-  if (initialize == nullptr) return;
-  initialize(&data.BitmapHeader, reinterpret_cast<std::uint32_t*>(data.header() + 1),
-             CountBits(data.header()->BitmapSize));
+FlushResult Outcome(FlushResult::Step step, std::uint32_t code) {
+  return code == 0 ? FlushResult{} : FlushResult{step, code};
+}
+
+FlushResult FlushViewToDevice(BitmapFile& file) {
+  const FlushResult view = Outcome(FlushResult::Step::kView, file.FlushView());
+  return view.ok() ? Outcome(FlushResult::Step::kFile, file.FlushToDevice()) : view;
 }
 
 }  // namespace
 
-OpenResult OpenAndMapBitmap(BitmapData& data) {
-  if (const OpenResult result = MapFile(data); result != OpenResult::kMapped) return result;
-  // A file shorter than a header is mapped as a whole page with zeros behind its end, so its
-  // BitmapSize can be read and does not fit.
-  const std::uint32_t bitmap_size = data.header()->BitmapSize;
-  if (!FitsBitmapFile(bitmap_size, data.FileSize)) {
-    LogMessage(kBitmapError,
-               L"Bitmap %s is corrupted: header(%u) + bitmap size(%lu) > file size (%lu)\n",
-               data.FileName.c_str(), std::uint32_t{kBitmapHeaderSize}, bitmap_size, data.FileSize);
-    return OpenResult::kCorrupted;
+LoadFailure OpenAndMapBitmap(BitmapData& data) {
+  OpenError error;
+  data.File = SystemBitmapFiles().Open(data.FileName, error);
+  if (!data.File) return {FaultOf(error.step), error.code};
+  data.FileSize = data.File->size();
+  // Read once: another program that has the file mapped could change it. A file shorter than a
+  // header reads as zeros from its end on, so that its BitmapSize does not fit either.
+  data.BitmapSize = data.header()->BitmapSize;
+  if (!FitsBitmapFile(data.BitmapSize, data.FileSize)) {
+    data.File.reset();
+    return {LoadFault::kCorrupted, data.BitmapSize};
   }
-  if (bitmap_size != 0) DescribeBits(data);
-  return OpenResult::kMapped;
-}
-
-void FlushBitmapHeader(const BitmapData& data) {
-  if (!::FlushViewOfFile(data.header(), kBitmapHeaderSize)) {
-    LogMessage(kBitmapError, L"Failed to flush bitmap header to disk: %hs\n", ErrorInfo().text());
+  if (data.BitmapSize != 0) {
+    DescribeBits(data.BitmapHeader, reinterpret_cast<std::uint32_t*>(data.header() + 1),
+                 CountBits(data.BitmapSize));
   }
+  return {};
 }
 
-bool FlushBitmapFile(const BitmapData& data) {
-  if (::FlushFileBuffers(data.FileHandle.get())) return true;
-  LogMessage(kBitmapError, L"Failed to flush bitmap file %s to disk: %hs\n", data.FileName.c_str(),
-             ErrorInfo().text());
-  return false;
+// Cleared first: what is recorded from then on is owed anew. The acquire sees what was recorded
+// before whichever store it reads.
+FlushResult FlushChanges(BitmapData& data) {
+  const LockGuard guard(data.FlushLock);
+  if (!data.File || !data.HasChanges.exchange(false, std::memory_order_acq_rel)) return {};
+  const bool owed_mark = data.OwesMark.exchange(false, std::memory_order_acq_rel);
+  const FlushResult result = FlushViewToDevice(*data.File);
+  if (result.ok()) return result;
+  data.HasChanges.store(true);
+  if (owed_mark) data.OwesMark.store(true);  // for the flush that is waiting its turn
+  return result;
 }
 
-void FlushDistrustMark(const BitmapData& data) {
-  FlushBitmapHeader(data);
-  FlushBitmapFile(data);
+void FlushOwedMark(BitmapData& data) {
+  const LockGuard guard(data.FlushLock);
+  if (!data.OwesMark.exchange(false, std::memory_order_acq_rel) || !data.File) return;
+  // Each is tried, whatever comes of the other.
+  LogFlushFailure(data, Outcome(FlushResult::Step::kHeader, data.File->FlushHeader()));
+  LogFlushFailure(data, Outcome(FlushResult::Step::kFile, data.File->FlushToDevice()));
 }
 
-bool MarkDistrusted(const BitmapData& data, std::uint8_t BitmapHeader::*mark) {
-  const bool is_new = std::atomic_ref(data.header()->*mark).exchange(1) == 0;
-  if (is_new) {
-    FlushDistrustMark(data);
-  } else {
-    FlushBitmapHeader(data);
+FlushResult MarkClosedCleanly(BitmapData& data) {
+  const LockGuard guard(data.FlushLock);
+  data.header()->ClosedCleanly = 1;
+  return Outcome(FlushResult::Step::kView, data.File->FlushView());
+}
+
+void CloseIfUnpinned(BitmapData& data) {
+  const LockGuard guard(data.FlushLock);
+  if (data.InUseCount.load(std::memory_order_acquire) == 0) data.File.reset();
+}
+
+void LogFlushFailure(const BitmapData& data, const FlushResult& result) {
+  switch (result.failed) {
+    case FlushResult::Step::kNone:
+      return;
+    case FlushResult::Step::kHeader:
+      LogMessage(kBitmapError, L"Failed to flush bitmap header to disk: %hs\n",
+                 ErrorInfo(result.code).text());
+      return;
+    case FlushResult::Step::kView:
+      LogMessage(kBitmapError, L"Failed to flush entire bitmap to disk: %hs\n",
+                 ErrorInfo(result.code).text());
+      return;
+    case FlushResult::Step::kFile:
+      LogMessage(kBitmapError, L"Failed to flush bitmap file %s to disk: %hs\n",
+                 data.FileName.c_str(), ErrorInfo(result.code).text());
   }
-  return is_new;
-}
-
-void StampLastUpdateTime(const BitmapData& data) {
-  std::atomic_ref(data.header()->LastUpdateTime).exchange(SystemTimeNow());
 }
 
 }  // namespace zel

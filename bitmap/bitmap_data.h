@@ -1,57 +1,87 @@
-// One loaded bitmap: its file, mapping and view, and the bits in it.
+// One loaded bitmap: its file in memory, and the flushes that it owes.
 //
-// Threads: opened, unloaded and torn down under bitmapCacheLock; bits and header fields of a pinned
-// bitmap are changed without it (bitmap/set_bits.h, FlushBitmapHeader).
-// Lifetime: held by std::shared_ptr from its BitmapRecord; a pinned one is never unloaded.
+// Threads: opened and closed under its record's lock; the header, the bits and Changes of a pinned
+// bitmap are used without any.
+// Lifetime: held by std::shared_ptr from its BitmapRecord, its pins and the flushes that it owes; a
+// pinned one stays mapped.
 #pragma once
-
-#include <windows.h>
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 
-#include "bitmap/bitmap_header.h"
-#include "bitmap/set_bits.h"
-#include "win32/handles.h"
+#include "bitmap/bitmap_file.h"
+#include "bitmap/change/change_bitmap.h"
+#include "win32/mutex.h"
 
 namespace zel {
 
 struct BitmapData {
   std::atomic<std::uint32_t> InUseCount{0};  // pins; first, beside the shared ownership's counters
+  // Whether something was recorded that the device may not have. Stored after it was, by whoever
+  // holds a pin; cleared before the bits are flushed.
+  std::atomic<bool> HasChanges{false};
+  std::atomic<bool> OwesMark{false};  // a mark waits to be flushed
   zel::BitmapId BitmapId = 0;
-  std::wstring FileName;                 // full path of the bitmap file
-  UniqueFile FileHandle;                 // members are torn down from the last to the first: the
-  UniqueMapping MappingHandle;           // view goes before the mapping, the mapping before the
-  UniqueView<zel::BitmapHeader> Header;  // file; nothing is flushed or marked then
-  RtlBitmap BitmapHeader = {};           // over the bit area; zero for an empty one
-  std::uint32_t FileSize = 0;            // low 32 bits of the file's length at open
+  std::wstring FileName;                // full path of the bitmap file
+  RtlBitmap BitmapHeader = {};          // over the bit area; zero for an empty one
+  std::uint32_t FileSize = 0;           // low 32 bits of the file's length at open
+  std::uint32_t BitmapSize = 0;         // bytes of the bit area, as checked against that
+  std::optional<ChangeBitmap> Changes;  // once the header has been accepted
+  Mutex FlushLock;                      // held over a flush, and while the file is closed
+  // Null before the opening, and after the closing: then FlushLock is held by whoever has no pin.
+  std::unique_ptr<BitmapFile> File;
 
-  [[nodiscard]] zel::BitmapHeader* header() const { return Header.get(); }
+  [[nodiscard]] BitmapFileHeader* header() const { return File ? File->header() : nullptr; }
 };
 
-enum class OpenResult { kMapped = 0, kSystemCallFailed = 1, kCorrupted = 2 };
+// Why a bitmap could not be loaded, and how the system or the file says so.
+enum class LoadFault : std::uint8_t {
+  kNone,
+  kOpen,  // these four: what a system call said
+  kSize,
+  kMapping,
+  kView,
+  kCorrupted,   // too short for its header
+  kBlockSize,   // the header's is not that of the name
+  kMagic,       // this and the next two: what stands in the header
+  kVersion,
+  kHeaderSize,
+};
+struct LoadFailure {
+  LoadFault fault = LoadFault::kNone;
+  std::uint32_t detail = 0;  // the code, or what was found
 
-// Opens and maps data.FileName. Whatever was opened before a failure stays in `data`.
-[[nodiscard]] OpenResult OpenAndMapBitmap(BitmapData& data);
+  friend bool operator==(const LoadFailure&, const LoadFailure&) = default;
+};
 
-// Hands the header's changes to the file cache. A failure is logged only.
-void FlushBitmapHeader(const BitmapData& data);
+// Opens and maps data.FileName. Nothing is logged. After a failure the file is closed.
+[[nodiscard]] LoadFailure OpenAndMapBitmap(BitmapData& data);
 
-// Hands what the file cache has of the bitmap's file to the device. False for a failure, which is
-// logged.
-bool FlushBitmapFile(const BitmapData& data);
+// What a flush came to.
+struct FlushResult {
+  enum class Step { kNone, kHeader, kView, kFile } failed = Step::kNone;
+  std::uint32_t code = 0;
 
-// FlushBitmapHeader, and then the file to the device: for a mark that turns the bitmap from
-// trusted to distrusted, without which a power cut could leave the old header over newer bits.
-void FlushDistrustMark(const BitmapData& data);
+  [[nodiscard]] bool ok() const { return failed == Step::kNone; }
+};
 
-// Sets one of the header's marks SizeChanged and Unreliable and flushes the header: to the device
-// when the mark is new, to the file cache when it was set before. True for a new mark, which one
-// thread alone is told of. Any thread that holds a pin.
-bool MarkDistrusted(const BitmapData& data, std::uint8_t BitmapHeader::*mark);
+// Takes what was recorded to the device, bits and marks; nothing when nothing was.
+FlushResult FlushChanges(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
 
-// Replaces the header's LastUpdateTime with the present. Any thread that holds a pin.
-void StampLastUpdateTime(const BitmapData& data);
+// Takes a mark that is owed, and has not been flushed, to the device. A failure is logged. The file
+// may have been closed meanwhile: then nothing is owed any more.
+void FlushOwedMark(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
+
+// Writes the mark of a clean close into the file cache.
+FlushResult MarkClosedCleanly(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
+
+// Closes the file, unless somebody holds a pin: then it goes with the last one's data.
+void CloseIfUnpinned(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
+
+// Logs a failure; nothing for a success.
+void LogFlushFailure(const BitmapData& data, const FlushResult& result);
 
 }  // namespace zel

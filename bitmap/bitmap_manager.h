@@ -1,7 +1,8 @@
 // The process-wide registry of all change bitmaps.
 //
-// Threads: any thread; every operation holds bitmapCacheLock for its whole run, so its caller may
-// hold TrackedFilesLock but not a lock that is taken under bitmapCacheLock.
+// Threads: any thread, without bitmapCacheLock and without a record's lock; a caller may hold
+// TrackedFilesLock. What is loaded is found while others are loaded, unloaded and deleted; whoever
+// needs a bitmap that is just then loaded or unloaded waits for that one.
 // Lifetime: pinned bitmaps stay mapped until their guard goes, also over deletion and shutdown.
 #pragma once
 
@@ -25,52 +26,58 @@ struct BitmapInfo {
   zel::FileId FileId;
 };
 
-// Starts the idle scanner and registers every bitmap file in the CBT directory, unloaded. Called
-// once, before any other thread uses the manager.
+// Starts the idle scanner and the flusher and registers every bitmap file in the CBT directory,
+// unloaded. Called once, before any other thread uses the manager.
 void InitBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
-// Stops the idle scanner, unloads every bitmap cleanly and deletes what was to be deleted and is no
-// longer pinned; the cache is kept. May be called twice
-// and by several threads at once. Bits that are set through a pin afterwards still reach the file,
-// but a power cut before they do goes unnoticed: the writers are to be stopped first.
+// Stops the idle scanner, unloads every bitmap cleanly, side by side, and deletes what was to be
+// deleted and is no longer pinned; the cache is kept. May be called twice and by several threads at
+// once. Bits that are set through a pin afterwards still reach the file, but a power cut before they
+// do goes unnoticed: the writers are to be stopped first.
 void ShutdownBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
 // Registers a bitmap file of `file_size` bytes. False for one that its file already has by its id,
 // which is logged and left as it is.
 bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
-               const std::wstring& file_name, std::uint32_t file_size);
-
-// What a file's bitmaps are looked up for: to have a change set in them, or for anything else.
-enum class FindFor { kReading, kChange };
+               const std::wstring& file_name, std::uint32_t file_size)
+    ZEL_EXCLUDES(bitmapCacheLock);
 
 // All usable bitmaps of one tracked file in creation order, loaded and pinned. A file not heard of
 // gets an empty entry, which listings show. No heap allocation for up to four loaded bitmaps.
-// A bitmap that cannot be opened for a change is unreliable as soon as it can be opened again: with
-// the next lookup, scan or shutdown.
-[[nodiscard]] PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id,
-                                               FindFor purpose = FindFor::kReading);
+[[nodiscard]] PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id)
+    ZEL_EXCLUDES(bitmapCacheLock);
+
+// The same for a change that is to be set in them. A bitmap that cannot be loaded for it is
+// unreliable as soon as it can be again: with the next lookup for anything else, scan or shutdown.
+// Until then further changes pass it by, and only the first of a run of equal failures is logged.
+[[nodiscard]] PinnedBitmaps FindBitmapsToChange(const VolumeGuid& volume_guid, FileId file_id)
+    ZEL_EXCLUDES(bitmapCacheLock);
 
 // One bitmap, loaded and pinned; empty when there is none with this id that can be used.
-[[nodiscard]] PinnedBitmap GetBitmapById(BitmapId bitmap_id);
+[[nodiscard]] PinnedBitmap GetBitmapById(BitmapId bitmap_id) ZEL_EXCLUDES(bitmapCacheLock);
 
 // A snapshot of every bitmap that is not discarded, by file; nothing is loaded.
-[[nodiscard]] std::map<FileKey, std::vector<BitmapInfo>> ListAllBitmaps();
+[[nodiscard]] std::map<FileKey, std::vector<BitmapInfo>> ListAllBitmaps()
+    ZEL_EXCLUDES(bitmapCacheLock);
 
 // Deletes a bitmap, at once when nobody holds it, else by a later idle scan. The outputs tell whose
 // it was: all zero when no bitmap has this id.
-void DeleteBitmapById(BitmapId bitmap_id, VolumeGuid& volume_guid, FileId& file_id);
+void DeleteBitmapById(BitmapId bitmap_id, VolumeGuid& volume_guid, FileId& file_id)
+    ZEL_EXCLUDES(bitmapCacheLock);
 
 // Deletes all bitmaps of one tracked file likewise.
-void DiscardBitmapsOfFile(const FileKey& file);
+void DiscardBitmapsOfFile(const FileKey& file) ZEL_EXCLUDES(bitmapCacheLock);
 
 // Notes the driver's time of a verify message for every bitmap of a file, if it has any.
-void SetLastVerifyTime(const FileKey& file, FileTime time);
+void SetLastVerifyTime(const FileKey& file, FileTime time) ZEL_EXCLUDES(bitmapCacheLock);
 
 // Whether the manager knows the file and no bitmap of it was last verified before `time`. True for
 // a file without bitmaps that has been looked up.
-[[nodiscard]] bool AllVerifiedSince(const FileKey& file, FileTime time);
+[[nodiscard]] bool AllVerifiedSince(const FileKey& file, FileTime time)
+    ZEL_EXCLUDES(bitmapCacheLock);
 
-// One scan: unloads bitmaps unchanged for BitmapIdleTimeout seconds and finishes deletions.
-void UnloadIdleBitmaps();
+// One scan: unloads bitmaps unchanged for BitmapIdleTimeout seconds, side by side, and finishes
+// deletions. What it does not reach in some seconds is left to the next.
+void UnloadIdleBitmaps() ZEL_EXCLUDES(bitmapCacheLock);
 
 }  // namespace zel

@@ -1,7 +1,12 @@
 #include "bitmap/bitmap_record.h"
 
+#include <atomic>
+#include <utility>
+
 #include "bitmap/extract_bitmap_name.h"
-#include "bitmap/header_checks.h"
+#include "bitmap/flusher.h"
+#include "bitmap/format/header_checks.h"
+#include "bitmap/zel_set_bits.h"
 #include "common/error_info.h"
 #include "common/identity.h"
 #include "common/system_time.h"
@@ -9,9 +14,18 @@
 
 namespace zel {
 
-CriticalSection bitmapCacheLock;
+SharedLock bitmapCacheLock;
 
 namespace {
+
+// Win32 codes, in words of this file's own: it is built where there is no <windows.h>, too.
+constexpr std::uint32_t kFileNotFound = 2;
+constexpr std::uint32_t kPathNotFound = 3;
+constexpr std::uint32_t kFileInvalid = 1006;  // of the mapping of an empty file
+
+bool IsMissing(std::uint32_t error) {
+  return error == kFileNotFound || error == kPathNotFound;
+}
 
 // Logs a message that names the record's bitmap and its file.
 void LogRecord(int selector, LogFormat<std::uint64_t, const wchar_t*, std::uint64_t> format,
@@ -21,14 +35,60 @@ void LogRecord(int selector, LogFormat<std::uint64_t, const wchar_t*, std::uint6
              record.FileId);
 }
 
-void MarkLoaded(const BitmapRecord& record, const BitmapData& data) {
-  const InUseMark mark = MarkInUse(*data.header(), SystemTimeNow());
-  // Whoever trusted the file until now must not trust it after a power cut.
-  if (mark == InUseMark::kStillUnreliable) {
-    FlushBitmapHeader(data);
-  } else {
-    FlushDistrustMark(data);
+void LogOpenFailure(LogFormat<const wchar_t*, const char*> format, const BitmapRecord& record,
+                    std::uint32_t code) {
+  LogMessage(kBitmapError, format, record.FileName.c_str(), ErrorInfo(code).text());
+}
+
+// Says what is wrong with the name, if that is why its block size does not match.
+void LogMalformedName(const std::wstring& path) {
+  std::uint32_t block_size;
+  FileTime creation_time;
+  ExtractFromBitmapName(path, &block_size, &creation_time);
+}
+
+void LogLoadFailure(const BitmapRecord& record, const LoadFailure& failure,
+                    std::uint32_t file_size) {
+  const wchar_t* const name = record.FileName.c_str();
+  switch (failure.fault) {
+    case LoadFault::kNone:
+      return;
+    case LoadFault::kOpen:
+      return LogOpenFailure(L"Failed to open bitmap %s: %hs\n", record, failure.detail);
+    case LoadFault::kSize:
+      return LogOpenFailure(L"GetFileSizeEx(%s) failed: %hs\n", record, failure.detail);
+    case LoadFault::kMapping:
+      return LogOpenFailure(L"CreateFileMapping(%s) failed: %hs\n", record, failure.detail);
+    case LoadFault::kView:
+      return LogOpenFailure(L"MapViewOfFile(%s) failed: %hs\n", record, failure.detail);
+    case LoadFault::kCorrupted:
+      LogMessage(kBitmapError,
+                 L"Bitmap %s is corrupted: header(%u) + bitmap size(%lu) > file size (%lu)\n", name,
+                 std::uint32_t{kBitmapHeaderSize}, failure.detail, file_size);
+      return;
+    case LoadFault::kBlockSize:
+      LogMalformedName(record.FileName);
+      LogMessage(kBitmapError, L"Bitmap %s is invalid, block size doesn't match\n", name);
+      return;
+    case LoadFault::kMagic:
+      LogMessage(kBitmapError,
+                 L"Bitmap %s has the wrong magic number: expected 0x%04x, found 0x%04x\n", name,
+                 kBitmapMagic, failure.detail);
+      return;
+    case LoadFault::kVersion:
+      LogMessage(kBitmapError, L"Bitmap %s has the wrong version: expected 0x%04x, found 0x%04x\n",
+                 name, std::uint32_t{kBitmapVersion}, failure.detail);
+      return;
+    case LoadFault::kHeaderSize:
+      LogMessage(kBitmapError, L"Bitmap %s has the wrong header size: expected %hu, found %hu\n",
+                 name, kBitmapHeaderSize, static_cast<std::uint16_t>(failure.detail));
   }
+}
+
+// Whoever trusted the file until now must not trust it after a power cut.
+void MarkLoaded(const BitmapRecord& record, BitmapData& data) {
+  const InUseMark mark = MarkInUse(*data.header(), SystemTimeNow());
+  if (mark != InUseMark::kStillUnreliable) data.OwesMark = true;
   if (mark == InUseMark::kWasClean) return;
   LogRecord(kBitmapInfo,
             L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because it "
@@ -36,131 +96,174 @@ void MarkLoaded(const BitmapRecord& record, const BitmapData& data) {
             record);
 }
 
-// Takes one step. True when the header is to be asked for the next.
-bool TakeHeaderStep(HeaderStep step, const BitmapRecord& record, const BitmapData& data,
-                    FileTime name_creation_time) {
-  BitmapHeader& header = *data.header();
-  const wchar_t* const name = record.FileName.c_str();
+LoadFailure Refusal(HeaderStep step, const BitmapFileHeader& header) {
   switch (step) {
-    case HeaderStep::kAccept:
-      return false;
-    case HeaderStep::kUpgradeVersion:
-      UpgradeVersion(header, record.BitmapId, name_creation_time);
-      FlushBitmapHeader(data);
-      LogMessage(kBitmapDebug, L"Upgraded bitmap %s\n", name);
-      return true;
-    case HeaderStep::kRepairHeaderSize:
-      RepairHeaderSize(header);
-      FlushBitmapHeader(data);
-      return true;
-    case HeaderStep::kRefuseBlockSize:
-      LogMessage(kBitmapError, L"Bitmap %s is invalid, block size doesn't match\n", name);
-      return false;
     case HeaderStep::kRefuseMagic:
-      LogMessage(kBitmapError,
-                 L"Bitmap %s has the wrong magic number: expected 0x%04x, found 0x%04x\n", name,
-                 kBitmapMagic, header.Magic);
-      return false;
+      return {LoadFault::kMagic, header.Magic};
     case HeaderStep::kRefuseVersion:
-      LogMessage(kBitmapError, L"Bitmap %s has the wrong version: expected 0x%04x, found 0x%04x\n",
-                 name, std::uint32_t{kBitmapVersion}, std::uint32_t{header.Version});
-      return false;
+      return {LoadFault::kVersion, header.Version};
     case HeaderStep::kRefuseHeaderSize:
-      LogMessage(kBitmapError, L"Bitmap %s has the wrong header size: expected %hu, found %hu\n",
-                 name, kBitmapHeaderSize, header.HeaderSize);
-      return false;
+      return {LoadFault::kHeaderSize, header.HeaderSize};
+    default:
+      return {LoadFault::kBlockSize, header.BlockSize};
   }
-  return false;
 }
 
-bool AcceptHeader(const BitmapRecord& record, const BitmapData& data) {
-  std::uint32_t name_block_size = 0;
-  FileTime name_creation_time = 0;
-  ExtractFromBitmapName(record.FileName, &name_block_size, &name_creation_time);
-  HeaderStep step;
-  do {
-    step = NextHeaderStep(*data.header(), name_block_size);
-  } while (TakeHeaderStep(step, record, data, name_creation_time));
-  return step == HeaderStep::kAccept;
+// Checks the header and mends what older versions left in it.
+LoadFailure AcceptHeader(const BitmapRecord& record, BitmapData& data) {
+  BitmapFileHeader& header = *data.header();
+  for (;;) {
+    switch (const HeaderStep step = NextHeaderStep(header, record.BlockSize)) {
+      case HeaderStep::kAccept:
+        return {};
+      case HeaderStep::kUpgradeVersion:
+        UpgradeVersion(header, record.BitmapId, record.CreationTime);
+        LogMessage(kBitmapDebug, L"Upgraded bitmap %s\n", record.FileName.c_str());
+        break;
+      case HeaderStep::kRepairHeaderSize:
+        RepairHeaderSize(header);
+        break;
+      default:
+        return Refusal(step, header);
+    }
+    data.OwesMark = true;
+  }
 }
 
-// Whoever has just given the last pin back may share the ownership for a moment yet: what the
-// bitmap holds is let go of here all the same, under the lock, so that the file can be opened or
-// deleted.
-void CloseIfUnpinned(BitmapData& data) {
-  if (data.InUseCount.load(std::memory_order_acquire) != 0) return;
-  data.Header.reset();
-  data.MappingHandle.reset();
-  data.FileHandle.reset();
+LoadFailure OpenAndCheck(const BitmapRecord& record, BitmapData& data) {
+  if (const LoadFailure failure = OpenAndMapBitmap(data); failure != LoadFailure{}) return failure;
+  MarkLoaded(record, data);
+  const LoadFailure refusal = AcceptHeader(record, data);
+  if (refusal != LoadFailure{}) {
+    FlushOwedMark(data);  // now: nobody looks after the file of a bitmap that is refused
+  } else {
+    data.Changes.emplace(*data.header(), record.BlockSize, data.BitmapHeader, ZelSetBits);
+  }
+  return refusal;
 }
 
-// The changes reported while the bitmap could not be opened are in no bit of it.
-void DistrustAfterMissedChange(BitmapRecord& record, const BitmapData& data)
-    ZEL_REQUIRES(bitmapCacheLock) {
-  record.ChangeMissed = false;
-  if (!MarkDistrusted(data, &BitmapHeader::Unreliable)) return;
+// The changes reported while the bitmap could not be loaded are in no bit of it.
+void DistrustAfterMissedChange(const BitmapRecord& record, BitmapData& data) {
+  data.HasChanges = true;
+  if (data.Changes->Distrust(SystemTimeNow()) == ChangeBitmap::Owed::kNothing) return;
+  data.OwesMark = true;
   LogRecord(kBitmapWarn,
             L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because a "
             L"change was reported while it could not be opened\n",
             record);
 }
 
-// Marks a file that could not be deleted, as well as that can be done: it is known to nobody any
-// more and misses the changes from now on, and a later start would find it.
-void DistrustFile(const std::wstring& path) {
-  const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  LARGE_INTEGER length = {};
-  if (!file || !::GetFileSizeEx(file.get(), &length) || length.QuadPart < kBitmapHeaderSize) return;
-  OVERLAPPED place = {};
-  place.Offset = offsetof(BitmapHeader, Unreliable);
-  const std::uint8_t mark = 1;
-  DWORD written = 0;
-  ::WriteFile(file.get(), &mark, sizeof mark, &written, &place);
-  ::FlushFileBuffers(file.get());
+bool HasMissedAChange(const BitmapRecord& record) {
+  const SharedGuard guard(bitmapCacheLock);
+  return record.ChangeMissed;
 }
 
-bool FlushBits(const BitmapData& data) {
-  if (::FlushViewOfFile(data.header(), 0)) return true;
-  LogMessage(kBitmapError, L"Failed to flush entire bitmap to disk: %hs\n", ErrorInfo().text());
+std::shared_ptr<BitmapData> LoadedData(const BitmapRecord& record) {
+  const SharedGuard guard(bitmapCacheLock);
+  return record.Data;
+}
+
+// Makes the record a loaded one. Only then, and without a lock, may its marks wait for the device.
+void Publish(BitmapRecord& record, const std::shared_ptr<BitmapData>& data) {
+  {
+    const LockGuard guard(bitmapCacheLock);
+    record.Data = data;
+    record.ChangeMissed = false;
+  }
+  if (data->OwesMark.exchange(false)) OweMark(data);
+}
+
+bool FailLoad(BitmapRecord& record, const LoadFailure& failure, std::uint32_t file_size,
+              LoadLog log) ZEL_REQUIRES(record.Lock) {
+  if (failure.fault == LoadFault::kCorrupted) {
+    const LockGuard guard(bitmapCacheLock);
+    record.Discarded = true;
+  }
+  const bool is_known = log == LoadLog::kFirstOfRun &&
+                        std::exchange(record.ReportedFailure, failure) == failure;
+  if (!is_known) LogLoadFailure(record, failure, file_size);
   return false;
+}
+
+// Lets go of the loaded bitmap. No new pin comes while the lock is held. One that is idle is kept
+// when somebody has come for it, or has changed it since its bits were flushed; bits that cannot be
+// flushed are no reason to keep it.
+bool Detach(BitmapRecord& record, const UnloadOutcome& outcome, UnloadIf condition) {
+  const LockGuard guard(bitmapCacheLock);
+  const BitmapData& data = *outcome.data;
+  if (condition == UnloadIf::kIdle && (data.InUseCount.load(std::memory_order_acquire) != 0 ||
+                                       (outcome.bits.ok() && data.HasChanges))) {
+    return false;
+  }
+  record.Data = nullptr;
+  return true;
+}
+
+bool IsIdle(BitmapData& data, FileTime cutoff) {
+  return data.InUseCount.load(std::memory_order_acquire) == 0 &&
+         std::atomic_ref(data.header()->LastUpdateTime).load() <= cutoff;
+}
+
+// No change reaches a discarded bitmap any more; should its file outlive this, it says so.
+void DistrustDiscarded(const BitmapRecord& record, BitmapData& data) {
+  const SharedGuard guard(bitmapCacheLock);
+  if (!record.Discarded) return;
+  std::atomic_ref(data.header()->Unreliable).store(1);
+  data.HasChanges = true;
 }
 
 }  // namespace
 
-bool LoadBitmap(BitmapRecord& record) {
-  if (record.Data != nullptr) return true;
+bool LoadBitmap(BitmapRecord& record, LoadLog log) {
+  if (LoadedData(record) != nullptr) return true;
   const auto data = std::make_shared<BitmapData>();
   data->BitmapId = record.BitmapId;
   data->FileName = record.FileName;
-  const OpenResult result = OpenAndMapBitmap(*data);
-  if (result == OpenResult::kCorrupted) record.Discarded = true;
-  record.OpenFailed = result == OpenResult::kSystemCallFailed;
-  if (result != OpenResult::kMapped) return false;
-  MarkLoaded(record, *data);
-  if (!AcceptHeader(record, *data)) return false;
+  if (const LoadFailure failure = OpenAndCheck(record, *data); failure != LoadFailure{}) {
+    return FailLoad(record, failure, data->FileSize, log);
+  }
+  record.ReportedFailure = {};
   LogRecord(kBitmapDebug, L"Loaded BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x\n", record);
-  if (record.ChangeMissed) DistrustAfterMissedChange(record, *data);
-  record.Data = data;
+  if (HasMissedAChange(record)) DistrustAfterMissedChange(record, *data);
+  Publish(record, data);
   return true;
 }
 
-void UnloadBitmap(BitmapRecord& record) {
-  if (record.Data == nullptr) return;
-  BitmapData& data = *record.Data;
-  // No change reaches a discarded bitmap any more; should its file outlive this, it says so.
-  if (record.Discarded) std::atomic_ref(data.header()->Unreliable).store(1);
+bool CannotBeLoadedForNow(const BitmapRecord& record) {
+  switch (record.ReportedFailure.fault) {
+    case LoadFault::kNone:
+    case LoadFault::kSize:
+    case LoadFault::kView:
+      return false;
+    case LoadFault::kOpen:
+      return IsMissing(record.ReportedFailure.detail);
+    case LoadFault::kMapping:
+      return record.ReportedFailure.detail == kFileInvalid;
+    default:
+      return true;
+  }
+}
+
+UnloadOutcome UnloadBitmap(BitmapRecord& record, UnloadIf condition, FileTime cutoff) {
+  UnloadOutcome outcome = {.data = LoadedData(record), .bits = {}, .mark = {}};
+  if (outcome.data == nullptr) return {};
+  BitmapData& data = *outcome.data;
+  if (condition == UnloadIf::kIdle && !IsIdle(data, cutoff)) return {};
+  DistrustDiscarded(record, data);
   // First the bits reach the device, then the mark that vouches for them; without them it stays
   // away, and the next load takes the bitmap for unreliable.
-  const bool is_safe = FlushBits(data) && FlushBitmapFile(data);
-  if (is_safe) {
-    data.header()->ClosedCleanly = 1;
-    FlushBits(data);
-  }
+  outcome.bits = FlushChanges(data);
+  if (!Detach(record, outcome, condition)) return {};
+  if (outcome.bits.ok()) outcome.mark = MarkClosedCleanly(data);
   CloseIfUnpinned(data);
-  record.Data.reset();
-  if (is_safe) {
+  return outcome;
+}
+
+void LogUnload(const BitmapRecord& record, const UnloadOutcome& outcome) {
+  if (outcome.data == nullptr) return;
+  LogFlushFailure(*outcome.data, outcome.bits);
+  LogFlushFailure(*outcome.data, outcome.mark);
+  if (outcome.bits.ok()) {
     LogRecord(kBitmapDebug,
               L"Cleanly unloaded BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x\n", record);
   } else {
@@ -172,17 +275,23 @@ void UnloadBitmap(BitmapRecord& record) {
   }
 }
 
-void DeleteBitmapFile(BitmapRecord& record) {
-  UnloadBitmap(record);
-  if (::DeleteFileW(record.FileName.c_str())) {
+DeleteOutcome DeleteBitmapFile(BitmapRecord& record) {
+  DeleteOutcome outcome = {.unload = UnloadBitmap(record, UnloadIf::kAlways),
+                           .error = SystemBitmapFiles().Delete(record.FileName)};
+  // It is known to nobody any more and misses the changes from now on, and a later start would find
+  // it.
+  if (outcome.error != 0 && !IsMissing(outcome.error)) SystemBitmapFiles().Distrust(record.FileName);
+  return outcome;
+}
+
+void LogDelete(const BitmapRecord& record, const DeleteOutcome& outcome) {
+  LogUnload(record, outcome.unload);
+  if (outcome.error == 0) {
     LogMessage(kBitmapDebug, L"Deleted bitmap %s\n", record.FileName.c_str());
-    return;
+  } else if (!IsMissing(outcome.error)) {
+    LogMessage(kBitmapError, L"Failed to delete bitmap %s: %hs\n", record.FileName.c_str(),
+               ErrorInfo(outcome.error).text());
   }
-  const ErrorInfo error;
-  if (error.code() == ERROR_FILE_NOT_FOUND || error.code() == ERROR_PATH_NOT_FOUND) return;
-  LogMessage(kBitmapError, L"Failed to delete bitmap %s: %hs\n", record.FileName.c_str(),
-             error.text());
-  DistrustFile(record.FileName);
 }
 
 }  // namespace zel

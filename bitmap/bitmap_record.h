@@ -1,4 +1,10 @@
-// A known bitmap, loaded or not, and the lock over all of them.
+// A known bitmap, loaded or not, what is done with its file, and the lock over all of them.
+//
+//   unloaded --LoadBitmap--> loaded --UnloadBitmap--> unloaded
+//       `------- Discarded -----'--DeleteBitmapFile--> gone, and erased from the cache
+//
+// What is done is told apart from its logging, so that many records can be unloaded side by side
+// and their lines still follow each other as if they had been unloaded one by one.
 #pragma once
 
 #include <cstdint>
@@ -7,41 +13,81 @@
 
 #include "bitmap/bitmap_data.h"
 #include "common/types.h"
-#include "win32/critical_section.h"
+#include "win32/mutex.h"
+#include "win32/shared_lock.h"
 
 namespace zel {
 
-// Guards the bitmap cache, every BitmapRecord, and every load, unload and delete. Taken after
-// TrackedFilesLock and before the log lock.
-extern CriticalSection bitmapCacheLock;
+// Guards the bitmap cache, the records' states and the taking of pins. Held for memory's time only:
+// nobody opens, maps, flushes, closes, deletes or lists a file under it. Taken after
+// TrackedFilesLock and a record's own lock, and before the log lock.
+extern SharedLock bitmapCacheLock;
 
 // What every lookup reads comes first, in one cache line.
 struct BitmapRecord {
   std::shared_ptr<BitmapData> Data ZEL_GUARDED_BY(bitmapCacheLock);  // empty while not loaded
-  bool Discarded ZEL_GUARDED_BY(bitmapCacheLock) = false;   // to be deleted as soon as unpinned
-  bool OpenFailed ZEL_GUARDED_BY(bitmapCacheLock) = false;  // by the last load, for a system call
-  // A change was reported while it could not be opened: the next load marks it unreliable.
+  bool Discarded ZEL_GUARDED_BY(bitmapCacheLock) = false;  // to be deleted as soon as unpinned
+  // A change was reported while it could not be loaded: the next load marks it unreliable. Reports
+  // pass it by until then.
   bool ChangeMissed ZEL_GUARDED_BY(bitmapCacheLock) = false;
-  zel::VolumeGuid VolumeGuid;  // of the tracked file
-  zel::FileId FileId;          // of the tracked file
-  zel::BitmapId BitmapId;
+  bool Erased ZEL_GUARDED_BY(bitmapCacheLock) = false;  // no longer in the cache
+  // Held by whoever opens, closes or deletes the file: who needs it meanwhile waits for this record
+  // alone. Only its holder replaces Data.
+  Mutex Lock ZEL_ACQUIRED_BEFORE(bitmapCacheLock);
+  LoadFailure ReportedFailure ZEL_GUARDED_BY(Lock);  // the last one that a report met
+  zel::VolumeGuid VolumeGuid = {};                   // of the tracked file
+  zel::FileId FileId = 0;                            // of the tracked file
+  zel::BitmapId BitmapId = 0;
   std::wstring FileName;        // full path of the bitmap file
-  std::uint32_t FileSize;       // bytes of the bitmap file, as AddBitmap was told
+  std::uint32_t FileSize = 0;   // bytes of the bitmap file, as AddBitmap was told
   std::uint32_t BlockSize = 0;  // from the file's name; 0 when the name is malformed
   FileTime CreationTime = 0;    // likewise
   FileTime LastVerifyTime ZEL_GUARDED_BY(bitmapCacheLock) = 0;  // driver's stamp of the last verify
 };
 
-// Loads the bitmap if it is not: opens, maps, marks it in use, validates, upgrades. False when it
-// cannot be used; a file too short for its header makes the record Discarded.
-[[nodiscard]] bool LoadBitmap(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock);
+// Which failures of a load are logged: every one, or the first of a run of equal ones.
+enum class LoadLog { kEvery, kFirstOfRun };
 
-// Marks a loaded bitmap closed cleanly, a discarded one as unreliable too, flushes it and lets go
-// of it; its file is closed when nobody holds a pin. Nothing for an unloaded one.
-void UnloadBitmap(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock);
+// Loads the bitmap if it is not: opens, maps, marks it in use, validates, upgrades. The mark is
+// handed to the flusher. False when it cannot be used; a file too short for its header makes the
+// record Discarded.
+[[nodiscard]] bool LoadBitmap(BitmapRecord& record, LoadLog log = LoadLog::kEvery)
+    ZEL_REQUIRES(record.Lock) ZEL_EXCLUDES(bitmapCacheLock);
 
-// Unloads the bitmap and deletes its file. A file already gone is no failure; others are logged,
-// and the file is marked unreliable if that can be done.
-void DeleteBitmapFile(BitmapRecord& record) ZEL_REQUIRES(bitmapCacheLock);
+// Whether the last load that a report asked for failed in a way that time alone does not mend: the
+// file is not there, is empty, or was refused.
+[[nodiscard]] bool CannotBeLoadedForNow(const BitmapRecord& record) ZEL_REQUIRES(record.Lock);
+
+// What unloading a bitmap came to.
+struct UnloadOutcome {
+  std::shared_ptr<BitmapData> data;  // what was unloaded; null for nothing
+  FlushResult bits;                  // without them there is no mark of a clean close
+  FlushResult mark;                  // a mark that fails to reach the file cache is logged only
+};
+
+enum class UnloadIf { kAlways, kIdle };
+
+// Takes the bits of a loaded bitmap to the device, marks it closed cleanly (a discarded one as
+// unreliable too) and lets go of it; its file is closed when nobody holds a pin. Nothing for an
+// unloaded one. With kIdle nothing either for one that is pinned, was last changed after `cutoff`,
+// or is changed meanwhile.
+[[nodiscard]] UnloadOutcome UnloadBitmap(BitmapRecord& record, UnloadIf condition,
+                                         FileTime cutoff = 0) ZEL_REQUIRES(record.Lock)
+    ZEL_EXCLUDES(bitmapCacheLock);
+
+void LogUnload(const BitmapRecord& record, const UnloadOutcome& outcome);
+
+struct DeleteOutcome {
+  UnloadOutcome unload;
+  std::uint32_t error = 0;  // of the deletion
+};
+
+// Unloads the bitmap and deletes its file. One that cannot be deleted is marked unreliable if that
+// can be done.
+[[nodiscard]] DeleteOutcome DeleteBitmapFile(BitmapRecord& record) ZEL_REQUIRES(record.Lock)
+    ZEL_EXCLUDES(bitmapCacheLock);
+
+// A file that was not there is no failure.
+void LogDelete(const BitmapRecord& record, const DeleteOutcome& outcome);
 
 }  // namespace zel

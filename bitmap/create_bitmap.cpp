@@ -5,7 +5,7 @@
 #include <string>
 
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/new_bitmap.h"
+#include "bitmap/format/new_bitmap.h"
 #include "common/error_info.h"
 #include "common/identity.h"
 #include "common/system_time.h"

@@ -21,7 +21,7 @@ namespace zel {
 class [[nodiscard]] PinnedBitmap {
  public:
   PinnedBitmap() noexcept = default;
-  // Pins `data`. The caller holds bitmapCacheLock.
+  // Pins `data`. The caller holds bitmapCacheLock, shared or not.
   explicit PinnedBitmap(std::shared_ptr<BitmapData> data) noexcept : data_(std::move(data)) {
     data_->InUseCount.fetch_add(1, std::memory_order_relaxed);
   }
@@ -38,6 +38,9 @@ class [[nodiscard]] PinnedBitmap {
   explicit operator bool() const noexcept { return data_ != nullptr; }
   BitmapData& operator*() const noexcept { return *data_; }
   BitmapData* operator->() const noexcept { return data_.get(); }
+
+  // Shares the ownership without the pin.
+  [[nodiscard]] const std::shared_ptr<BitmapData>& data() const noexcept { return data_; }
 
  private:
   std::shared_ptr<BitmapData> data_;

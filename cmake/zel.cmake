@@ -51,13 +51,15 @@ endfunction()
 set(zel_standard_headers <algorithm> <array> <atomic> <cstdint> <cstring> <map> <memory> <optional>
     <span> <string> <string_view> <utility> <vector>)
 
-# zel_floor(NAME CORE sources... WIN32 sources... DEPENDS floors... LIBRARIES system libraries...
-#           HEADERS headers...)
+# zel_floor(NAME CORE sources... PORTABLE sources... WIN32 sources... DEPENDS floors...
+#           LIBRARIES system libraries... HEADERS headers...)
 # Declares the library zel_NAME_core of pure sources, built everywhere, and on Windows zel_NAME
-# with the shell around it. DEPENDS names the floors that NAME may include from. HEADERS are other
-# ones that most pure sources of this floor include.
+# with the shell around it. PORTABLE sources have state, locks and threads but no <windows.h>: on
+# Windows they are part of zel_NAME, elsewhere they make zel_NAME_portable, for tests under
+# ThreadSanitizer which stand in for what these call of the shell. DEPENDS names the floors that NAME
+# may include from. HEADERS are other ones that most pure sources of this floor include.
 function(zel_floor name)
-  cmake_parse_arguments(PARSE_ARGV 1 floor "" "" "CORE;WIN32;DEPENDS;LIBRARIES;HEADERS")
+  cmake_parse_arguments(PARSE_ARGV 1 floor "" "" "CORE;PORTABLE;WIN32;DEPENDS;LIBRARIES;HEADERS")
   add_library(zel_${name}_core INTERFACE)
   if(floor_CORE)
     add_library(zel_${name}_pure STATIC ${floor_CORE})
@@ -76,10 +78,19 @@ function(zel_floor name)
     endif()
   endforeach()
   if(NOT WIN32)
+    if(floor_PORTABLE)
+      add_library(zel_${name}_portable STATIC ${floor_PORTABLE})
+      target_link_libraries(zel_${name}_portable PUBLIC zel_options zel_${name}_core)
+      foreach(lower IN LISTS floor_DEPENDS)
+        if(TARGET zel_${lower}_portable)
+          target_link_libraries(zel_${name}_portable PUBLIC zel_${lower}_portable)
+        endif()
+      endforeach()
+    endif()
     return()
   endif()
-  if(floor_WIN32)
-    add_library(zel_${name} STATIC ${floor_WIN32})
+  if(floor_WIN32 OR floor_PORTABLE)
+    add_library(zel_${name} STATIC ${floor_PORTABLE} ${floor_WIN32})
     zel_precompile(zel_${name} shell <windows.h> ${zel_standard_headers})
     set(scope PUBLIC)
   else()

@@ -4,7 +4,7 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "common/identity.h"
-#include "drivercomm/apply_changes.h"
+#include "bitmap/record_changes.h"
 #include "drivercomm/driver_message.h"
 #include "drivercomm/message_times.h"
 #include "logging/log_message.h"

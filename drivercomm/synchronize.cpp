@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "bitmap/bitmap_manager.h"
+#include "bitmap/record_changes.h"
 #include "common/error_info.h"
 #include "common/system_time.h"
 #include "drivercomm/driver_port.h"
@@ -126,7 +127,9 @@ std::uint32_t Synchronize(FileTime request_time) {
   if (const HRESULT result = RequestQueueSync(); result != S_OK) {
     return static_cast<std::uint32_t>(result);
   }
-  return WaitForSync(request_time, send_time);
+  const std::uint32_t error = WaitForSync(request_time, send_time);
+  if (error == ERROR_SUCCESS) WaitForRecordedMarks();
+  return error;
 }
 
 std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid& volume_guid,

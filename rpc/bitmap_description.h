@@ -8,7 +8,7 @@ namespace zel {
 
 // Everything is the header's, except for the length of the bitmap file.
 [[nodiscard]] inline wire::BitmapInfo DescribeBitmap(const BitmapData& bitmap) {
-  const BitmapHeader& header = *bitmap.header();
+  const BitmapFileHeader& header = *bitmap.header();
   return {.FileSize = bitmap.FileSize,
           .padding_04 = 0,
           .CreationTime = header.NameCreationTime,

@@ -36,8 +36,8 @@ PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
     LogMessage(kBitmapError, L"Failed to find BitmapId 0x%016I64x to copy\n", bitmap_id);
     return EndPipe(writer, ERROR_NOT_FOUND);
   }
-  const BitmapHeader& header = *bitmap->header();
-  const std::uint32_t length = header.HeaderSize + header.BitmapSize;
+  const BitmapFileHeader& header = *bitmap->header();
+  const std::uint32_t length = kBitmapHeaderSize + bitmap->BitmapSize;
   writer.Push({reinterpret_cast<const std::byte*>(&header), length});
   const PipeOutcome outcome = EndPipe(writer, ERROR_SUCCESS);
   if (outcome.exception == 0) {

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/bitmap_size.h"
+#include "bitmap/format/bitmap_size.h"
 #include "bitmap/create_bitmap.h"
 #include "common/identity.h"
 #include "drivercomm/driver_port.h"
@@ -69,7 +69,10 @@ std::optional<std::uint32_t> Start(const FileToTrack& file, std::uint32_t block_
   BitmapId bitmap_id = 0;
   if (!MakeBitmap(file, block_size, bitmap_id)) return kGenericFailure;
   const std::uint32_t result = is_new ? VerifyOrGiveUp(file) : ERROR_SUCCESS;
-  if (const PinnedBitmap bitmap = GetBitmapById(bitmap_id)) info = DescribeBitmap(*bitmap);
+  if (const PinnedBitmap bitmap = GetBitmapById(bitmap_id)) {
+    FlushOwedMark(*bitmap);  // whoever has the answer has the bitmap, whatever happens then
+    info = DescribeBitmap(*bitmap);
+  }
   return result;
 }
 

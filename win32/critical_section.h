@@ -1,4 +1,5 @@
-// The one kind of lock: an annotated CRITICAL_SECTION and its scoped guard.
+// The lock that its owner may enter again: an annotated CRITICAL_SECTION. What needs no second
+// entry takes the smaller Mutex (win32/mutex.h).
 //
 // Threads: enter and leave on the same thread. The owner may enter again, as the log's roller does
 // through LogMessage; a function that is called under a lock says ZEL_REQUIRES instead.
@@ -8,6 +9,7 @@
 
 #include <windows.h>
 
+#include "win32/lock_guard.h"
 #include "win32/thread_annotations.h"
 
 namespace zel {
@@ -23,20 +25,6 @@ class ZEL_CAPABILITY("critical section") CriticalSection {
 
  private:
   CRITICAL_SECTION section_;
-};
-
-// Holds a CriticalSection from construction to destruction.
-class [[nodiscard]] ZEL_SCOPED_CAPABILITY LockGuard {
- public:
-  explicit LockGuard(CriticalSection& lock) noexcept ZEL_ACQUIRE(lock) : lock_(lock) {
-    lock_.Enter();
-  }
-  ~LockGuard() ZEL_RELEASE() { lock_.Leave(); }
-  LockGuard(const LockGuard&) = delete;
-  LockGuard& operator=(const LockGuard&) = delete;
-
- private:
-  CriticalSection& lock_;
 };
 
 }  // namespace zel

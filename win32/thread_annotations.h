@@ -14,3 +14,9 @@
 #define ZEL_EXCLUDES(...) ZEL_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define ZEL_ACQUIRE(...) ZEL_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define ZEL_RELEASE(...) ZEL_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define ZEL_ACQUIRE_SHARED(...) ZEL_ATTRIBUTE(acquire_shared_capability(__VA_ARGS__))
+#define ZEL_RELEASE_SHARED(...) ZEL_ATTRIBUTE(release_shared_capability(__VA_ARGS__))
+#define ZEL_REQUIRES_SHARED(...) ZEL_ATTRIBUTE(requires_shared_capability(__VA_ARGS__))
+// For a function whose locking the analysis cannot follow; say why beside it.
+#define ZEL_UNCHECKED ZEL_ATTRIBUTE(no_thread_safety_analysis)
+#define ZEL_ACQUIRED_BEFORE(...) ZEL_ATTRIBUTE(acquired_before(__VA_ARGS__))

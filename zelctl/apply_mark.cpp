@@ -12,7 +12,7 @@ constexpr char kOpening[] = "zelctl apply 1 ";
 
 }  // namespace
 
-ApplyMark MarkFor(const BitmapHeader& header) {
+ApplyMark MarkFor(const BitmapFileHeader& header) {
   return {.volume = FormatGuid(header.Volume),
           .file_id = header.FileId,
           .creation_time = header.NameCreationTime};

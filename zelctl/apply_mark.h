@@ -23,7 +23,7 @@ struct ApplyMark {
   bool operator==(const ApplyMark&) const = default;
 };
 
-[[nodiscard]] ApplyMark MarkFor(const BitmapHeader& header);
+[[nodiscard]] ApplyMark MarkFor(const BitmapFileHeader& header);
 [[nodiscard]] std::string FormatMark(const ApplyMark& mark);
 // None for what FormatMark does not write.
 [[nodiscard]] std::optional<ApplyMark> ParseMark(std::string_view text);

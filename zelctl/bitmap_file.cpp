@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "bitmap/bitmap_size.h"
+#include "bitmap/format/bitmap_size.h"
 
 namespace zel::ctl {
 
@@ -20,7 +20,7 @@ std::string Number(std::uint64_t value) {
   return std::to_string(value);
 }
 
-std::optional<std::string> CheckHeader(const BitmapHeader& header, std::uint64_t length) {
+std::optional<std::string> CheckHeader(const BitmapFileHeader& header, std::uint64_t length) {
   if (header.Magic != kBitmapMagic) {
     return "it is no bitmap file: it begins with " + Hex(header.Magic) + ", not with " +
            Hex(kBitmapMagic);
@@ -48,7 +48,7 @@ std::optional<std::string> CheckHeader(const BitmapHeader& header, std::uint64_t
 
 std::optional<std::string> ReadBitmap(std::vector<std::byte> bytes, BitmapOrigin origin,
                                       BitmapFile& bitmap) {
-  BitmapHeader header;
+  BitmapFileHeader header;
   if (bytes.size() < sizeof header) {
     return "it has " + Number(bytes.size()) + " bytes, fewer than a header's 512";
   }
@@ -68,7 +68,7 @@ Trust TrustOf(const BitmapFile& bitmap) {
 
 void MarkClosed(BitmapFile& bitmap) {
   bitmap.header.ClosedCleanly = 1;
-  bitmap.bytes[offsetof(BitmapHeader, ClosedCleanly)] = std::byte{1};
+  bitmap.bytes[offsetof(BitmapFileHeader, ClosedCleanly)] = std::byte{1};
 }
 
 }  // namespace zel::ctl

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "bitmap/bitmap_header.h"
+#include "bitmap/format/bitmap_header.h"
 
 namespace zel::ctl {
 
@@ -27,7 +27,7 @@ enum class Trust {
 };
 
 struct BitmapFile {
-  BitmapHeader header;
+  BitmapFileHeader header;
   std::vector<std::byte> bytes;  // header and bits
   BitmapOrigin origin = BitmapOrigin::kFile;
 

@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstring>
 
-#include "bitmap/bitmap_size.h"
+#include "bitmap/format/bitmap_size.h"
 
 namespace zel::ctl {
 

@@ -55,7 +55,7 @@ class Apply {
   [[nodiscard]] MaybeFailure MakeFullCopy();
   [[nodiscard]] MaybeFailure BringUpToDate();
   [[nodiscard]] MaybeFailure GetBitmap(BitmapFile& bitmap);
-  [[nodiscard]] MaybeFailure CheckIdentity(const BitmapHeader& header) const;
+  [[nodiscard]] MaybeFailure CheckIdentity(const BitmapFileHeader& header) const;
   [[nodiscard]] MaybeFailure CheckTrust(const BitmapFile& bitmap) const;
   [[nodiscard]] MaybeFailure CheckMark(const ApplyMark& mark) const;
   [[nodiscard]] MaybeFailure OpenCopy(const BitmapFile& bitmap, std::unique_ptr<TargetFile>& copy);
@@ -197,7 +197,7 @@ MaybeFailure Apply::CheckTrust(const BitmapFile& bitmap) const {
                 "by its id; say --service-copy if the service itself sent this file");
 }
 
-MaybeFailure Apply::CheckIdentity(const BitmapHeader& header) const {
+MaybeFailure Apply::CheckIdentity(const BitmapFileHeader& header) const {
   if (request_.force_identity ||
       (source_identity_.volume == header.Volume && source_identity_.file_id == header.FileId)) {
     return std::nullopt;

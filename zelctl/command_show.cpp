@@ -32,7 +32,7 @@ std::string ExactSize(std::uint64_t bytes) {
 }
 
 std::string HeaderText(const BitmapFile& bitmap) {
-  const BitmapHeader& header = bitmap.header;
+  const BitmapFileHeader& header = bitmap.header;
   return "bitmap         " + FormatId(header.BitmapId) + "\nvolume         " +
          FormatGuid(header.Volume) + "\nfile id        " + FormatId(header.FileId) +
          "\ncreated        " + FormatTime(header.NameCreationTime) + "\nlast update    " +

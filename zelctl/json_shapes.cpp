@@ -18,7 +18,7 @@ Json BitmapJson(const BitmapEntry& bitmap, const std::string& path) {
 }
 
 Json HeaderJson(const BitmapFile& bitmap) {
-  const BitmapHeader& header = bitmap.header;
+  const BitmapFileHeader& header = bitmap.header;
   return {{"bitmap_id", FormatId(header.BitmapId)},
           {"volume", FormatGuid(header.Volume)},
           {"file_id", FormatId(header.FileId)},

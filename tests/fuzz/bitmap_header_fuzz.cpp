@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "bitmap/bitmap_name.h"
-#include "bitmap/bitmap_size.h"
-#include "bitmap/header_checks.h"
-#include "bitmap/set_bits.h"
+#include "bitmap/format/bitmap_size.h"
+#include "bitmap/format/header_checks.h"
+#include "bitmap/change/set_bits.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ struct Range {
 };
 
 // Whether the header is accepted, after the edits that a load makes.
-bool Accept(zel::BitmapHeader& header, const std::wstring& name) {
+bool Accept(zel::BitmapFileHeader& header, const std::wstring& name) {
   const std::optional<std::uint32_t> block_size = zel::ParseNameBlockSize(name);
   const std::optional<zel::FileTime> time = zel::ParseNameCreationTime(name);
   for (int steps = 0; steps < 3; ++steps) {
@@ -50,7 +50,7 @@ bool Accept(zel::BitmapHeader& header, const std::wstring& name) {
   std::abort();  // there are two repairs at most
 }
 
-void RequireUsable(const zel::BitmapHeader& header) {
+void RequireUsable(const zel::BitmapFileHeader& header) {
   Require(header.Magic == 0x624C455A && header.Version == 22 && header.HeaderSize == 512);
   Require(header.BlockSize != 0);
   Require(header.ClosedCleanly == 0);
@@ -72,7 +72,7 @@ void SetInModel(std::vector<Byte>& bytes, std::uint32_t bits, Range range) {
 
 // The ranges are taken from the reserved part of the header.
 void SetBits(Byte* file, std::size_t size) {
-  zel::BitmapHeader header;
+  zel::BitmapFileHeader header;
   std::memcpy(&header, file, sizeof header);
   const zel::RtlBitmap bitmap = {zel::CountBits(header.BitmapSize),
                                  reinterpret_cast<std::uint32_t*>(file + sizeof header)};
@@ -95,7 +95,7 @@ void SetBits(Byte* file, std::size_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const Byte* data, std::size_t size) {
   // As a view shows it: a file shorter than a header reads as zeros behind its end.
-  zel::BitmapHeader header = {};
+  zel::BitmapFileHeader header = {};
   std::memcpy(&header, data, std::min(size, sizeof header));
   if (!zel::FitsBitmapFile(header.BitmapSize, static_cast<std::uint32_t>(size))) return 0;
   Require(size >= sizeof header);

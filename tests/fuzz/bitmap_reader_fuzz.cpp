@@ -14,7 +14,7 @@ void Require(bool condition) {
   if (!condition) std::abort();
 }
 
-std::uint64_t SizeNow(const zel::BitmapHeader& header, unsigned char choice) {
+std::uint64_t SizeNow(const zel::BitmapFileHeader& header, unsigned char choice) {
   switch (choice % 4) {
     case 0:
       return header.FileSize / 2;

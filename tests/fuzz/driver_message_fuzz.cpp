@@ -4,7 +4,7 @@
 #include <cstring>
 #include <memory>
 
-#include "drivercomm/block_range.h"
+#include "bitmap/change/block_range.h"
 #include "drivercomm/driver_message.h"
 
 namespace {
@@ -52,7 +52,7 @@ void ApplyToBitmaps(const zel::DriverMessage& message) {
       Require(to_set.passes_end == (blocks.first > 0xFFFFFFFF ||
                                     blocks.first + std::uint64_t{blocks.count} > bit_count));
       RequireInside(
-          zel::BitsBehindNewEnd(message.OffsetOrSize, message.FileId, block_size, bit_count),
+          zel::BitsFromNewEnd(message.OffsetOrSize, message.FileId, block_size, bit_count),
           bit_count);
     }
   }

@@ -65,7 +65,7 @@ TEST_F(OpenAndMapBitmapTest, SizeWhoseSumWithTheHeaderWrapsIsCorrupted) {
 }
 
 TEST_F(OpenAndMapBitmapTest, EveryFileShorterThanAHeaderIsCorrupted) {
-  const BitmapHeader header = test::MakeHeader(0xFFFFFFFF);
+  const BitmapFileHeader header = test::MakeHeader(0xFFFFFFFF);
   for (const std::size_t length : {1, 63, 64, 65, 67, 68, 511}) {
     test::WriteBitmapFile(path(), header, length);
     BitmapData data;
@@ -142,7 +142,7 @@ TEST_F(OpenAndMapBitmapTest, OneOfManyThreadsIsToldOfANewMark) {
   {
     std::vector<std::jthread> threads;
     for (int i = 0; i < 8; ++i) {
-      threads.emplace_back([&] { told += MarkDistrusted(data_, &BitmapHeader::Unreliable); });
+      threads.emplace_back([&] { told += MarkDistrusted(data_, &BitmapFileHeader::Unreliable); });
     }
   }
   EXPECT_EQ(told, 1);

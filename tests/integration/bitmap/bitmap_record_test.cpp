@@ -25,7 +25,7 @@ class BitmapRecordTest : public test::LogFixture {
   std::filesystem::path path() const { return directory() / name_; }
   std::string path_text() const { return path().string(); }
 
-  void WriteFile(const BitmapHeader& header, std::size_t length = 515) {
+  void WriteFile(const BitmapFileHeader& header, std::size_t length = 515) {
     test::WriteBitmapFile(path(), header, length);
     record_ = test::MakeRecord(path());
   }
@@ -44,10 +44,10 @@ class BitmapRecordTest : public test::LogFixture {
   }
 
   std::string FileBytes() const { return test::ReadFileBytes(path()); }
-  BitmapHeader OnDisk() const { return test::ReadHeader(path()); }
+  BitmapFileHeader OnDisk() const { return test::ReadHeader(path()); }
 
   std::wstring name_ = test::BitmapFileName();
-  BitmapHeader good_ = test::MakeHeader(3);
+  BitmapFileHeader good_ = test::MakeHeader(3);
   BitmapRecord record_ = {};
 };
 
@@ -63,10 +63,10 @@ TEST_F(LoadBitmapTest, CleanBitmapIsMarkedInUseAndStamped) {
   EXPECT_EQ(record_.Data->InUseCount, 0u);
   EXPECT_FALSE(record_.Discarded);
   EXPECT_GE(OnDisk().LastUpdateTime, before);
-  BitmapHeader expected = good_;
+  BitmapFileHeader expected = good_;
   expected.ClosedCleanly = 0;
   expected.LastUpdateTime = OnDisk().LastUpdateTime;
-  const BitmapHeader found = OnDisk();
+  const BitmapFileHeader found = OnDisk();
   EXPECT_EQ(std::memcmp(&found, &expected, sizeof found), 0);
   EXPECT_THAT(StopLoggingAndGetMessages(), ElementsAre(std::string("DEBUG Loaded ") + kIdentity));
 }
@@ -317,9 +317,9 @@ TEST_F(FlushOrderTest, MarkGoesToTheDeviceWhenItIsNew) {
   WriteFile(good_);
   ASSERT_TRUE(Load());
   flushes_.Take();
-  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapHeader::SizeChanged));
-  EXPECT_FALSE(MarkDistrusted(*record_.Data, &BitmapHeader::SizeChanged));
-  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapHeader::Unreliable));
+  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapFileHeader::SizeChanged));
+  EXPECT_FALSE(MarkDistrusted(*record_.Data, &BitmapFileHeader::SizeChanged));
+  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapFileHeader::Unreliable));
   EXPECT_THAT(flushes_.Take(), ElementsAre("header s", "file", "header s", "header su", "file"));
 }
 
@@ -388,7 +388,7 @@ TEST_F(FlushOrderTest, FailuresOfTheOtherFlushesAreLoggedOnly) {
   flushes_.FailAfter(0);
   ASSERT_TRUE(Load());
   flushes_.FailAfter(1);
-  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapHeader::SizeChanged));
+  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapFileHeader::SizeChanged));
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre(StartsWith("ERROR Failed to flush bitmap header to disk: "),
                           StartsWith("ERROR Failed to flush bitmap file " + path_text())));

@@ -1,7 +1,7 @@
 #include <array>
 
 #include "bitmap/ntdll_bitmap.h"
-#include "bitmap/set_bits.h"
+#include "bitmap/change/set_bits.h"
 #include "tests/integration/support/log_fixture.h"
 
 namespace zel {

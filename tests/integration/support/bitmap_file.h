@@ -7,7 +7,7 @@
 
 #include "bitmap/bitmap_name.h"
 #include "bitmap/bitmap_record.h"
-#include "bitmap/new_bitmap.h"
+#include "bitmap/format/new_bitmap.h"
 #include "tests/integration/support/temp_directory.h"
 
 namespace zel::test {
@@ -21,7 +21,7 @@ inline constexpr FileTime kCreated = 0x01dc000000000000;
 inline constexpr std::uint32_t kBlockSize = 65'536;
 
 // The header of a bitmap of `bitmap_size` bytes that was closed cleanly.
-inline BitmapHeader MakeHeader(std::uint32_t bitmap_size) {
+inline BitmapFileHeader MakeHeader(std::uint32_t bitmap_size) {
   const NewBitmap bitmap = {.volume_guid = kVolume,
                             .file_id = kFileId,
                             .creation_time = kCreated,
@@ -32,7 +32,7 @@ inline BitmapHeader MakeHeader(std::uint32_t bitmap_size) {
 }
 
 // Writes header and zeros, `length` bytes in all.
-inline void WriteBitmapFile(const std::filesystem::path& path, const BitmapHeader& header,
+inline void WriteBitmapFile(const std::filesystem::path& path, const BitmapFileHeader& header,
                             std::size_t length) {
   std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
   bytes.resize(length);
@@ -40,8 +40,8 @@ inline void WriteBitmapFile(const std::filesystem::path& path, const BitmapHeade
 }
 
 // The header on disk; zeros where the file ends.
-inline BitmapHeader ReadHeader(const std::filesystem::path& path) {
-  BitmapHeader header = {};
+inline BitmapFileHeader ReadHeader(const std::filesystem::path& path) {
+  BitmapFileHeader header = {};
   const std::string bytes = ReadFileBytes(path);
   std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof header));
   return header;

@@ -25,9 +25,9 @@ int Unload(BitmapRecord& record) {
   const LockGuard guard(bitmapCacheLock);
   if (!LoadBitmap(record)) return 1;
   Say("mark");
-  MarkDistrusted(*record.Data, &BitmapHeader::SizeChanged);
+  MarkDistrusted(*record.Data, &BitmapFileHeader::SizeChanged);
   Say("mark again");
-  MarkDistrusted(*record.Data, &BitmapHeader::SizeChanged);
+  MarkDistrusted(*record.Data, &BitmapFileHeader::SizeChanged);
   Say("set");
   ZelSetBits(&record.Data->BitmapHeader, 1, 1);
   Say("unload");

@@ -78,7 +78,7 @@ class DriverFixture : public BitmapFixture {
     }
     return set;
   }
-  static BitmapHeader Header(BitmapId id) { return *GetBitmapById(id)->header(); }
+  static BitmapFileHeader Header(BitmapId id) { return *GetBitmapById(id)->header(); }
 };
 
 // Waits of this program with a limit end at once, as time-outs unless their object is signalled;

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "bitmap/bitmap_header.h"
+#include "bitmap/format/bitmap_header.h"
 #include "tests/integration/support/import_hook.h"
 
 extern "C" void* __imp_FlushViewOfFile;
@@ -34,7 +34,7 @@ class FlushHooks {
   using FlushFile = decltype(&::FlushFileBuffers);
 
   static BOOL WINAPI OnFlushView(const void* base, SIZE_T bytes) {
-    const auto& header = *static_cast<const BitmapHeader*>(base);
+    const auto& header = *static_cast<const BitmapFileHeader*>(base);
     std::string seen = bytes == 0 ? "all" : bytes == kBitmapHeaderSize ? "header" : "part";
     std::string marks;
     if (header.ClosedCleanly != 0) marks += 'c';

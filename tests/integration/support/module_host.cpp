@@ -84,7 +84,7 @@ std::string Create(FileId file, std::istream& arguments) {
 std::string Contents(const PinnedBitmap& bitmap) {
   if (!bitmap) return "-";
   const auto* const first = reinterpret_cast<const std::byte*>(bitmap->header());
-  const std::size_t bytes = sizeof(BitmapHeader) + bitmap->BitmapHeader.SizeOfBitMap / 8;
+  const std::size_t bytes = sizeof(BitmapFileHeader) + bitmap->BitmapHeader.SizeOfBitMap / 8;
   return sim::BytesText({first, first + bytes});
 }
 

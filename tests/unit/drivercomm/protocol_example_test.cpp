@@ -1,7 +1,7 @@
 // The worked examples of docs/driver-protocol.md against the code.
 #include <gtest/gtest.h>
 
-#include "drivercomm/block_range.h"
+#include "bitmap/change/block_range.h"
 #include "drivercomm/driver_message.h"
 #include "drivercomm/driver_status.h"
 #include "tests/unit/support/hex_dump.h"

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <vector>
 
-#include "bitmap/bitmap_size.h"
-#include "bitmap/new_bitmap.h"
+#include "bitmap/format/bitmap_size.h"
+#include "bitmap/format/new_bitmap.h"
 #include "zelctl/bitmap_file.h"
 
 namespace zel::test {
@@ -37,7 +37,7 @@ inline std::vector<std::byte> MakeBitmapBytes(std::uint64_t file_size, std::uint
 // Changes the header of a bitmap file's bytes.
 template <class Change>
 void ChangeHeader(std::vector<std::byte>& bytes, Change change) {
-  BitmapHeader header;
+  BitmapFileHeader header;
   std::memcpy(&header, bytes.data(), sizeof header);
   change(header);
   std::memcpy(bytes.data(), &header, sizeof header);

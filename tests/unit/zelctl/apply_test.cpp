@@ -32,7 +32,7 @@ class ApplyTest : public test::ToolTest {
   // What the service sends from now on: `bitmap`, in use.
   void Publish() {
     Bytes& sent = server.contents[kBitmap] = bitmap;
-    test::ChangeHeader(sent, [](BitmapHeader& header) { header.ClosedCleanly = 0; });
+    test::ChangeHeader(sent, [](BitmapFileHeader& header) { header.ClosedCleanly = 0; });
     machine.At("B:\\bitmap").bytes = bitmap;
   }
   void WriteBlock(std::uint64_t block, std::byte value) {
@@ -112,7 +112,7 @@ TEST_F(ApplyTest, SynchronizationCanBeLeftOutAndIsNotSkippedOtherwise) {
 }
 
 TEST_F(ApplyTest, UnreliableBitmapIsRefusedAndFullCopyHelps) {
-  test::ChangeHeader(bitmap, [](BitmapHeader& header) { header.Unreliable = 1; });
+  test::ChangeHeader(bitmap, [](BitmapFileHeader& header) { header.Unreliable = 1; });
   Publish();
   machine.At(kSource).bytes[5] ^= std::byte{1};
   EXPECT_THAT(Refusal(Arguments()), HasSubstr("unreliable"));
@@ -167,7 +167,7 @@ TEST_F(ApplyTest, MissingSourceIsTold) {
 TEST_F(ApplyTest, GrowthAndTruncationAreTakenOver) {
   Bytes& source = machine.At(kSource).bytes;
   source.resize(12 * 4096 + 7, std::byte{9});
-  test::ChangeHeader(bitmap, [](BitmapHeader& header) { header.SizeChanged = 1; });
+  test::ChangeHeader(bitmap, [](BitmapFileHeader& header) { header.SizeChanged = 1; });
   Publish();
   EXPECT_EQ(RunJson(Arguments({"--verify"}))["copied_bytes"], 2 * 4096 + 7);
   EXPECT_TRUE(Equal());

@@ -17,7 +17,7 @@ std::string FaultOf(Bytes bytes) {
   return ReadBitmap(std::move(bytes), BitmapOrigin::kFile, bitmap).value_or("");
 }
 
-Bytes WithHeader(void (*change)(BitmapHeader&)) {
+Bytes WithHeader(void (*change)(BitmapFileHeader&)) {
   Bytes bytes = MakeBitmapBytes(1'114'113, 65'536);
   ChangeHeader(bytes, change);
   return bytes;
@@ -50,19 +50,19 @@ TEST(ReadBitmapTest, BytesBehindTheBitsAreLeftAlone) {
 }
 
 TEST(ReadBitmapTest, EachWrongFieldIsNamed) {
-  EXPECT_THAT(FaultOf(WithHeader([](BitmapHeader& header) { header.Magic = 0x4D5A; })),
+  EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.Magic = 0x4D5A; })),
               HasSubstr("begins with 0x00004d5a"));
-  EXPECT_THAT(FaultOf(WithHeader([](BitmapHeader& header) { header.Version = 23; })),
+  EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.Version = 23; })),
               HasSubstr("version is 23"));
-  EXPECT_THAT(FaultOf(WithHeader([](BitmapHeader& header) { header.HeaderSize = 513; })),
+  EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.HeaderSize = 513; })),
               HasSubstr("header size is 513"));
-  EXPECT_THAT(FaultOf(WithHeader([](BitmapHeader& header) { header.BlockSize = 0; })),
+  EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.BlockSize = 0; })),
               HasSubstr("block size is 0"));
-  EXPECT_THAT(FaultOf(WithHeader([](BitmapHeader& header) { header.BitmapSize = 0xFFFFFFFF; })),
+  EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.BitmapSize = 0xFFFFFFFF; })),
               HasSubstr("cut off"));
-  EXPECT_THAT(FaultOf(WithHeader([](BitmapHeader& header) { header.BitmapSize = 2; })),
+  EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.BitmapSize = 2; })),
               HasSubstr("too few"));
-  EXPECT_THAT(FaultOf(WithHeader([](BitmapHeader& header) { header.FileSize = ~0ull; })),
+  EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.FileSize = ~0ull; })),
               HasSubstr("too few"));
 }
 
@@ -75,7 +75,7 @@ TEST(ReadBitmapTest, RefusedBytesLeaveTheBitmapAsItWas) {
 
 TEST(ReadBitmapTest, OldVersionGetsItsTimeFromTheCreation) {
   BitmapFile bitmap;
-  ASSERT_EQ(ReadBitmap(WithHeader([](BitmapHeader& header) {
+  ASSERT_EQ(ReadBitmap(WithHeader([](BitmapFileHeader& header) {
                          header.Version = 21;
                          header.HeaderSize = 520;
                          header.NameCreationTime = 0;
@@ -105,7 +105,7 @@ TEST(TrustTest, FileThatWasNotClosedIsTrustedFromTheServiceAlone) {
 
 TEST(MarkClosedTest, BytesReadAsAClosedFile) {
   BitmapFile bitmap;
-  ASSERT_EQ(ReadBitmap(WithHeader([](BitmapHeader& header) { header.ClosedCleanly = 0; }),
+  ASSERT_EQ(ReadBitmap(WithHeader([](BitmapFileHeader& header) { header.ClosedCleanly = 0; }),
                        BitmapOrigin::kService, bitmap),
             std::nullopt);
   MarkClosed(bitmap);

@@ -56,16 +56,16 @@ class TrackedModel {
   void ReportSize() {
     const std::uint64_t size = file_->bytes.size();
     for (Bytes& bitmap : bitmaps_) {
-      const BitmapHeader header = test::ToBitmap(bitmap).header;
+      const BitmapFileHeader header = test::ToBitmap(bitmap).header;
       if (header.FileSize == size) continue;
-      test::ChangeHeader(bitmap, [](BitmapHeader& changed) { changed.SizeChanged = 1; });
+      test::ChangeHeader(bitmap, [](BitmapFileHeader& changed) { changed.SizeChanged = 1; });
       if (size < header.FileSize) Mark(bitmap, size / header.BlockSize, ~std::uint64_t{0});
     }
   }
   static void Mark(Bytes& bitmap, std::uint64_t first, std::uint64_t end) {
     const std::uint64_t bits = (bitmap.size() - kBitmapHeaderSize) * 8;
     if (end > bits) {
-      test::ChangeHeader(bitmap, [](BitmapHeader& changed) { changed.SizeChanged = 1; });
+      test::ChangeHeader(bitmap, [](BitmapFileHeader& changed) { changed.SizeChanged = 1; });
     }
     for (std::uint64_t block = first; block < std::min(end, bits); ++block) {
       test::SetBit(bitmap, block);

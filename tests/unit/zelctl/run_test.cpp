@@ -226,7 +226,7 @@ TEST_F(RunTest, CopyWritesTheBitmapAsAClosedFile) {
   Bytes in_use = test::MakeBitmapBytes(1'114'113, 65'536);
   test::SetBit(in_use, 3);
   const Bytes closed = in_use;
-  test::ChangeHeader(in_use, [](BitmapHeader& header) { header.ClosedCleanly = 0; });
+  test::ChangeHeader(in_use, [](BitmapFileHeader& header) { header.ClosedCleanly = 0; });
   Serve(in_use);
   EXPECT_EQ(RunJson({"copy", kId, "-o", "out"}).dump(),
             R"({"ok":true,"bitmap_id":"0x000500000001a9f0","output":"out","bytes":515,)"
@@ -322,13 +322,13 @@ TEST_F(RunTest, ShowWritesAPicture) {
 
 TEST_F(RunTest, ShowTellsBitmapsThatCannotBeTrusted) {
   Bytes bitmap = test::MakeBitmapBytes(8192, 4096);
-  test::ChangeHeader(bitmap, [](BitmapHeader& header) { header.ClosedCleanly = 0; });
+  test::ChangeHeader(bitmap, [](BitmapFileHeader& header) { header.ClosedCleanly = 0; });
   machine.At("bitmap").bytes = bitmap;
   Serve(bitmap);
   EXPECT_EQ(RunJson({"show", "bitmap"})["bitmap"]["trust"], "in_use");
   EXPECT_EQ(RunJson({"show", "bitmap", "--service-copy"})["bitmap"]["trust"], "trusted");
   EXPECT_EQ(RunJson({"show", kId})["bitmap"]["trust"], "trusted");
-  test::ChangeHeader(machine.At("bitmap").bytes, [](BitmapHeader& header) {
+  test::ChangeHeader(machine.At("bitmap").bytes, [](BitmapFileHeader& header) {
     header.Unreliable = 1;
     header.SizeChanged = 1;
   });

@@ -1,20 +1,23 @@
-#include "bitmap/header_checks.h"
-
-#include <utility>
+#include "bitmap/format/header_checks.h"
 
 namespace zel {
 
-InUseMark MarkInUse(BitmapHeader& header, FileTime now) {
+// Nothing is written that stands there already: a file that is refused again and again is not
+// written to at every try.
+InUseMark MarkInUse(BitmapFileHeader& header, FileTime now) {
   // Any other value was not written by a clean close.
-  if (std::exchange(header.ClosedCleanly, std::uint8_t{0}) == 1) {
+  const bool was_clean = header.ClosedCleanly == 1;
+  if (header.ClosedCleanly != 0) header.ClosedCleanly = 0;
+  if (was_clean) {
     header.LastUpdateTime = now;
     return InUseMark::kWasClean;
   }
-  return std::exchange(header.Unreliable, std::uint8_t{1}) == 0 ? InUseMark::kNewlyUnreliable
-                                                                : InUseMark::kStillUnreliable;
+  if (header.Unreliable != 0) return InUseMark::kStillUnreliable;
+  header.Unreliable = 1;
+  return InUseMark::kNewlyUnreliable;
 }
 
-HeaderStep NextHeaderStep(const BitmapHeader& header, std::uint32_t name_block_size) {
+HeaderStep NextHeaderStep(const BitmapFileHeader& header, std::uint32_t name_block_size) {
   // A block size of 0 agrees with a malformed name, but nobody could divide by it.
   if (header.BlockSize != name_block_size || header.BlockSize == 0) {
     return HeaderStep::kRefuseBlockSize;
@@ -27,13 +30,13 @@ HeaderStep NextHeaderStep(const BitmapHeader& header, std::uint32_t name_block_s
   return HeaderStep::kAccept;
 }
 
-void UpgradeVersion(BitmapHeader& header, BitmapId bitmap_id, FileTime name_creation_time) {
+void UpgradeVersion(BitmapFileHeader& header, BitmapId bitmap_id, FileTime name_creation_time) {
   header.BitmapId = bitmap_id;
   header.NameCreationTime = name_creation_time;
   header.Version = kBitmapVersion;
 }
 
-void RepairHeaderSize(BitmapHeader& header) {
+void RepairHeaderSize(BitmapFileHeader& header) {
   header.HeaderSize = kBitmapHeaderSize;
 }
 

@@ -1,4 +1,4 @@
-#include "drivercomm/block_range.h"
+#include "bitmap/change/block_range.h"
 
 #include <gtest/gtest.h>
 
@@ -113,22 +113,22 @@ TEST(BitsOfBlocksTest, FirstBlockAbove32BitsIsCutAndPassesTheEnd) {
   EXPECT_FALSE(BitsOfBlocks({kMax32, 1}, 16).first_cut);
 }
 
-TEST(BitsBehindNewEndTest, SmallerFileLosesEveryBlockFromItsNewEnd) {
-  EXPECT_EQ(BitsBehindNewEnd(65'535, 10 * k64K, k64K, 10), (BitRange{0, 10}));
-  EXPECT_EQ(BitsBehindNewEnd(65'536, 10 * k64K, k64K, 10), (BitRange{1, 9}));
-  EXPECT_EQ(BitsBehindNewEnd(10 * k64K - 1, 10 * k64K, k64K, 16), (BitRange{9, 7}));
-  EXPECT_EQ(BitsBehindNewEnd(0, 1, k64K, 8), (BitRange{0, 8}));
+TEST(BitsFromNewEndTest, SmallerFileLosesEveryBlockFromItsNewEnd) {
+  EXPECT_EQ(BitsFromNewEnd(65'535, 10 * k64K, k64K, 10), (BitRange{0, 10}));
+  EXPECT_EQ(BitsFromNewEnd(65'536, 10 * k64K, k64K, 10), (BitRange{1, 9}));
+  EXPECT_EQ(BitsFromNewEnd(10 * k64K - 1, 10 * k64K, k64K, 16), (BitRange{9, 7}));
+  EXPECT_EQ(BitsFromNewEnd(0, 1, k64K, 8), (BitRange{0, 8}));
 }
 
-TEST(BitsBehindNewEndTest, FileAsLargeOrLargerLosesNone) {
-  EXPECT_EQ(BitsBehindNewEnd(10, 10, 1, 100), std::nullopt);
-  EXPECT_EQ(BitsBehindNewEnd(kMax64, 10, 1, 100), std::nullopt);
+TEST(BitsFromNewEndTest, FileAsLargeOrLargerLosesNone) {
+  EXPECT_EQ(BitsFromNewEnd(10, 10, 1, 100), std::nullopt);
+  EXPECT_EQ(BitsFromNewEnd(kMax64, 10, 1, 100), std::nullopt);
 }
 
-TEST(BitsBehindNewEndTest, NewEndBehindTheLastBitLosesNone) {
-  EXPECT_EQ(BitsBehindNewEnd(100, 200, 1, 101), (BitRange{100, 1}));
-  EXPECT_EQ(BitsBehindNewEnd(100, 200, 1, 100), std::nullopt);
-  EXPECT_EQ(BitsBehindNewEnd(k4G + 3, kMax64, 1, 100), std::nullopt);  // not cut to 32 bits
+TEST(BitsFromNewEndTest, NewEndBehindTheLastBitLosesNone) {
+  EXPECT_EQ(BitsFromNewEnd(100, 200, 1, 101), (BitRange{100, 1}));
+  EXPECT_EQ(BitsFromNewEnd(100, 200, 1, 100), std::nullopt);
+  EXPECT_EQ(BitsFromNewEnd(k4G + 3, kMax64, 1, 100), std::nullopt);  // not cut to 32 bits
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "bitmap/new_bitmap.h"
+#include "bitmap/format/new_bitmap.h"
 
 #include "bitmap/bitmap_name.h"
 #include "common/hex_name.h"
@@ -18,7 +18,7 @@ NewBitmapPaths ComposeNewBitmapPaths(std::wstring_view cbt_directory, std::wstri
 
 NewBitmapBytes ComposeNewBitmapBytes(const NewBitmap& bitmap, BitmapId bitmap_id) {
   NewBitmapBytes bytes = {};
-  BitmapHeader& header = bytes.header;
+  BitmapFileHeader& header = bytes.header;
   header.Magic = kBitmapMagic;
   header.HeaderSize = kBitmapHeaderSize;
   header.Version = kBitmapVersion;

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "bitmap/bitmap_header.h"
+#include "bitmap/format/bitmap_header.h"
 
 namespace zel {
 
@@ -18,7 +18,7 @@ enum class InUseMark {
 
 // Marks a bitmap in use, before anything else is looked at. One that was not closed cleanly becomes
 // unreliable and keeps its LastUpdateTime.
-InUseMark MarkInUse(BitmapHeader& header, FileTime now);
+InUseMark MarkInUse(BitmapFileHeader& header, FileTime now);
 
 enum class HeaderStep {
   kAccept,
@@ -31,12 +31,12 @@ enum class HeaderStep {
 };
 
 // `name_block_size`: from the file's name; 0 when the name is malformed.
-[[nodiscard]] HeaderStep NextHeaderStep(const BitmapHeader& header, std::uint32_t name_block_size);
+[[nodiscard]] HeaderStep NextHeaderStep(const BitmapFileHeader& header, std::uint32_t name_block_size);
 
 // Fills in what a header of version 21 does not have.
-void UpgradeVersion(BitmapHeader& header, BitmapId bitmap_id, FileTime name_creation_time);
+void UpgradeVersion(BitmapFileHeader& header, BitmapId bitmap_id, FileTime name_creation_time);
 
 // Some writers of old put the length of their 520-byte record here; the bits follow 512 bytes.
-void RepairHeaderSize(BitmapHeader& header);
+void RepairHeaderSize(BitmapFileHeader& header);
 
 }  // namespace zel

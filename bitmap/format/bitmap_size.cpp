@@ -1,9 +1,9 @@
-#include "bitmap/bitmap_size.h"
+#include "bitmap/format/bitmap_size.h"
 
 #include <algorithm>
 #include <limits>
 
-#include "bitmap/bitmap_header.h"
+#include "bitmap/format/bitmap_header.h"
 
 namespace zel {
 

@@ -18,7 +18,7 @@ inline constexpr std::uint16_t kOldBitmapVersion = 21;  // upgraded on load
 
 // Every field lies at a multiple of its size, so that the layout needs no packing and the fields
 // that several threads write can be atomic.
-struct BitmapHeader {             // offset
+struct BitmapFileHeader {             // offset
   std::uint32_t Magic;            // 0x00
   std::uint16_t HeaderSize;       // 0x04
   std::uint16_t Version;          // 0x06
@@ -40,22 +40,22 @@ struct BitmapHeader {             // offset
   std::uint8_t reserved_60[416];  // 0x60
 };
 
-static_assert(sizeof(BitmapHeader) == kBitmapHeaderSize);
-static_assert(offsetof(BitmapHeader, Magic) == 0x00);
-static_assert(offsetof(BitmapHeader, HeaderSize) == 0x04);
-static_assert(offsetof(BitmapHeader, Version) == 0x06);
-static_assert(offsetof(BitmapHeader, Volume) == 0x08);
-static_assert(offsetof(BitmapHeader, FileId) == 0x18);
-static_assert(offsetof(BitmapHeader, CreationTime) == 0x20);
-static_assert(offsetof(BitmapHeader, InitialTime) == 0x28);
-static_assert(offsetof(BitmapHeader, LastUpdateTime) == 0x30);
-static_assert(offsetof(BitmapHeader, BlockSize) == 0x38);
-static_assert(offsetof(BitmapHeader, ClosedCleanly) == 0x3C);
-static_assert(offsetof(BitmapHeader, SizeChanged) == 0x3E);
-static_assert(offsetof(BitmapHeader, Unreliable) == 0x3F);
-static_assert(offsetof(BitmapHeader, BitmapSize) == 0x40);
-static_assert(offsetof(BitmapHeader, FileSize) == 0x48);
-static_assert(offsetof(BitmapHeader, BitmapId) == 0x50);
-static_assert(offsetof(BitmapHeader, NameCreationTime) == 0x58);
+static_assert(sizeof(BitmapFileHeader) == kBitmapHeaderSize);
+static_assert(offsetof(BitmapFileHeader, Magic) == 0x00);
+static_assert(offsetof(BitmapFileHeader, HeaderSize) == 0x04);
+static_assert(offsetof(BitmapFileHeader, Version) == 0x06);
+static_assert(offsetof(BitmapFileHeader, Volume) == 0x08);
+static_assert(offsetof(BitmapFileHeader, FileId) == 0x18);
+static_assert(offsetof(BitmapFileHeader, CreationTime) == 0x20);
+static_assert(offsetof(BitmapFileHeader, InitialTime) == 0x28);
+static_assert(offsetof(BitmapFileHeader, LastUpdateTime) == 0x30);
+static_assert(offsetof(BitmapFileHeader, BlockSize) == 0x38);
+static_assert(offsetof(BitmapFileHeader, ClosedCleanly) == 0x3C);
+static_assert(offsetof(BitmapFileHeader, SizeChanged) == 0x3E);
+static_assert(offsetof(BitmapFileHeader, Unreliable) == 0x3F);
+static_assert(offsetof(BitmapFileHeader, BitmapSize) == 0x40);
+static_assert(offsetof(BitmapFileHeader, FileSize) == 0x48);
+static_assert(offsetof(BitmapFileHeader, BitmapId) == 0x50);
+static_assert(offsetof(BitmapFileHeader, NameCreationTime) == 0x58);
 
 }  // namespace zel

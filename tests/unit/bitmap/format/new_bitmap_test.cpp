@@ -1,4 +1,4 @@
-#include "bitmap/new_bitmap.h"
+#include "bitmap/format/new_bitmap.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "bitmap/bitmap_header.h"
+#include "bitmap/format/bitmap_header.h"
 #include "common/types.h"
 
 namespace zel {
@@ -35,7 +35,7 @@ struct NewBitmapPaths {
 // What is written at the file's begin: the header and, as writers have always done, eight zero
 // bytes behind it. The file's end is set afterwards.
 struct NewBitmapBytes {
-  BitmapHeader header;
+  BitmapFileHeader header;
   std::uint8_t zeros[8];
 };
 static_assert(sizeof(NewBitmapBytes) == 520);

@@ -8,10 +8,10 @@
 #include <string>
 
 #include "bitmap/bitmap_name.h"
-#include "bitmap/bitmap_size.h"
-#include "bitmap/header_checks.h"
-#include "bitmap/new_bitmap.h"
-#include "bitmap/set_bits.h"
+#include "bitmap/format/bitmap_size.h"
+#include "bitmap/format/header_checks.h"
+#include "bitmap/format/new_bitmap.h"
+#include "bitmap/change/set_bits.h"
 #include "tests/unit/support/hex_dump.h"
 
 namespace zel {
@@ -30,7 +30,7 @@ constexpr NewBitmap kExample = {
 struct alignas(8) File {
   std::array<std::uint8_t, 516> bytes = {};  // one more than it has, for the last word
 
-  BitmapHeader& header() { return *reinterpret_cast<BitmapHeader*>(bytes.data()); }
+  BitmapFileHeader& header() { return *reinterpret_cast<BitmapFileHeader*>(bytes.data()); }
 };
 
 TEST(FileFormatExampleTest, IsWhatTheCodeWrites) {

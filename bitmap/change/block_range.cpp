@@ -1,4 +1,4 @@
-#include "drivercomm/block_range.h"
+#include "bitmap/change/block_range.h"
 
 #include <limits>
 
@@ -28,7 +28,7 @@ BitsToSet BitsOfBlocks(BlockRange blocks, std::uint32_t bit_count) {
   return result;
 }
 
-std::optional<BitRange> BitsBehindNewEnd(std::uint64_t new_size, std::uint64_t old_size,
+std::optional<BitRange> BitsFromNewEnd(std::uint64_t new_size, std::uint64_t old_size,
                                          std::uint32_t block_size, std::uint32_t bit_count) {
   if (new_size >= old_size) return std::nullopt;
   const std::uint64_t first = new_size / block_size;

@@ -1,4 +1,4 @@
-#include "bitmap/header_checks.h"
+#include "bitmap/format/header_checks.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@ constexpr std::uint32_t kBlockSize = 65'536;
 constexpr FileTime kNow = 0x01dc000000000000;
 constexpr FileTime kBefore = 0x01db000000000000;
 
-BitmapHeader GoodHeader() {
-  BitmapHeader header = {};
+BitmapFileHeader GoodHeader() {
+  BitmapFileHeader header = {};
   header.Magic = kBitmapMagic;
   header.HeaderSize = kBitmapHeaderSize;
   header.Version = kBitmapVersion;
@@ -22,13 +22,13 @@ BitmapHeader GoodHeader() {
   return header;
 }
 
-bool SameBytes(const BitmapHeader& a, const BitmapHeader& b) {
+bool SameBytes(const BitmapFileHeader& a, const BitmapFileHeader& b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 TEST(MarkInUseTest, CleanBitmapIsMarkedAndStamped) {
-  BitmapHeader header = GoodHeader();
-  BitmapHeader expected = header;
+  BitmapFileHeader header = GoodHeader();
+  BitmapFileHeader expected = header;
   expected.ClosedCleanly = 0;
   expected.LastUpdateTime = kNow;
   EXPECT_EQ(MarkInUse(header, kNow), InUseMark::kWasClean);
@@ -36,16 +36,16 @@ TEST(MarkInUseTest, CleanBitmapIsMarkedAndStamped) {
 }
 
 TEST(MarkInUseTest, CleanBitmapThatIsUnreliableStaysSo) {
-  BitmapHeader header = GoodHeader();
+  BitmapFileHeader header = GoodHeader();
   header.Unreliable = 1;
   EXPECT_EQ(MarkInUse(header, kNow), InUseMark::kWasClean);
   EXPECT_EQ(header.Unreliable, 1);
 }
 
 TEST(MarkInUseTest, BitmapNotClosedCleanlyBecomesUnreliableAndKeepsItsTime) {
-  BitmapHeader header = GoodHeader();
+  BitmapFileHeader header = GoodHeader();
   header.ClosedCleanly = 0;
-  BitmapHeader expected = header;
+  BitmapFileHeader expected = header;
   expected.Unreliable = 1;
   EXPECT_EQ(MarkInUse(header, kNow), InUseMark::kNewlyUnreliable);
   EXPECT_TRUE(SameBytes(header, expected));
@@ -55,7 +55,7 @@ TEST(MarkInUseTest, BitmapNotClosedCleanlyBecomesUnreliableAndKeepsItsTime) {
 
 TEST(MarkInUseTest, AnyOtherMarkThanOneIsNotAClean) {
   for (int mark = 2; mark <= 255; ++mark) {
-    BitmapHeader header = GoodHeader();
+    BitmapFileHeader header = GoodHeader();
     header.ClosedCleanly = static_cast<std::uint8_t>(mark);
     EXPECT_EQ(MarkInUse(header, kNow), InUseMark::kNewlyUnreliable);
     EXPECT_EQ(header.ClosedCleanly, 0);
@@ -67,7 +67,7 @@ TEST(NextHeaderStepTest, GoodHeaderIsAccepted) {
 }
 
 TEST(NextHeaderStepTest, EachFaultIsRefusedInTheFixedOrder) {
-  BitmapHeader header = GoodHeader();
+  BitmapFileHeader header = GoodHeader();
   header.HeaderSize = 513;
   EXPECT_EQ(NextHeaderStep(header, kBlockSize), HeaderStep::kRefuseHeaderSize);
   header.Version = 23;
@@ -80,7 +80,7 @@ TEST(NextHeaderStepTest, EachFaultIsRefusedInTheFixedOrder) {
 
 TEST(NextHeaderStepTest, EveryOtherVersionAndHeaderSizeIsRefused) {
   for (std::uint32_t value = 0; value <= 0xFFFF; ++value) {
-    BitmapHeader header = GoodHeader();
+    BitmapFileHeader header = GoodHeader();
     header.Version = static_cast<std::uint16_t>(value);
     if (value != 21 && value != 22) {
       ASSERT_EQ(NextHeaderStep(header, kBlockSize), HeaderStep::kRefuseVersion) << value;
@@ -94,17 +94,17 @@ TEST(NextHeaderStepTest, EveryOtherVersionAndHeaderSizeIsRefused) {
 }
 
 TEST(NextHeaderStepTest, MalformedNameIsRefusedWhateverTheHeaderSays) {
-  BitmapHeader header = GoodHeader();
+  BitmapFileHeader header = GoodHeader();
   EXPECT_EQ(NextHeaderStep(header, 0), HeaderStep::kRefuseBlockSize);
   header.BlockSize = 0;
   EXPECT_EQ(NextHeaderStep(header, 0), HeaderStep::kRefuseBlockSize);
 }
 
 TEST(NextHeaderStepTest, OldBitmapIsUpgradedFirstAndThenRepaired) {
-  BitmapHeader header = GoodHeader();
+  BitmapFileHeader header = GoodHeader();
   header.Version = kOldBitmapVersion;
   header.HeaderSize = kOldBitmapHeaderSize;
-  BitmapHeader expected = GoodHeader();
+  BitmapFileHeader expected = GoodHeader();
   expected.BitmapId = 0x1122334455667788;
   expected.NameCreationTime = kBefore;
 
@@ -117,7 +117,7 @@ TEST(NextHeaderStepTest, OldBitmapIsUpgradedFirstAndThenRepaired) {
 }
 
 TEST(NextHeaderStepTest, OldBitmapWithAWrongHeaderSizeIsUpgradedAndThenRefused) {
-  BitmapHeader header = GoodHeader();
+  BitmapFileHeader header = GoodHeader();
   header.Version = kOldBitmapVersion;
   header.HeaderSize = 0;
   EXPECT_EQ(NextHeaderStep(header, kBlockSize), HeaderStep::kUpgradeVersion);

@@ -1,7 +1,8 @@
-// What the driver reports of a file, done to every bitmap of it. A file without bitmaps is no
-// error.
+// What the driver reports of a file, recorded in every bitmap of it: the one door from the driver's
+// messages to the bitmaps. A file without bitmaps is no error.
 //
-// Threads: any; bitmapCacheLock is taken for the lookup only.
+// Threads: any, without a lock. None waits for the device: marks that are new are handed to the
+// flusher.
 // Cost of a write: the lookup, a time stamp and the bits; no heap, no system call while the bitmaps
 // are loaded and the write lies inside of them.
 #pragma once
@@ -24,5 +25,9 @@ void ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::uint64_
 // The driver could not report everything: marks the bitmaps Unreliable, and logs those that were
 // not.
 void MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid);
+
+// Returns when every mark that a report made before is on the device, or its failure logged. What a
+// report set otherwise is in the file cache at once.
+void WaitForRecordedMarks();
 
 }  // namespace zel

@@ -1,4 +1,4 @@
-#include "drivercomm/apply_changes.h"
+#include "bitmap/record_changes.h"
 
 #include "tests/integration/support/driver_fixture.h"
 #include "tests/integration/support/flush_hooks.h"

@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "bitmap/header_checks.h"
-#include "bitmap/new_bitmap.h"
-#include "bitmap/set_bits.h"
-#include "drivercomm/block_range.h"
+#include "bitmap/format/header_checks.h"
+#include "bitmap/format/new_bitmap.h"
+#include "bitmap/change/set_bits.h"
+#include "bitmap/change/block_range.h"
 #include "drivercomm/driver_message.h"
 #include "tests/unit/support/change_model.h"
 
@@ -51,12 +51,12 @@ class RealBitmap {
     } else if (message.Type == DriverMessageType::kSizeChanged &&
                message.OffsetOrSize != header_.FileSize) {
       header_.SizeChanged = 1;
-      Set(BitsBehindNewEnd(message.OffsetOrSize, header_.FileSize, header_.BlockSize, bit_count()));
+      Set(BitsFromNewEnd(message.OffsetOrSize, header_.FileSize, header_.BlockSize, bit_count()));
     }
   }
 
   [[nodiscard]] bool Bit(std::size_t bit) const { return (words_[bit / 32] >> bit % 32 & 1) != 0; }
-  [[nodiscard]] const BitmapHeader& header() const { return header_; }
+  [[nodiscard]] const BitmapFileHeader& header() const { return header_; }
 
  private:
   [[nodiscard]] std::uint32_t bit_count() const { return header_.BitmapSize * 8; }
@@ -65,7 +65,7 @@ class RealBitmap {
     if (range) SetBitsInRange(bitmap, range->first, range->count);
   }
 
-  BitmapHeader header_;
+  BitmapFileHeader header_;
   std::vector<std::uint32_t> words_;
 };
 

@@ -1,4 +1,4 @@
-#include "bitmap/bitmap_size.h"
+#include "bitmap/format/bitmap_size.h"
 
 #include <gtest/gtest.h>
 

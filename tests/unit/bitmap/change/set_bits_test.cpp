@@ -1,4 +1,4 @@
-#include "bitmap/set_bits.h"
+#include "bitmap/change/set_bits.h"
 
 #include <gmock/gmock.h>
 

@@ -1,0 +1,27 @@
+// What goes over all records: the idle scan and the shutdown, and the deletions that they finish.
+//
+// Many bitmaps are unloaded side by side, since each waits for the device; their lines are logged
+// afterwards, in the order of the cache.
+//
+// Threads: any, without bitmapCacheLock and without a record's lock.
+#pragma once
+
+#include <memory>
+
+#include "bitmap/bitmap_record.h"
+
+namespace zel {
+
+// Deletes a discarded bitmap's file and takes the record out of the cache, unless somebody holds a
+// pin: then a later scan does. Waits for whoever is loading or unloading it. The record stays in
+// the cache until its file is gone, so that a shutdown meanwhile waits for the deletion.
+void DeleteIfUnpinned(const std::shared_ptr<BitmapRecord>& record) ZEL_EXCLUDES(bitmapCacheLock);
+
+// Makes a running scan leave what it has not reached to the next one; or no longer.
+void HurryScans(bool hurry);
+
+// Loads what missed a change, so that it is marked; deletes what was discarded and is not pinned;
+// unloads the rest, pinned or not.
+void UnloadAllBitmaps() ZEL_EXCLUDES(bitmapCacheLock);
+
+}  // namespace zel

@@ -1,0 +1,27 @@
+// The start and the end of the bitmap manager.
+#include "bitmap/bitmap_manager.h"
+#include "bitmap/bitmap_sweep.h"
+#include "bitmap/flusher.h"
+#include "bitmap/idle_scanner.h"
+#include "bitmap/startup_scan.h"
+#include "common/identity.h"
+#include "logging/log_message.h"
+
+namespace zel {
+
+void InitBitmapManager() {
+  StartFlusher();
+  StartIdleScanner(UnloadIdleBitmaps);
+  LogMessage(kBitmapInfo, L"InitBitmapManager: initializing cache\n");
+  FindBitmapFiles(GetCbtDirectory(), AddBitmap);
+}
+
+void ShutdownBitmapManager() {
+  HurryScans(true);
+  StopIdleScanner();
+  HurryScans(false);
+  UnloadAllBitmaps();
+  StopFlusher();
+}
+
+}  // namespace zel

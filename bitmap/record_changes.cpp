@@ -1,0 +1,61 @@
+#include "bitmap/record_changes.h"
+
+#include "bitmap/bitmap_manager.h"
+#include "bitmap/flusher.h"
+#include "common/identity.h"
+#include "common/system_time.h"
+#include "logging/log_message.h"
+
+namespace zel {
+
+namespace {
+
+using Owed = ChangeBitmap::Owed;
+
+// Stored although it may stand there: a flush that is clearing it must find this change's.
+void NoteRecorded(const PinnedBitmap& bitmap, Owed owed) {
+  bitmap->HasChanges.store(true, std::memory_order_release);
+  if (owed == Owed::kHeaderToDevice) OweMark(bitmap.data());
+}
+
+}  // namespace
+
+void UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t offset,
+                          std::uint32_t length) {
+  const PinnedBitmaps bitmaps = FindBitmapsToChange(volume_guid, file_id);
+  for (const PinnedBitmap& bitmap : bitmaps) {
+    const auto recorded = bitmap->Changes->RecordWrite(offset, length, SystemTimeNow());
+    NoteRecorded(bitmap, recorded.owed);
+    if (recorded.block_number_cut) {
+      LogMessage(kDriverCommError,
+                 L"UpdateBitmapsForFile: bitmap is larger than 4GB, not supported\n");
+    }
+  }
+  LogMessage(kDriverCommDebug,
+             L"FileId 0x%016I64x write at offset %I64u length %u; %u bitmaps updated\n", file_id,
+             offset, length, static_cast<std::uint32_t>(bitmaps.size()));
+}
+
+void ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t new_size) {
+  for (const PinnedBitmap& bitmap : FindBitmapsToChange(volume_guid, file_id)) {
+    NoteRecorded(bitmap, bitmap->Changes->RecordSize(new_size, SystemTimeNow()));
+  }
+}
+
+void MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid) {
+  for (const PinnedBitmap& bitmap : FindBitmapsToChange(volume_guid, file_id)) {
+    const Owed owed = bitmap->Changes->Distrust(SystemTimeNow());
+    NoteRecorded(bitmap, owed);
+    if (owed == Owed::kNothing) continue;
+    LogMessage(kDriverCommInfo,
+               L"Filter driver indicated unreported changes for Volume %s, FileId 0x%016I64x, "
+               L"BitmapId 0x%016I64x\n",
+               GuidToString(volume_guid).c_str(), file_id, bitmap->BitmapId);
+  }
+}
+
+void WaitForRecordedMarks() {
+  WaitForOwedMarks();
+}
+
+}  // namespace zel

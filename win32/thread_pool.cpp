@@ -1,0 +1,123 @@
+#include "win32/thread_pool.h"
+
+#include <algorithm>
+#include <atomic>
+#include <utility>
+
+namespace zel {
+
+// Threads take the next number until there is none.
+struct ThreadPool::Batch {
+  Batch(std::size_t jobs, const std::function<void(std::size_t)>& work) : count(jobs), job(work) {}
+
+  const std::size_t count;
+  const std::function<void(std::size_t)>& job;  // the caller's, who waits
+  std::atomic<std::size_t> next{0};
+  std::size_t helpers = 0;  // threads at work on it besides the caller; under the pool's mutex
+
+  void Run() {
+    for (std::size_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < count;) job(i);
+  }
+};
+
+void ThreadPool::Start(std::size_t threads) {
+  const LockGuard start(start_mutex_);
+  if (!threads_.empty()) return;
+  for (std::size_t i = 0; i < threads; ++i) {
+    auto thread = std::make_unique<WorkerThread>();
+    if (!thread->Start(RunThread, this)) break;
+    threads_.push_back(std::move(thread));
+  }
+  const LockGuard guard(mutex_);
+  takes_jobs_ = !threads_.empty();
+}
+
+void ThreadPool::Stop() {
+  const LockGuard start(start_mutex_);
+  EndThreads();
+}
+
+void ThreadPool::EndThreads() {
+  {
+    const LockGuard guard(mutex_);
+    takes_jobs_ = false;
+    if (threads_.empty()) return;
+    work_came_.NotifyAll();
+  }
+  for (const auto& thread : threads_) thread->Join();
+  threads_.clear();
+}
+
+void ThreadPool::Post(Job job) {
+  {
+    const LockGuard guard(mutex_);
+    if (takes_jobs_) {
+      posted_.push_back({next_ticket_, std::move(job)});
+      open_tickets_.insert(open_tickets_.end(), next_ticket_++);
+      work_came_.NotifyOne();
+      return;
+    }
+  }
+  job();
+}
+
+void ThreadPool::WaitForPosted() {
+  const LockGuard guard(mutex_);
+  const std::uint64_t end = next_ticket_;
+  while (!open_tickets_.empty() && *open_tickets_.begin() < end) work_ended_.Wait(mutex_);
+}
+
+void ThreadPool::RunAll(std::size_t count, std::size_t most_threads,
+                        const std::function<void(std::size_t)>& job) {
+  const auto batch = std::make_shared<Batch>(count, job);
+  if (const std::size_t helpers = std::min(count, most_threads); helpers > 1) {
+    const LockGuard guard(mutex_);
+    if (takes_jobs_) batches_.insert(batches_.end(), helpers - 1, batch);
+    work_came_.NotifyAll();
+  }
+  batch->Run();
+  const LockGuard guard(mutex_);
+  std::erase(batches_, batch);
+  while (batch->helpers != 0) work_ended_.Wait(mutex_);
+}
+
+void ThreadPool::RunThread(void* self) noexcept {
+  static_cast<ThreadPool*>(self)->Work();
+}
+
+void ThreadPool::Work() {
+  const LockGuard guard(mutex_);
+  for (;;) {
+    if (WorkOnce()) {
+      work_ended_.NotifyAll();
+    } else if (!takes_jobs_) {
+      return;
+    } else {
+      work_came_.Wait(mutex_);
+    }
+  }
+}
+
+bool ThreadPool::WorkOnce() {
+  if (!batches_.empty()) {
+    const std::shared_ptr<Batch> batch = std::move(batches_.front());
+    batches_.pop_front();
+    ++batch->helpers;
+    mutex_.Leave();
+    batch->Run();
+    mutex_.Enter();
+    --batch->helpers;
+    return true;
+  }
+  if (posted_.empty()) return false;
+  Posted posted = std::move(posted_.front());
+  posted_.pop_front();
+  mutex_.Leave();
+  posted.job();
+  posted.job = nullptr;  // what it owns goes before it counts as done
+  mutex_.Enter();
+  open_tickets_.erase(posted.ticket);
+  return true;
+}
+
+}  // namespace zel
