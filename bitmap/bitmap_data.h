@@ -44,9 +44,9 @@ enum class LoadFault : std::uint8_t {
   kSize,
   kMapping,
   kView,
-  kCorrupted,   // too short for its header
-  kBlockSize,   // the header's is not that of the name
-  kMagic,       // this and the next two: what stands in the header
+  kCorrupted,  // too short for its header
+  kBlockSize,  // the header's is not that of the name
+  kMagic,      // this and the next two: what stands in the header
   kVersion,
   kHeaderSize,
 };

@@ -32,8 +32,8 @@ void InitBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
 // Stops the idle scanner, unloads every bitmap cleanly, side by side, and deletes what was to be
 // deleted and is no longer pinned; the cache is kept. May be called twice and by several threads at
-// once. Bits that are set through a pin afterwards still reach the file, but a power cut before they
-// do goes unnoticed: the writers are to be stopped first.
+// once. Bits that are set through a pin afterwards still reach the file, but a power cut before
+// they do goes unnoticed: the writers are to be stopped first.
 void ShutdownBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
 // Registers a bitmap file of `file_size` bytes. False for one that its file already has by its id,

@@ -179,8 +179,8 @@ bool FailLoad(BitmapRecord& record, const LoadFailure& failure, std::uint32_t fi
     const LockGuard guard(bitmapCacheLock);
     record.Discarded = true;
   }
-  const bool is_known = log == LoadLog::kFirstOfRun &&
-                        std::exchange(record.ReportedFailure, failure) == failure;
+  const bool is_known =
+      log == LoadLog::kFirstOfRun && std::exchange(record.ReportedFailure, failure) == failure;
   if (!is_known) LogLoadFailure(record, failure, file_size);
   return false;
 }
@@ -280,7 +280,8 @@ DeleteOutcome DeleteBitmapFile(BitmapRecord& record) {
                            .error = SystemBitmapFiles().Delete(record.FileName)};
   // It is known to nobody any more and misses the changes from now on, and a later start would find
   // it.
-  if (outcome.error != 0 && !IsMissing(outcome.error)) SystemBitmapFiles().Distrust(record.FileName);
+  if (outcome.error != 0 && !IsMissing(outcome.error))
+    SystemBitmapFiles().Distrust(record.FileName);
   return outcome;
 }
 

@@ -50,8 +50,8 @@ class MappedBitmapFile : public BitmapFile {
     mapping_.reset(::CreateFileMappingW(file_.get(), nullptr, PAGE_READWRITE, 0, 0, nullptr));
     if (!mapping_) return false;
     error.step = OpenStep::kView;
-    view_.reset(static_cast<BitmapFileHeader*>(
-        ::MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, 0)));
+    view_.reset(
+        static_cast<BitmapFileHeader*>(::MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, 0)));
     header_ = view_.get();
     return header_ != nullptr;
   }

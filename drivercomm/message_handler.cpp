@@ -3,8 +3,8 @@
 #include <windows.h>
 
 #include "bitmap/bitmap_manager.h"
-#include "common/identity.h"
 #include "bitmap/record_changes.h"
+#include "common/identity.h"
 #include "drivercomm/driver_message.h"
 #include "drivercomm/message_times.h"
 #include "logging/log_message.h"

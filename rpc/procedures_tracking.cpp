@@ -3,8 +3,8 @@
 #include <string>
 
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/format/bitmap_size.h"
 #include "bitmap/create_bitmap.h"
+#include "bitmap/format/bitmap_size.h"
 #include "common/identity.h"
 #include "drivercomm/driver_port.h"
 #include "drivercomm/synchronize.h"

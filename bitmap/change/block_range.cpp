@@ -29,7 +29,7 @@ BitsToSet BitsOfBlocks(BlockRange blocks, std::uint32_t bit_count) {
 }
 
 std::optional<BitRange> BitsFromNewEnd(std::uint64_t new_size, std::uint64_t old_size,
-                                         std::uint32_t block_size, std::uint32_t bit_count) {
+                                       std::uint32_t block_size, std::uint32_t bit_count) {
   if (new_size >= old_size) return std::nullopt;
   const std::uint64_t first = new_size / block_size;
   if (first >= bit_count) return std::nullopt;

@@ -42,9 +42,8 @@ struct BitsToSet {
 
 // The bits from the block of a file's new end to the bitmap's end, when the file has become smaller
 // than `old_size`. None when it has not, or when the new end has no bit.
-[[nodiscard]] std::optional<BitRange> BitsFromNewEnd(std::uint64_t new_size,
-                                                       std::uint64_t old_size,
-                                                       std::uint32_t block_size,
-                                                       std::uint32_t bit_count);
+[[nodiscard]] std::optional<BitRange> BitsFromNewEnd(std::uint64_t new_size, std::uint64_t old_size,
+                                                     std::uint32_t block_size,
+                                                     std::uint32_t bit_count);
 
 }  // namespace zel

@@ -1,8 +1,8 @@
 // Setting a range of bits in a bitmap that others write at the same time.
 //
-// Pure. Bits are never cleared, which is what makes it cheap: a word that has its bits is only read,
-// a word of all ones is only stored, and what is left is one atomic OR for the first and one for the
-// last word of a range. Cost: those two, and a store for each 16 bytes between them.
+// Pure. Bits are never cleared, which is what makes it cheap: a word that has its bits is only
+// read, a word of all ones is only stored, and what is left is one atomic OR for the first and one
+// for the last word of a range. Cost: those two, and a store for each 16 bytes between them.
 //
 // Threads: any number on one bitmap, without a lock; no bit that anyone sets is lost.
 #pragma once

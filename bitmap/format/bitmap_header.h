@@ -18,7 +18,7 @@ inline constexpr std::uint16_t kOldBitmapVersion = 21;  // upgraded on load
 
 // Every field lies at a multiple of its size, so that the layout needs no packing and the fields
 // that several threads write can be atomic.
-struct BitmapFileHeader {             // offset
+struct BitmapFileHeader {         // offset
   std::uint32_t Magic;            // 0x00
   std::uint16_t HeaderSize;       // 0x04
   std::uint16_t Version;          // 0x06

@@ -31,7 +31,8 @@ enum class HeaderStep {
 };
 
 // `name_block_size`: from the file's name; 0 when the name is malformed.
-[[nodiscard]] HeaderStep NextHeaderStep(const BitmapFileHeader& header, std::uint32_t name_block_size);
+[[nodiscard]] HeaderStep NextHeaderStep(const BitmapFileHeader& header,
+                                        std::uint32_t name_block_size);
 
 // Fills in what a header of version 21 does not have.
 void UpgradeVersion(BitmapFileHeader& header, BitmapId bitmap_id, FileTime name_creation_time);

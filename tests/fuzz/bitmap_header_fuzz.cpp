@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "bitmap/bitmap_name.h"
+#include "bitmap/change/set_bits.h"
 #include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/header_checks.h"
-#include "bitmap/change/set_bits.h"
 
 namespace {
 

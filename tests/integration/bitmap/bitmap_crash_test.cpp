@@ -52,9 +52,9 @@ TEST_F(BitmapCrashTest, EverySetBitOfAKilledProcessIsOnDiskAndTheBitmapIsUnrelia
   EXPECT_EQ(test::ReadHeader(path).ClosedCleanly, 0);
   EXPECT_EQ(test::ReadHeader(path).Unreliable, 0);
 
-  BitmapRecord record = test::MakeRecord(path);
-  const LockGuard guard(bitmapCacheLock);
-  ASSERT_TRUE(LoadBitmap(record));
+  BitmapRecord record;
+  test::DescribeRecord(record, path);
+  ASSERT_TRUE(test::Load(record));
   EXPECT_EQ(record.Data->header()->Unreliable, 1);
 }
 

@@ -2,11 +2,9 @@
 
 #include <winioctl.h>
 
-#include <thread>
-
-#include "common/system_time.h"
 #include "tests/integration/support/bitmap_file.h"
 #include "tests/integration/support/log_fixture.h"
+#include "win32/handles.h"
 
 namespace zel {
 namespace {
@@ -22,13 +20,20 @@ class OpenAndMapBitmapTest : public test::LogFixture {
   std::filesystem::path path() const { return directory() / test::BitmapFileName(); }
   std::string path_text() const { return path().string(); }
 
+  // As the manager loads it, which logs.
+  bool Load() {
+    test::DescribeRecord(record_, path());
+    return test::Load(record_);
+  }
+
   BitmapData data_;
+  BitmapRecord record_;
 };
 
 TEST_F(OpenAndMapBitmapTest, DescribesTheBitsBehindTheHeader) {
   StartLogging();
   test::WriteBitmapFile(path(), test::MakeHeader(3), 515);
-  ASSERT_EQ(OpenAndMapBitmap(data_), OpenResult::kMapped);
+  ASSERT_EQ(OpenAndMapBitmap(data_), LoadFailure{});
   EXPECT_EQ(data_.FileSize, 515u);
   EXPECT_EQ(data_.BitmapHeader.SizeOfBitMap, 24u);
   EXPECT_EQ(reinterpret_cast<char*>(data_.BitmapHeader.Buffer),
@@ -39,21 +44,22 @@ TEST_F(OpenAndMapBitmapTest, DescribesTheBitsBehindTheHeader) {
 
 TEST_F(OpenAndMapBitmapTest, EmptyBitmapHasNoDescriptor) {
   test::WriteBitmapFile(path(), test::MakeHeader(0), 512);
-  ASSERT_EQ(OpenAndMapBitmap(data_), OpenResult::kMapped);
+  ASSERT_EQ(OpenAndMapBitmap(data_), LoadFailure{});
   EXPECT_EQ(data_.BitmapHeader.SizeOfBitMap, 0u);
   EXPECT_EQ(data_.BitmapHeader.Buffer, nullptr);
 }
 
 TEST_F(OpenAndMapBitmapTest, FileLongerThanItsBitsIsMapped) {
   test::WriteBitmapFile(path(), test::MakeHeader(3), 516);
-  EXPECT_EQ(OpenAndMapBitmap(data_), OpenResult::kMapped);
+  EXPECT_EQ(OpenAndMapBitmap(data_), LoadFailure{});
 }
 
 TEST_F(OpenAndMapBitmapTest, FileOneByteShortIsCorrupted) {
   StartLogging();
   test::WriteBitmapFile(path(), test::MakeHeader(3), 514);
-  EXPECT_EQ(OpenAndMapBitmap(data_), OpenResult::kCorrupted);
+  EXPECT_EQ(OpenAndMapBitmap(data_).fault, LoadFault::kCorrupted);
   EXPECT_EQ(data_.BitmapHeader.Buffer, nullptr);
+  EXPECT_FALSE(Load());
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre("ERROR Bitmap " + path_text() +
                           " is corrupted: header(512) + bitmap size(3) > file size (514)"));
@@ -61,7 +67,7 @@ TEST_F(OpenAndMapBitmapTest, FileOneByteShortIsCorrupted) {
 
 TEST_F(OpenAndMapBitmapTest, SizeWhoseSumWithTheHeaderWrapsIsCorrupted) {
   test::WriteBitmapFile(path(), test::MakeHeader(0xFFFFFE00), 4096);
-  EXPECT_EQ(OpenAndMapBitmap(data_), OpenResult::kCorrupted);
+  EXPECT_EQ(OpenAndMapBitmap(data_).fault, LoadFault::kCorrupted);
 }
 
 TEST_F(OpenAndMapBitmapTest, EveryFileShorterThanAHeaderIsCorrupted) {
@@ -70,22 +76,24 @@ TEST_F(OpenAndMapBitmapTest, EveryFileShorterThanAHeaderIsCorrupted) {
     test::WriteBitmapFile(path(), header, length);
     BitmapData data;
     data.FileName = path().wstring();
-    EXPECT_EQ(OpenAndMapBitmap(data), OpenResult::kCorrupted) << length;
+    EXPECT_EQ(OpenAndMapBitmap(data).fault, LoadFault::kCorrupted) << length;
   }
 }
 
 TEST_F(OpenAndMapBitmapTest, FileOfNoBytesCannotBeMapped) {
   StartLogging();
   test::WriteFileBytes(path(), "");
-  EXPECT_EQ(OpenAndMapBitmap(data_), OpenResult::kSystemCallFailed);
+  EXPECT_EQ(OpenAndMapBitmap(data_), (LoadFailure{LoadFault::kMapping, ERROR_FILE_INVALID}));
+  EXPECT_FALSE(Load());
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre(StartsWith("ERROR CreateFileMapping(" + path_text() + ") failed: ")));
 }
 
 TEST_F(OpenAndMapBitmapTest, MissingFileCannotBeOpened) {
   StartLogging();
-  EXPECT_EQ(OpenAndMapBitmap(data_), OpenResult::kSystemCallFailed);
-  EXPECT_FALSE(data_.FileHandle);
+  EXPECT_EQ(OpenAndMapBitmap(data_), (LoadFailure{LoadFault::kOpen, ERROR_FILE_NOT_FOUND}));
+  EXPECT_FALSE(data_.File);
+  EXPECT_FALSE(Load());
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre(StartsWith("ERROR Failed to open bitmap " + path_text() + ": ")));
 }
@@ -103,7 +111,7 @@ TEST_F(OpenAndMapBitmapTest, FileOverFourGigabytesIsJudgedByItsLowLength) {
     ASSERT_TRUE(::SetFilePointerEx(file.get(), length, nullptr, FILE_BEGIN));
     ASSERT_TRUE(::SetEndOfFile(file.get()));
   }
-  EXPECT_EQ(OpenAndMapBitmap(data_), OpenResult::kCorrupted);
+  EXPECT_EQ(OpenAndMapBitmap(data_).fault, LoadFault::kCorrupted);
   EXPECT_EQ(data_.FileSize, 514u);
 }
 
@@ -117,7 +125,7 @@ TEST_F(OpenAndMapBitmapTest, FileIsHeldAgainstOtherWritersUntilTheTeardown) {
   {
     BitmapData data;
     data.FileName = path().wstring();
-    ASSERT_EQ(OpenAndMapBitmap(data), OpenResult::kMapped);
+    ASSERT_EQ(OpenAndMapBitmap(data), LoadFailure{});
     EXPECT_FALSE(open_for_writing());
     EXPECT_EQ(::GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
   }
@@ -125,29 +133,17 @@ TEST_F(OpenAndMapBitmapTest, FileIsHeldAgainstOtherWritersUntilTheTeardown) {
   EXPECT_TRUE(std::filesystem::remove(path()));
 }
 
-TEST_F(OpenAndMapBitmapTest, TheLastUpdateTimeIsStampedWithThePresent) {
+// Another program that has the file mapped may change what it says; what was checked counts.
+TEST_F(OpenAndMapBitmapTest, SizesAndBlocksAreThoseThatWereChecked) {
   test::WriteBitmapFile(path(), test::MakeHeader(3), 515);
-  ASSERT_EQ(OpenAndMapBitmap(data_), OpenResult::kMapped);
-  const FileTime before = SystemTimeNow();
-  StampLastUpdateTime(data_);
-  const FileTime stamped = data_.header()->LastUpdateTime;
-  EXPECT_GE(stamped, before);
-  EXPECT_LE(stamped, SystemTimeNow());
-}
-
-TEST_F(OpenAndMapBitmapTest, OneOfManyThreadsIsToldOfANewMark) {
-  test::WriteBitmapFile(path(), test::MakeHeader(3), 515);
-  ASSERT_EQ(OpenAndMapBitmap(data_), OpenResult::kMapped);
-  std::atomic<int> told{0};
-  {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 8; ++i) {
-      threads.emplace_back([&] { told += MarkDistrusted(data_, &BitmapFileHeader::Unreliable); });
-    }
-  }
-  EXPECT_EQ(told, 1);
-  EXPECT_EQ(data_.header()->Unreliable, 1);
-  EXPECT_EQ(data_.header()->SizeChanged, 0);
+  ASSERT_TRUE(Load());
+  BitmapFileHeader& header = *record_.Data->header();
+  header.BitmapSize = 1 << 20;
+  header.BlockSize = 0;
+  EXPECT_EQ(record_.Data->BitmapSize, 3u);
+  const auto recorded = record_.Data->Changes->RecordWrite(23 * test::kBlockSize, 1 << 30, 5);
+  EXPECT_EQ(recorded.owed, ChangeBitmap::Owed::kHeaderToDevice);
+  EXPECT_EQ(test::ReadFileBytes(path()).substr(512), std::string("\0\0\x80", 3));
 }
 
 }  // namespace

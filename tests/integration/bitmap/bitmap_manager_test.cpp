@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "tests/integration/support/bitmap_fixture.h"
+#include "win32/handles.h"
 
 namespace zel {
 namespace {
@@ -268,9 +269,9 @@ UniqueFile HoldAlone(const std::filesystem::path& path) {
 class MissedChangeTest : public BitmapManagerTest {
  protected:
   // Looks up while the bitmap cannot be opened.
-  void FailToFind(FindFor purpose) {
+  void FailToFind(decltype(FindBitmapsForFile)* find) {
     const UniqueFile holder = HoldAlone(path_);
-    EXPECT_TRUE(FindBitmapsForFile(kVolume, kFile, purpose).empty());
+    EXPECT_TRUE(find(kVolume, kFile).empty());
   }
   [[nodiscard]] bool IsUnreliable() const {
     return Get(ReadFileBytes(path_), test::kAtUnreliable, 1) == 1;
@@ -280,25 +281,25 @@ class MissedChangeTest : public BitmapManagerTest {
 };
 
 TEST_F(MissedChangeTest, NextLookupMarksTheBitmap) {
-  FailToFind(FindFor::kChange);
+  FailToFind(FindBitmapsToChange);
   EXPECT_EQ(FindBitmapsForFile(kVolume, kFile).size(), 1u);
   EXPECT_TRUE(IsUnreliable());
 }
 
 TEST_F(MissedChangeTest, NextScanMarksTheBitmap) {
-  FailToFind(FindFor::kChange);
+  FailToFind(FindBitmapsToChange);
   UnloadIdleBitmaps();
   EXPECT_TRUE(IsUnreliable());
 }
 
 TEST_F(MissedChangeTest, ShutdownMarksTheBitmap) {
-  FailToFind(FindFor::kChange);
+  FailToFind(FindBitmapsToChange);
   ShutdownBitmapManager();
   EXPECT_TRUE(IsUnreliable());
 }
 
 TEST_F(MissedChangeTest, ReadingMissesNone) {
-  FailToFind(FindFor::kReading);
+  FailToFind(FindBitmapsForFile);
   EXPECT_EQ(FindBitmapsForFile(kVolume, kFile).size(), 1u);
   EXPECT_FALSE(IsUnreliable());
 }
@@ -424,7 +425,7 @@ TEST_F(BitmapManagerTest, PinOutlivesShutdownWithItsBitsReachingTheFile) {
     ShutdownBitmapManager();
     EXPECT_EQ(pin->header()->ClosedCleanly, 1);
     EXPECT_EQ(pin->InUseCount, 1u);
-    ZelSetBits(&pin->BitmapHeader, 3, 1);
+    pin->Changes->RecordWrite(3 * test::kBlockSize, 1, kCreated);
   }
   EXPECT_EQ(Get(ReadFileBytes(path), 512, 1), 8u);
   EXPECT_TRUE(std::filesystem::remove(path));

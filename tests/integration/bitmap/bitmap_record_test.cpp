@@ -1,10 +1,12 @@
 #include "bitmap/bitmap_record.h"
 
 #include "bitmap/pinned_bitmap.h"
+#include "bitmap/zel_set_bits.h"
 #include "common/system_time.h"
 #include "tests/integration/support/bitmap_file.h"
 #include "tests/integration/support/flush_hooks.h"
 #include "tests/integration/support/log_fixture.h"
+#include "win32/handles.h"
 
 namespace zel {
 namespace {
@@ -27,28 +29,25 @@ class BitmapRecordTest : public test::LogFixture {
 
   void WriteFile(const BitmapFileHeader& header, std::size_t length = 515) {
     test::WriteBitmapFile(path(), header, length);
-    record_ = test::MakeRecord(path());
+    test::DescribeRecord(record_, path());
   }
 
-  bool Load() {
-    const LockGuard guard(bitmapCacheLock);
-    return LoadBitmap(record_);
+  bool Load() { return test::Load(record_); }
+  void Unload() { test::Unload(record_); }
+  void Delete() { test::Delete(record_); }
+
+  // Leave marks as reports do; true for a new one.
+  bool MarkSizeChanged() {
+    return test::Note(record_.Data, record_.Data->Changes->RecordSize(~std::uint64_t{0}, 5));
   }
-  void Unload() {
-    const LockGuard guard(bitmapCacheLock);
-    UnloadBitmap(record_);
-  }
-  void Delete() {
-    const LockGuard guard(bitmapCacheLock);
-    DeleteBitmapFile(record_);
-  }
+  bool MarkUnreliable() { return test::Note(record_.Data, record_.Data->Changes->Distrust(5)); }
 
   std::string FileBytes() const { return test::ReadFileBytes(path()); }
   BitmapFileHeader OnDisk() const { return test::ReadHeader(path()); }
 
   std::wstring name_ = test::BitmapFileName();
   BitmapFileHeader good_ = test::MakeHeader(3);
-  BitmapRecord record_ = {};
+  BitmapRecord record_;
 };
 
 class LoadBitmapTest : public BitmapRecordTest {};
@@ -110,7 +109,7 @@ TEST_F(LoadBitmapTest, OldBitmapIsUpgradedAndThenRepairedByOneLoad) {
   WriteFile(good_);
   test::FlushHooks flushes;
   ASSERT_TRUE(Load());
-  EXPECT_THAT(flushes.Take(), ElementsAre("header", "file", "header", "header"));
+  EXPECT_THAT(flushes.Take(), ElementsAre("header", "file"));
   EXPECT_EQ(OnDisk().Version, 22);
   EXPECT_EQ(OnDisk().HeaderSize, 512);
   EXPECT_EQ(OnDisk().BitmapId, test::kBitmapId);
@@ -214,7 +213,7 @@ TEST_F(LoadBitmapTest, CorruptedBitmapIsDiscardedAndNotTouched) {
 }
 
 TEST_F(LoadBitmapTest, FileThatCannotBeOpenedIsNotDiscarded) {
-  record_ = test::MakeRecord(path());
+  test::DescribeRecord(record_, path());
   EXPECT_FALSE(Load());
   EXPECT_FALSE(record_.Discarded);
 }
@@ -294,6 +293,8 @@ TEST_F(UnloadBitmapTest, BitmapDroppedWithoutItStaysInUseOnDisk) {
 
 class FlushOrderTest : public BitmapRecordTest {
  protected:
+  void SetABit() { test::Note(record_.Data, record_.Data->Changes->RecordWrite(0, 1, 5).owed); }
+
   test::FlushHooks flushes_;
 };
 
@@ -303,24 +304,24 @@ TEST_F(FlushOrderTest, LoadTakesTheMarkOfACleanCloseToTheDevice) {
   EXPECT_THAT(flushes_.Take(), ElementsAre("header", "file"));
 }
 
-TEST_F(FlushOrderTest, LoadTakesANewMarkOfUnreliabilityToTheDeviceAndAnOldOneToTheCache) {
+TEST_F(FlushOrderTest, LoadTakesANewMarkOfUnreliabilityToTheDeviceAndLeavesAnOldOneAlone) {
   good_.ClosedCleanly = 0;
   WriteFile(good_);
   ASSERT_TRUE(Load());
   EXPECT_THAT(flushes_.Take(), ElementsAre("header u", "file"));
   record_.Data.reset();  // as a crash leaves it
   ASSERT_TRUE(Load());
-  EXPECT_THAT(flushes_.Take(), ElementsAre("header u"));
+  EXPECT_THAT(flushes_.Take(), IsEmpty());
 }
 
 TEST_F(FlushOrderTest, MarkGoesToTheDeviceWhenItIsNew) {
   WriteFile(good_);
   ASSERT_TRUE(Load());
   flushes_.Take();
-  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapFileHeader::SizeChanged));
-  EXPECT_FALSE(MarkDistrusted(*record_.Data, &BitmapFileHeader::SizeChanged));
-  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapFileHeader::Unreliable));
-  EXPECT_THAT(flushes_.Take(), ElementsAre("header s", "file", "header s", "header su", "file"));
+  EXPECT_TRUE(MarkSizeChanged());
+  EXPECT_FALSE(MarkSizeChanged());
+  EXPECT_TRUE(MarkUnreliable());
+  EXPECT_THAT(flushes_.Take(), ElementsAre("header s", "file", "header su", "file"));
 }
 
 TEST_F(FlushOrderTest, SettingBitsFlushesNothing) {
@@ -334,9 +335,49 @@ TEST_F(FlushOrderTest, SettingBitsFlushesNothing) {
 TEST_F(FlushOrderTest, UnloadTakesTheBitsToTheDeviceBeforeItMarks) {
   WriteFile(good_);
   ASSERT_TRUE(Load());
+  SetABit();
   flushes_.Take();
   Unload();
   EXPECT_THAT(flushes_.Take(), ElementsAre("all", "file", "all c"));
+}
+
+TEST_F(FlushOrderTest, UnloadOfABitmapThatWasNotChangedOwesNoFlushOfItsBits) {
+  WriteFile(good_);
+  ASSERT_TRUE(Load());
+  SetABit();
+  Unload();
+  ASSERT_TRUE(Load());
+  flushes_.Take();
+  Unload();
+  EXPECT_THAT(flushes_.Take(), ElementsAre("all c"));
+  EXPECT_EQ(FileBytes()[512], 1);
+}
+
+// The system is writing the view's pages itself.
+TEST_F(FlushOrderTest, FlushThatIsLockedOutForAMomentIsTriedAgain) {
+  StartLogging("zelservicelog:bitmap=info\n");
+  WriteFile(good_);
+  ASSERT_TRUE(Load());
+  SetABit();
+  flushes_.Take();
+  flushes_.FailAfter(0, 3, ERROR_LOCK_VIOLATION);
+  Unload();
+  EXPECT_THAT(flushes_.Take(), ElementsAre("all", "all", "all", "all", "file", "all c"));
+  EXPECT_EQ(OnDisk().ClosedCleanly, 1);
+  EXPECT_THAT(StopLoggingAndGetMessages(), IsEmpty());
+}
+
+TEST_F(FlushOrderTest, FlushThatStaysLockedOutFailsInTheEnd) {
+  StartLogging("zelservicelog:bitmap=info\n");
+  WriteFile(good_);
+  ASSERT_TRUE(Load());
+  SetABit();
+  flushes_.FailAfter(0, 1000, ERROR_LOCK_VIOLATION);
+  Unload();
+  EXPECT_EQ(OnDisk().ClosedCleanly, 0);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(StartsWith("ERROR Failed to flush entire bitmap to disk: "),
+                          StartsWith("WARN  Unloaded ")));
 }
 
 // The flush `failing` of an unload fails: the mark of a clean close stays away.
@@ -346,6 +387,7 @@ class FailingUnloadTest : public FlushOrderTest {
     StartLogging("zelservicelog:bitmap=info\n");
     WriteFile(good_);
     ASSERT_TRUE(Load());
+    SetABit();
     flushes_.Take();
     flushes_.FailAfter(failing);
     Unload();
@@ -374,6 +416,7 @@ TEST_F(FlushOrderTest, MarkThatCannotBeFlushedIsLoggedAndDoesNoHarm) {
   StartLogging("zelservicelog:bitmap=info\n");
   WriteFile(good_);
   ASSERT_TRUE(Load());
+  SetABit();
   flushes_.Take();
   flushes_.FailAfter(2);
   Unload();
@@ -388,7 +431,7 @@ TEST_F(FlushOrderTest, FailuresOfTheOtherFlushesAreLoggedOnly) {
   flushes_.FailAfter(0);
   ASSERT_TRUE(Load());
   flushes_.FailAfter(1);
-  EXPECT_TRUE(MarkDistrusted(*record_.Data, &BitmapFileHeader::SizeChanged));
+  EXPECT_TRUE(MarkSizeChanged());
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre(StartsWith("ERROR Failed to flush bitmap header to disk: "),
                           StartsWith("ERROR Failed to flush bitmap file " + path_text())));
@@ -410,9 +453,9 @@ TEST_F(DeleteBitmapFileTest, LoadedBitmapIsUnloadedAndItsFileDeleted) {
 
 TEST_F(DeleteBitmapFileTest, MissingFileOrDirectoryIsNoFailure) {
   StartLogging();
-  record_ = test::MakeRecord(path());
+  test::DescribeRecord(record_, path());
   Delete();
-  record_ = test::MakeRecord(directory() / "missing" / name_);
+  test::DescribeRecord(record_, directory() / "missing" / name_);
   Delete();
   EXPECT_THAT(StopLoggingAndGetMessages(), IsEmpty());
 }
@@ -439,7 +482,7 @@ TEST_F(DeleteBitmapFileTest, FileThatCannotBeDeletedIsMarkedUnreliable) {
 
 TEST_F(DeleteBitmapFileTest, FileTooShortForAHeaderIsNotMadeLonger) {
   test::WriteFileBytes(path(), "short");
-  record_ = test::MakeRecord(path());
+  test::DescribeRecord(record_, path());
   const UniqueFile holder(::CreateFileW(path().c_str(), GENERIC_READ,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                                         FILE_ATTRIBUTE_NORMAL, nullptr));

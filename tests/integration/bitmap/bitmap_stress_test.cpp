@@ -9,6 +9,7 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/create_bitmap.h"
+#include "common/system_time.h"
 #include "logging/settings.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/handle_count.h"
@@ -75,8 +76,8 @@ class BitmapStressTest : public test::BitmapFixture {
 
   static void SetRange(BitmapData& bitmap, std::uint32_t first, std::uint32_t count,
                        Shadow& shadow) {
-    StampLastUpdateTime(bitmap);
-    ZelSetBits(&bitmap.BitmapHeader, first, count);
+    bitmap.Changes->RecordWrite(first * std::uint64_t{4096}, count * 4096, SystemTimeNow());
+    bitmap.HasChanges = true;
     std::string& mine = shadow.try_emplace(bitmap.FileName, kBitmapBytes, '\0').first->second;
     for (std::uint32_t bit = first; bit < first + count; ++bit) {
       mine[bit / 8] = static_cast<char>(mine[bit / 8] | 1 << bit % 8);

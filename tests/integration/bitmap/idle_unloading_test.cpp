@@ -2,8 +2,10 @@
 #include <limits>
 
 #include "bitmap/bitmap_manager.h"
+#include "bitmap/record_changes.h"
 #include "logging/settings.h"
 #include "tests/integration/support/bitmap_fixture.h"
+#include "win32/handles.h"
 
 namespace zel {
 namespace {
@@ -64,7 +66,7 @@ TEST_F(IdleUnloadingTest, ChangedBitmapStaysLoaded) {
   const auto path = AddGood();
   Load();
   FakeClock::now = kLoaded + 599 * kSecond;
-  StampLastUpdateTime(*FindBitmapsForFile(kVolume, kFile)[0]);
+  UpdateBitmapsForFile(kFile, kVolume, 0, 1);
   ScanAt(kLoaded + 1198 * kSecond);
   EXPECT_TRUE(IsLoaded(path));
   ScanAt(kLoaded + 1199 * kSecond);
@@ -108,7 +110,7 @@ TEST_F(IdleUnloadingTest, BitmapNotClosedCleanlyStaysWhenChangedOrPinned) {
     const PinnedBitmap pin = GetBitmapById(IdOf(path));
     ScanAt(kLoaded);
     EXPECT_TRUE(IsHeldOpen(path));
-    StampLastUpdateTime(*pin);
+    UpdateBitmapsForFile(kFile, kVolume, 0, 1);
   }
   ScanAt(kLoaded + 599 * kSecond);
   EXPECT_TRUE(IsHeldOpen(path));

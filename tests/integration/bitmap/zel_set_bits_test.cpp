@@ -1,7 +1,6 @@
 #include <array>
 
-#include "bitmap/ntdll_bitmap.h"
-#include "bitmap/change/set_bits.h"
+#include "bitmap/zel_set_bits.h"
 #include "tests/integration/support/log_fixture.h"
 
 namespace zel {
@@ -63,17 +62,19 @@ TEST_F(ZelSetBitsTest, NothingIsTracedAndBitsAreSetWithTraceOff) {
   EXPECT_THAT(words_, ElementsAre(7, 0xC0));
 }
 
-TEST_F(ZelSetBitsTest, RoutinesAreLookedUpByTheFirstCall) {
-  EXPECT_FALSE(IsNtdllBitmapResolved());
-  ZelSetBits(&bitmap_, 0, 1);
-  EXPECT_TRUE(IsNtdllBitmapResolved());
-  RtlBitmap initialized = {};
-  ntdllBitmap.RtlInitializeBitMap.load()(&initialized, words_.data(), 40);
-  EXPECT_EQ(initialized.SizeOfBitMap, 40u);
-  EXPECT_EQ(initialized.Buffer, words_.data());
-  ASSERT_NE(ntdllBitmap.RtlAreBitsClear.load(), nullptr);
-  EXPECT_TRUE(ntdllBitmap.RtlAreBitsClear.load()(&initialized, 1, 39));
-  EXPECT_FALSE(ntdllBitmap.RtlAreBitsClear.load()(&initialized, 0, 1));
+// By ntdll's own routines.
+TEST_F(ZelSetBitsTest, DescribedBitsAreThoseOfTheBuffer) {
+  RtlBitmap described = {};
+  DescribeBits(described, words_.data(), 40);
+  EXPECT_EQ(described.SizeOfBitMap, 40u);
+  EXPECT_EQ(described.Buffer, words_.data());
+  ZelSetBits(&described, 0, 1);
+  using AreBitsClear = std::uint8_t __stdcall(RtlBitmap*, std::uint32_t, std::uint32_t);
+  auto* const are_bits_clear = reinterpret_cast<AreBitsClear*>(reinterpret_cast<void*>(
+      ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "RtlAreBitsClear")));
+  ASSERT_NE(are_bits_clear, nullptr);
+  EXPECT_TRUE(are_bits_clear(&described, 1, 39));
+  EXPECT_FALSE(are_bits_clear(&described, 0, 1));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "bitmap/bitmap_name.h"
 #include "bitmap/bitmap_record.h"
+#include "bitmap/flusher.h"
 #include "bitmap/format/new_bitmap.h"
 #include "tests/integration/support/temp_directory.h"
 
@@ -51,13 +52,37 @@ inline std::wstring BitmapFileName() {
   return FormatBitmapName(kCreated, kBlockSize);
 }
 
-inline BitmapRecord MakeRecord(const std::filesystem::path& path) {
-  BitmapRecord record = {};
+// Makes `record` that of the bitmap file at `path`, as the manager would.
+inline void DescribeRecord(BitmapRecord& record, const std::filesystem::path& path) {
   record.VolumeGuid = kVolume;
   record.FileId = kFileId;
   record.BitmapId = kBitmapId;
   record.FileName = path.wstring();
-  return record;
+  const std::wstring name = path.filename().wstring();
+  if (name.size() != kBitmapNameLength || !ParseNameCreationTime(name)) return;
+  record.BlockSize = ParseNameBlockSize(name).value_or(0);
+  record.CreationTime = *ParseNameCreationTime(name);
+}
+
+// What is done with a record's file, and what is logged of it.
+inline bool Load(BitmapRecord& record) {
+  const LockGuard guard(record.Lock);
+  return LoadBitmap(record);
+}
+inline void Unload(BitmapRecord& record) {
+  const LockGuard guard(record.Lock);
+  LogUnload(record, UnloadBitmap(record, UnloadIf::kAlways));
+}
+inline void Delete(BitmapRecord& record) {
+  const LockGuard guard(record.Lock);
+  LogDelete(record, DeleteBitmapFile(record));
+}
+
+// Notes a change that was recorded, as a report does. True when it left a new mark.
+inline bool Note(const std::shared_ptr<BitmapData>& data, ChangeBitmap::Owed owed) {
+  data->HasChanges = true;
+  if (owed == ChangeBitmap::Owed::kHeaderToDevice) OweMark(data);
+  return owed == ChangeBitmap::Owed::kHeaderToDevice;
 }
 
 }  // namespace zel::test

@@ -9,36 +9,38 @@
 #include <cstdio>
 #include <string_view>
 
+#include "bitmap/zel_set_bits.h"
 #include "tests/integration/support/bitmap_file.h"
 #include "win32/handles.h"
 
 namespace zel::test {
 namespace {
 
+constexpr std::uint64_t kGrown = std::uint64_t{1} << 40;  // a file's size behind every bitmap
+
 void Say(const char* step) {
   std::puts(step);
   std::fflush(stdout);
 }
 
-int Unload(BitmapRecord& record) {
+int RunUnload(BitmapRecord& record) {
   Say("load");
-  const LockGuard guard(bitmapCacheLock);
-  if (!LoadBitmap(record)) return 1;
+  if (!Load(record)) return 1;
+  ChangeBitmap& changes = *record.Data->Changes;
   Say("mark");
-  MarkDistrusted(*record.Data, &BitmapFileHeader::SizeChanged);
+  Note(record.Data, changes.RecordSize(kGrown, kCreated));
   Say("mark again");
-  MarkDistrusted(*record.Data, &BitmapFileHeader::SizeChanged);
+  Note(record.Data, changes.RecordSize(kGrown + 1, kCreated));
   Say("set");
-  ZelSetBits(&record.Data->BitmapHeader, 1, 1);
+  Note(record.Data, changes.RecordWrite(kBlockSize, 1, kCreated).owed);
   Say("unload");
-  UnloadBitmap(record);
+  Unload(record);
   Say("end");
   return 0;
 }
 
-int Hold(BitmapRecord& record, const wchar_t* event_name) {
-  const LockGuard guard(bitmapCacheLock);
-  if (!LoadBitmap(record)) return 1;
+int RunHold(BitmapRecord& record, const wchar_t* event_name) {
+  if (!Load(record)) return 1;
   const RtlBitmap* const bitmap = &record.Data->BitmapHeader;
   for (std::uint32_t bit = 0; bit < bitmap->SizeOfBitMap; bit += 3) ZelSetBits(bitmap, bit, 1);
   ZelSetBits(bitmap, 1000, 2000);
@@ -54,8 +56,9 @@ int Hold(BitmapRecord& record, const wchar_t* event_name) {
 int wmain(int count, wchar_t** arguments) {
   if (count < 3) return 2;
   const std::wstring_view task = arguments[1];
-  zel::BitmapRecord record = zel::test::MakeRecord(arguments[2]);
-  if (task == L"unload" && count == 3) return zel::test::Unload(record);
-  if (task == L"hold" && count == 4) return zel::test::Hold(record, arguments[3]);
+  zel::BitmapRecord record;
+  zel::test::DescribeRecord(record, arguments[2]);
+  if (task == L"unload" && count == 3) return zel::test::RunUnload(record);
+  if (task == L"hold" && count == 4) return zel::test::RunHold(record, arguments[3]);
   return 2;
 }

@@ -26,8 +26,12 @@ class FlushHooks {
   // changed), u(nreliable), as "header", "header cu"; or "file". Empties the list.
   std::vector<std::string> Take() { return std::exchange(seen_, {}); }
 
-  // Lets one flush fail, after `passing` others.
-  void FailAfter(int passing) { until_failure_ = passing; }
+  // Lets flushes fail with `error`, after `passing` others.
+  void FailAfter(int passing, int failing = 1, DWORD error = ERROR_DISK_FULL) {
+    until_failure_ = passing;
+    failing_ = failing;
+    error_ = error;
+  }
 
  private:
   using FlushView = decltype(&::FlushViewOfFile);
@@ -51,15 +55,18 @@ class FlushHooks {
 
   // False when this flush is to fail.
   bool Note(const std::string& flush) {
-    const bool fails = until_failure_-- == 0;
     seen_.push_back(flush);
-    if (fails) ::SetLastError(ERROR_DISK_FULL);
-    return !fails;
+    if (failing_ == 0 || until_failure_-- > 0) return true;
+    --failing_;
+    ::SetLastError(error_);
+    return false;
   }
 
   static inline FlushHooks* current_ = nullptr;
   std::vector<std::string> seen_;
-  int until_failure_ = -1;  // negative: none fails
+  int until_failure_ = 0;
+  int failing_ = 0;
+  DWORD error_ = ERROR_DISK_FULL;
   ImportHook view_{__imp_FlushViewOfFile, &OnFlushView};
   ImportHook file_{__imp_FlushFileBuffers, &OnFlushFile};
 };

@@ -4,14 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "bitmap/change/change_bitmap.h"
 #include "bitmap/format/header_checks.h"
 #include "bitmap/format/new_bitmap.h"
-#include "bitmap/change/set_bits.h"
-#include "bitmap/change/block_range.h"
 #include "drivercomm/driver_message.h"
 #include "tests/unit/support/change_model.h"
 
@@ -24,49 +24,51 @@ using test::k4G;
 using test::kModelBlockSizes;
 using test::ModelBitmap;
 
-// A bitmap as the service keeps it, moved by the product's own code.
+// A bitmap as the service keeps it: a ChangeBitmap over a header and bits of its own.
 class RealBitmap {
  public:
   RealBitmap(std::uint64_t file_size, std::uint32_t block_size, std::uint32_t bytes)
-      : words_(bytes / 4 + 1) {
+      : words_(std::make_unique<std::uint64_t[]>(bytes / 8 + 1)),
+        header_(MakeHeader(file_size, block_size, bytes)),
+        changes_(*header_, block_size, {bytes * 8, Bits()},
+                 [](const RtlBitmap* bitmap, std::uint32_t first, std::uint32_t count) {
+                   SetBitsInRange(*bitmap, first, count);
+                 }) {}
+
+  void Load() { MarkInUse(*header_, 3); }
+  void Unload() { header_->ClosedCleanly = 1; }
+
+  void Apply(const DriverMessage& message) {
+    if (message.UnreportedChanges != 0) changes_.Distrust(4);
+    if (message.Type == DriverMessageType::kWrite) {
+      changes_.RecordWrite(message.OffsetOrSize, message.Length, 4);
+    } else if (message.Type == DriverMessageType::kSizeChanged) {
+      changes_.RecordSize(message.OffsetOrSize, 4);
+    }
+  }
+
+  [[nodiscard]] bool Bit(std::size_t bit) const { return (Bits()[bit / 32] >> bit % 32 & 1) != 0; }
+  [[nodiscard]] const BitmapFileHeader& header() const { return *header_; }
+
+ private:
+  static std::unique_ptr<BitmapFileHeader> MakeHeader(std::uint64_t file_size,
+                                                      std::uint32_t block_size,
+                                                      std::uint32_t bytes) {
     const NewBitmap bitmap = {.volume_guid = {},
                               .file_id = 1,
                               .creation_time = 1,
                               .bitmap_size = bytes,
                               .block_size = block_size,
                               .file_size = file_size};
-    header_ = ComposeNewBitmapBytes(bitmap, 2).header;
+    return std::make_unique<BitmapFileHeader>(ComposeNewBitmapBytes(bitmap, 2).header);
+  }
+  [[nodiscard]] std::uint32_t* Bits() const {
+    return reinterpret_cast<std::uint32_t*>(words_.get());
   }
 
-  void Load() { MarkInUse(header_, 3); }
-  void Unload() { header_.ClosedCleanly = 1; }
-
-  void Apply(const DriverMessage& message) {
-    if (message.UnreportedChanges != 0) header_.Unreliable = 1;
-    if (message.Type == DriverMessageType::kWrite) {
-      const BitsToSet to_set = BitsOfBlocks(
-          BlocksOfWrite(message.OffsetOrSize, message.Length, header_.BlockSize), bit_count());
-      if (to_set.passes_end) header_.SizeChanged = 1;
-      Set(to_set.bits);
-    } else if (message.Type == DriverMessageType::kSizeChanged &&
-               message.OffsetOrSize != header_.FileSize) {
-      header_.SizeChanged = 1;
-      Set(BitsFromNewEnd(message.OffsetOrSize, header_.FileSize, header_.BlockSize, bit_count()));
-    }
-  }
-
-  [[nodiscard]] bool Bit(std::size_t bit) const { return (words_[bit / 32] >> bit % 32 & 1) != 0; }
-  [[nodiscard]] const BitmapFileHeader& header() const { return header_; }
-
- private:
-  [[nodiscard]] std::uint32_t bit_count() const { return header_.BitmapSize * 8; }
-  void Set(const std::optional<BitRange>& range) {
-    const RtlBitmap bitmap = {bit_count(), words_.data()};
-    if (range) SetBitsInRange(bitmap, range->first, range->count);
-  }
-
-  BitmapFileHeader header_;
-  std::vector<std::uint32_t> words_;
+  std::unique_ptr<std::uint64_t[]> words_;
+  std::unique_ptr<BitmapFileHeader> header_;
+  ChangeBitmap changes_;
 };
 
 struct TrackedBitmap {
@@ -98,7 +100,7 @@ class History {
 
   void AddBitmap(std::uint32_t block_size, std::uint32_t bytes) {
     const std::size_t bits = std::size_t{bytes} * 8;
-    bitmaps_.push_back({{file_size_, block_size, bits}, {file_size_, block_size, bytes}});
+    bitmaps_.push_back({{file_size_, block_size, bits}, RealBitmap(file_size_, block_size, bytes)});
   }
 
   // One random event.

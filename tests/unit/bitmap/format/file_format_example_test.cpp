@@ -8,10 +8,10 @@
 #include <string>
 
 #include "bitmap/bitmap_name.h"
+#include "bitmap/change/set_bits.h"
 #include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/header_checks.h"
 #include "bitmap/format/new_bitmap.h"
-#include "bitmap/change/set_bits.h"
 #include "tests/unit/support/hex_dump.h"
 
 namespace zel {
