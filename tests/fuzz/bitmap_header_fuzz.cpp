@@ -1,5 +1,5 @@
 // Any bytes as a bitmap file: loaded, refused or discarded, as LoadBitmap decides with the same
-// functions. In a loaded one, ranges of bits set what they say and nothing else of the file.
+// functions. In a loaded one, writes set the bits of their blocks and nothing else of the file.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "bitmap/bitmap_name.h"
-#include "bitmap/change/set_bits.h"
+#include "bitmap/change/change_bitmap.h"
 #include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/header_checks.h"
 
@@ -70,24 +70,35 @@ void SetInModel(std::vector<Byte>& bytes, std::uint32_t bits, Range range) {
   }
 }
 
-// The ranges are taken from the reserved part of the header.
-void SetBits(Byte* file, std::size_t size) {
-  zel::BitmapFileHeader header;
-  std::memcpy(&header, file, sizeof header);
-  const zel::RtlBitmap bitmap = {zel::CountBits(header.BitmapSize),
-                                 reinterpret_cast<std::uint32_t*>(file + sizeof header)};
-  const std::vector<Byte> before(file, file + sizeof header);
+// Records writes of whole blocks, whose ranges are taken from the reserved part of the header.
+void RecordWrites(Byte* file, std::size_t size) {
+  auto& header = *reinterpret_cast<zel::BitmapFileHeader*>(file);
+  const zel::RtlBitmap bits = {zel::CountBits(header.BitmapSize),
+                               reinterpret_cast<std::uint32_t*>(file + sizeof header)};
+  zel::ChangeBitmap bitmap(header, header.BlockSize, bits,
+                           [](const zel::RtlBitmap* to, std::uint32_t first, std::uint32_t count) {
+                             zel::SetBitsInRange(*to, first, count);
+                           });
+  std::vector<Byte> expected_header(file, file + sizeof header);
   std::vector<Byte> expected(file + sizeof header, file + size);
+  bool passes_end = header.SizeChanged != 0;
   for (std::size_t at = 0; at < 64; at += sizeof(Range)) {
     Range range;
     std::memcpy(&range, header.reserved_60 + at, sizeof range);
-    // Most numbers are far outside: fold half of them into the bitmap and a little behind it.
-    if (range.first % 2 == 0) range.first = range.first / 2 % (bitmap.SizeOfBitMap + 9);
-    if (range.count % 2 == 0) range.count = range.count / 2 % (bitmap.SizeOfBitMap + 9);
-    zel::SetBitsInRange(bitmap, range.first, range.count);
-    SetInModel(expected, bitmap.SizeOfBitMap, range);
+    // Most numbers are far outside: fold half of them into the bitmap and a little past its end.
+    if (range.first % 2 == 0) range.first = range.first / 2 % (bits.SizeOfBitMap + 9);
+    if (range.count % 2 == 0) range.count = range.count / 2 % (bits.SizeOfBitMap + 9);
+    range.count = std::min(range.count, 0xFFFFFFFF / header.BlockSize);
+    bitmap.RecordWrite(std::uint64_t{range.first} * header.BlockSize,
+                       range.count * header.BlockSize, 9);
+    SetInModel(expected, bits.SizeOfBitMap, range);
+    passes_end |= std::uint64_t{range.first} + range.count > bits.SizeOfBitMap;
   }
-  Require(std::memcmp(file, before.data(), before.size()) == 0);
+  // Of the header the stamp and the mark, nothing else.
+  const std::uint64_t now = 9;
+  std::memcpy(expected_header.data() + 0x30, &now, sizeof now);
+  if (passes_end && expected_header[0x3E] == 0) expected_header[0x3E] = 1;
+  Require(std::equal(expected_header.begin(), expected_header.end(), file));
   Require(std::equal(expected.begin(), expected.end(), file + sizeof header));
 }
 
@@ -113,6 +124,6 @@ extern "C" int LLVMFuzzerTestOneInput(const Byte* data, std::size_t size) {
   const std::unique_ptr<Byte, Free> file(static_cast<Byte*>(std::malloc(size)));
   std::memcpy(file.get(), data, size);
   std::memcpy(file.get(), &header, sizeof header);
-  SetBits(file.get(), size);
+  RecordWrites(file.get(), size);
   return 0;
 }

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <memory>
 
-#include "bitmap/change/block_range.h"
+#include "bitmap/change/change_bitmap.h"
 #include "drivercomm/driver_message.h"
 
 namespace {
@@ -37,23 +37,38 @@ void RequireFields(const zel::DriverMessage& message, const Byte* data, std::siz
   Require(message.Length == Number(data, size, 72, 4));
 }
 
-void RequireInside(const std::optional<zel::BitRange>& bits, std::uint32_t bit_count) {
-  if (bits) Require(std::uint64_t{bits->first} + bits->count <= bit_count);
+// What was set last, and the bitmap's size, for the setter that notes instead of setting.
+struct Noted {
+  std::uint32_t bit_count;
+  bool sets;
+};
+thread_local Noted noted;
+
+void RequireInside(const zel::RtlBitmap* bitmap, std::uint32_t first, std::uint32_t count) {
+  Require(bitmap->SizeOfBitMap == noted.bit_count);
+  Require(std::uint64_t{first} + count <= noted.bit_count);
+  noted.sets = true;
 }
 
 // The message's numbers as a write and as a size change of files with all kinds of bitmaps.
 void ApplyToBitmaps(const zel::DriverMessage& message) {
+  using Owed = zel::ChangeBitmap::Owed;
   for (const std::uint32_t block_size : {1u, 3u, 4096u, 65'536u, 0xFFFFFFFFu}) {
     for (const std::uint32_t bit_count : {0u, 1u, 8u, 1000u, 0xFFFFFFFFu}) {
-      const zel::BlockRange blocks =
-          zel::BlocksOfWrite(message.OffsetOrSize, message.Length, block_size);
-      const zel::BitsToSet to_set = zel::BitsOfBlocks(blocks, bit_count);
-      RequireInside(to_set.bits, bit_count);
-      Require(to_set.passes_end == (blocks.first > 0xFFFFFFFF ||
-                                    blocks.first + std::uint64_t{blocks.count} > bit_count));
-      RequireInside(
-          zel::BitsFromNewEnd(message.OffsetOrSize, message.FileId, block_size, bit_count),
-          bit_count);
+      noted = {bit_count, false};
+      zel::BitmapFileHeader header = {};
+      header.FileSize = message.FileId;
+      zel::ChangeBitmap bitmap(header, block_size, {bit_count, nullptr}, RequireInside);
+      const auto recorded = bitmap.RecordWrite(message.OffsetOrSize, message.Length, 1);
+      const std::uint64_t first = message.OffsetOrSize / block_size;
+      Require(recorded.block_number_cut == first > 0xFFFFFFFF);
+      Require((header.SizeChanged != 0) == (recorded.owed == Owed::kHeaderToDevice));
+      // A write of something is in a bit, or the bitmap says that it is not.
+      Require(message.Length == 0 || noted.sets || header.SizeChanged != 0);
+      const Owed owed = bitmap.RecordSize(message.OffsetOrSize, 2);
+      Require(message.OffsetOrSize == header.FileSize || header.SizeChanged != 0);
+      Require(owed == Owed::kNothing || recorded.owed == Owed::kNothing);
+      Require(header.Unreliable == 0);
     }
   }
 }
