@@ -20,16 +20,22 @@ struct ThreadPool::Batch {
   }
 };
 
+void ThreadPool::SetTakesJobs(bool takes_jobs) {
+  const LockGuard guard(mutex_);
+  takes_jobs_ = takes_jobs;
+  if (!takes_jobs) work_came_.NotifyAll();
+}
+
 void ThreadPool::Start(std::size_t threads) {
   const LockGuard start(start_mutex_);
   if (!threads_.empty()) return;
+  SetTakesJobs(true);  // a thread that finds nothing to do and nothing to come ends
   for (std::size_t i = 0; i < threads; ++i) {
     auto thread = std::make_unique<WorkerThread>();
     if (!thread->Start(RunThread, this)) break;
     threads_.push_back(std::move(thread));
   }
-  const LockGuard guard(mutex_);
-  takes_jobs_ = !threads_.empty();
+  if (threads_.empty()) EndThreads();
 }
 
 void ThreadPool::Stop() {
@@ -37,15 +43,13 @@ void ThreadPool::Stop() {
   EndThreads();
 }
 
+// What is left in the queue when there never was a thread is carried out here.
 void ThreadPool::EndThreads() {
-  {
-    const LockGuard guard(mutex_);
-    takes_jobs_ = false;
-    if (threads_.empty()) return;
-    work_came_.NotifyAll();
-  }
+  SetTakesJobs(false);
   for (const auto& thread : threads_) thread->Join();
   threads_.clear();
+  const LockGuard guard(mutex_);
+  while (WorkOnce()) work_ended_.NotifyAll();
 }
 
 void ThreadPool::Post(Job job) {

@@ -59,6 +59,7 @@ class ThreadPool {
   void Work() ZEL_EXCLUDES(mutex_);
   // One piece of work, without the mutex. False when there is none.
   bool WorkOnce() ZEL_REQUIRES(mutex_);
+  void SetTakesJobs(bool takes_jobs) ZEL_EXCLUDES(mutex_);
   void EndThreads() ZEL_REQUIRES(start_mutex_) ZEL_EXCLUDES(mutex_);
 
   Mutex start_mutex_;  // before mutex_; held while threads are waited for

@@ -1,0 +1,89 @@
+// Bitmap files in memory, each with what the file cache and what the device has of it: the device
+// gets what was flushed, as a power cut would leave it. A test can make any operation wait or fail.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "bitmap/bitmap_file.h"
+#include "bitmap/bitmap_manager.h"
+
+namespace zel::test {
+
+inline constexpr std::uint32_t kBlockSize = 4096;
+inline constexpr VolumeGuid kVolume = {1, 2, 3, {4}};
+
+// What is about to be done with the file of this path; called by the thread that does it, before.
+enum class FileOperation { kOpen, kFlushHeader, kFlushView, kFlushToDevice, kClose, kDelete };
+using FileHook = std::function<void(FileOperation, const std::wstring& path)>;
+
+// What stands in a bitmap's file.
+struct BitmapContents {
+  BitmapFileHeader header;
+  std::vector<bool> bits;
+
+  [[nodiscard]] bool IsTrusted() const {
+    return header.ClosedCleanly == 1 && header.Unreliable == 0;
+  }
+};
+
+class MemoryBitmapFiles : public BitmapFiles {
+ public:
+  // Makes an empty, clean bitmap of `bits` bits and adds it to the manager. Returns its path.
+  std::wstring Create(FileId file, BitmapId id, std::uint32_t bits);
+
+  [[nodiscard]] bool Exists(const std::wstring& path);
+  [[nodiscard]] bool IsOpen(const std::wstring& path);
+  [[nodiscard]] BitmapContents InCache(const std::wstring& path);
+  [[nodiscard]] BitmapContents OnDevice(const std::wstring& path);
+
+  // Called before every operation; set while no other thread uses the files.
+  void SetHook(FileHook hook) { hook_ = std::move(hook); }
+
+  // Lets the file be opened again, or no longer.
+  void Hold(const std::wstring& path, bool held);
+
+  std::unique_ptr<BitmapFile> Open(const std::wstring& path, OpenError& error) override;
+  std::uint32_t Delete(const std::wstring& path) override;
+  void Distrust(const std::wstring& path) override;
+
+ private:
+  struct Stored;
+  class Opened;
+
+  void Call(FileOperation operation, const std::wstring& path) {
+    if (hook_) hook_(operation, path);
+  }
+  std::shared_ptr<Stored> Find(const std::wstring& path);
+
+  FileHook hook_;
+  std::mutex mutex_;
+  std::map<std::wstring, std::shared_ptr<Stored>> files_;
+};
+
+// The ones behind SystemBitmapFiles().
+[[nodiscard]] MemoryBitmapFiles& Files();
+
+// A door that a test closes in front of other threads.
+class Gate {
+ public:
+  // Waits while the gate is closed.
+  void Pass();
+  // Returns when `threads` threads wait at it; they go on when it is opened.
+  void WaitForThreads(int threads);
+  void Open();
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool open_ = false;
+  int waiting_ = 0;
+};
+
+}  // namespace zel::test
