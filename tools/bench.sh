@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the benchmarks (all, or those named: tools/bench.sh log) on Wine, in a quiet moment.
+# Runs the benchmarks (all, or those named: tools/bench.sh log slow-disk) on Wine, in a quiet moment.
 # Every figure stands beside a reference of the same run; ends non-zero when one misses its limit.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -12,6 +12,7 @@ trap 'tools/wine-run.sh --stop' EXIT
 tools/wine-run.sh --start
 status=0
 for name in "${@:-*}"; do
+  name=${name//-/_}
   for program in build/mingw/bin/{,simulator/}${name}_bench.exe; do
     [ -e "$program" ] || continue
     echo "== $(basename "$program" _bench.exe)"

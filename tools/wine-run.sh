@@ -2,7 +2,8 @@
 # Runs a Windows program on Wine in a prefix of the build folder, made when it is missing.
 # CMake's cross-compiling emulator and the test scripts call it; never the user's own prefix.
 #
-#   tools/wine-run.sh PROGRAM [ARGUMENT...]     ZEL_WINEPREFIX names another prefix
+#   tools/wine-run.sh PROGRAM [ARGUMENT...]     ZEL_WINEPREFIX names another prefix,
+#                                               ZEL_WINE_PRELOAD a library to load into its programs
 #   tools/wine-run.sh --start                   makes the prefix and keeps its server running
 #   tools/wine-run.sh --stop                    ends that server and every program in the prefix
 set -euo pipefail
@@ -14,6 +15,8 @@ export WINEPREFIX=${ZEL_WINEPREFIX:-$root/build/wine/tests}
 export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all}
 export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d"
 unset DISPLAY WAYLAND_DISPLAY
+# Every program of the prefix inherits it from the first one, the server and the services included.
+if [ -n "${ZEL_WINE_PRELOAD:-}" ]; then export LD_PRELOAD=$ZEL_WINE_PRELOAD; fi
 
 # At its start a Wine program maps a page at 0x7ffe0000. The kernel puts the heap anywhere in the
 # gigabyte behind Wine's loader, and when that is there the program ends with 1 and no word, once in
