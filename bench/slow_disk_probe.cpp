@@ -8,15 +8,14 @@
 //   loaded
 //                                                       bitmap, each to the next block from BLOCK
 //                                                       on
-//   slow_disk_probe lookups VOLUME FILEID               asks for the file's bitmaps and for the
-//   tracked
-//                                                       files, again and again
+//   slow_disk_probe bitmaps VOLUME FILEID               lists the bitmaps of a file, again and
+//   again slow_disk_probe files                               lists the tracked files likewise
 //   slow_disk_probe stop SERVICE                        until the service has stopped
 //
-// `writes` and `lookups` print "ready" after the first one, go on until standard input ends and
-// print then, times in microseconds:
-//   writes:   how many were seen, the longest wait, the wait so far of one that was not seen (0:
-//   none) lookups:  how many of each, the longest of the bitmaps, the longest of the tracked files
+// `writes`, `bitmaps` and `files` print "ready" after the first one, go on until standard input
+// ends and print then, times in microseconds:
+//   writes:           how many were seen, the longest wait, the wait so far of one not seen (0:
+//   none) bitmaps, files:   how many, the longest, the median
 // `stop` prints the error of the control (0: none) and the microseconds until the service had
 // stopped.
 #include <windows.h>
@@ -24,7 +23,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -41,7 +39,7 @@ namespace {
 
 constexpr std::uint64_t kBlockSize = 65'536;
 constexpr std::size_t kHeaderBytes = 512;
-constexpr DWORD kPauseMs = 2;         // between two writes or look-ups
+constexpr DWORD kPauseMs = 5;         // between two writes or look-ups
 constexpr std::uint16_t kRoom = 600;  // for a name
 constexpr auto kStopLimit = std::chrono::minutes(2);
 
@@ -134,29 +132,29 @@ bool ListBitmaps(const ZelClient& client, const FileKey& file) {
   return result.rpc_status == 0 && result.code == ERROR_NO_MORE_ITEMS;
 }
 
-bool ListFiles(const ZelClient& client, const FileKey& /*file*/) {
+bool ListFiles(const ZelClient& client) {
   std::vector<TrackedFile> files;
   return client.GetTrackedFiles(files).ok();
 }
 
-int LookUp(const FileKey& file) {
+template <class List>
+int LookUp(List list) {
   UniqueBinding binding;
   if (MakeBinding({}, binding) != 0) return ERROR_OPEN_FAILED;
   const ZelClient client(std::move(binding));
   WatchInput();
-  long long count = 0;
-  long long longest = 0;
-  while (!inputEnded) {
-    for (const auto& look_up : {ListBitmaps, ListFiles}) {
-      const Clock::time_point begin = Clock::now();
-      if (!look_up(client, file)) return ERROR_GEN_FAILURE;
-      // The first ones find the service's endpoint.
-      if (++count > 2) longest = std::max(longest, MicrosecondsSince(begin));
-    }
-    if (count == 2) Say("ready");
+  if (!list(client)) return ERROR_GEN_FAILURE;  // finds the service's endpoint
+  Say("ready");
+  std::vector<long long> taken;
+  do {
+    const Clock::time_point begin = Clock::now();
+    if (!list(client)) return ERROR_GEN_FAILURE;
+    taken.push_back(MicrosecondsSince(begin));
     ::Sleep(kPauseMs);
-  }
-  Say(std::to_string(count) + " " + std::to_string(longest));
+  } while (!inputEnded);
+  std::ranges::sort(taken);
+  Say(std::to_string(taken.size()) + " " + std::to_string(taken.back()) + " " +
+      std::to_string(taken[taken.size() / 2]));
   return 0;
 }
 
@@ -187,13 +185,16 @@ int Run(const std::vector<std::wstring>& words) {
   const std::wstring verb = words.empty() ? L"" : words[0];
   if (verb == L"orders" && words.size() == 1) return RelayOrders();
   if (verb == L"stop" && words.size() == 2) return StopService(words[1].c_str());
+  if (verb == L"files" && words.size() == 1) return LookUp(ListFiles);
   if (words.size() < 3) return ERROR_BAD_ARGUMENTS;
   FileKey file = {};
   if (!sim::ParseVolume(Narrow(words[1]), file.volume) ||
       !sim::ParseNumber(Narrow(words[2]), file.file_id)) {
     return ERROR_BAD_ARGUMENTS;
   }
-  if (verb == L"lookups" && words.size() == 3) return LookUp(file);
+  if (verb == L"bitmaps" && words.size() == 3) {
+    return LookUp([&](const ZelClient& client) { return ListBitmaps(client, file); });
+  }
   if (verb != L"writes" || words.size() != 5) return ERROR_BAD_ARGUMENTS;
   return ReportWrites(Narrow(words[1] + L" " + words[2]), BitmapFile(words[3].c_str()),
                       std::stoull(words[4]));
