@@ -27,7 +27,7 @@ STOPPED_TOO = 5_000
 
 # The limits, at +10 ms.
 LIMITED_DELAY_MS = 10
-FLUSHER_THREADS = 16  # of the service
+FLUSHER_THREADS = 32  # of the service
 WAIT_LIMIT_MS = 50
 FIRST_WRITES_RATIO = 1.5
 SYNC_RATIO = 1.5
