@@ -15,13 +15,17 @@ bool IsDirectoryItselfOrParent(std::wstring_view name) {
   return name == L"." || name == L"..";
 }
 
-// How a listing ends without a fault.
+}  // namespace
+
 bool IsEndOfListing(DWORD error) {
   return error == ERROR_NO_MORE_FILES || error == ERROR_FILE_NOT_FOUND ||
          error == ERROR_PATH_NOT_FOUND;
 }
 
-}  // namespace
+void LogFailedListing(const std::wstring& directory, DWORD error) {
+  LogMessage(kBitmapError, L"Listing directory %s failed: %hs\n", directory.c_str(),
+             ErrorInfo(error).text());
+}
 
 DirectoryListing::DirectoryListing(std::wstring directory) : directory_(std::move(directory)) {
   const std::wstring pattern = directory_ + (directory_.ends_with(L'\\') ? L"*" : L"\\*");
@@ -46,10 +50,8 @@ bool DirectoryListing::Advance() {
 
 // Called right after the search's failure.
 void DirectoryListing::Finish() {
-  if (!IsEndOfListing(::GetLastError())) {
-    LogMessage(kBitmapError, L"Listing directory %s failed: %hs\n", directory_.c_str(),
-               ErrorInfo().text());
-  }
+  const DWORD error = ::GetLastError();
+  if (!IsEndOfListing(error)) LogFailedListing(directory_, error);
   find_.reset();
 }
 

@@ -25,7 +25,7 @@ class DirectoryListing {
   // A backslash at the end of `directory` makes no difference.
   explicit DirectoryListing(std::wstring directory);
 
-  // Null behind the last entry. The entry is valid until the next call.
+  // Null after the last entry. The entry is valid until the next call.
   [[nodiscard]] const WIN32_FIND_DATAW* Next();
 
  private:
@@ -41,5 +41,12 @@ class DirectoryListing {
 // The file id of the tracked file whose bitmaps the entry is the directory of; none for any other
 // entry.
 [[nodiscard]] std::optional<FileId> FileIdOfDirectory(const WIN32_FIND_DATAW& entry);
+
+// Whether a listing that ended with `error` has given every entry: it came to its end, or there is
+// no such directory.
+[[nodiscard]] bool IsEndOfListing(DWORD error);
+
+// Logs at Bitmap/Error that a listing ended with `error` before its end.
+void LogFailedListing(const std::wstring& directory, DWORD error);
 
 }  // namespace zel
