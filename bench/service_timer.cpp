@@ -1,18 +1,19 @@
 // The part of service_bench.py that a script cannot do: asking the service control manager every
-// millisecond, and opening files as the service does.
+// millisecond, and listing directories and opening files through the Windows API.
 //
 //   service_timer start|stop SERVICE     until the service runs or has stopped
-//   service_timer open DIRECTORY         each file, for its index
+//   service_timer open DIRECTORY         each file in and below it, for its index
 //
 // Prints the milliseconds that it took, or ends with an error's number.
 #include <windows.h>
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
+#include <string>
 #include <string_view>
 
-#include "win32/handles.h"
+#include "common/directory_listing.h"
+#include "common/identity.h"
 
 namespace {
 
@@ -41,13 +42,15 @@ DWORD ChangeState(bool start, const wchar_t* name) {
   return ERROR_SUCCESS;
 }
 
-DWORD OpenFiles(const wchar_t* directory) {
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    const zel::UniqueFile file(::CreateFileW(entry.path().c_str(), FILE_READ_ATTRIBUTES,
-                                             FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                             OPEN_EXISTING, 0, nullptr));
-    BY_HANDLE_FILE_INFORMATION information;
-    if (!::GetFileInformationByHandle(file.get(), &information)) return ::GetLastError();
+DWORD OpenFiles(const std::wstring& directory) {
+  zel::DirectoryListing listing(directory);
+  while (const WIN32_FIND_DATAW* entry = listing.Next()) {
+    const std::wstring path = directory + L'\\' + entry->cFileName;
+    zel::FileId id;
+    const DWORD error = (entry->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0
+                            ? OpenFiles(path)
+                            : zel::GetFileIdAndSize(path.c_str(), &id, nullptr);
+    if (error != ERROR_SUCCESS) return error;
   }
   return ERROR_SUCCESS;
 }
