@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bench/bench.h"
-#include "bitmap/change/set_bits.h"
+#include "bitmap/zel_set_bits.h"
 
 namespace zel::bench {
 namespace {

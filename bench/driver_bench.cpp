@@ -14,8 +14,8 @@
 #include "bench/counting_new.h"
 #include "bench/many_bitmaps.h"
 #include "bench/pipe_reads.h"
-#include "drivercomm/driver_message.h"
-#include "drivercomm/message_handler.h"
+#include "driver/driver_message.h"
+#include "driver/message_handler.h"
 #include "tests/integration/support/cbt_directory.h"
 
 namespace zel::bench {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "bench/bench.h"
+#include "config/config_file.h"
 #include "logging/log_message.h"
 #include "logging/logging.h"
 #include "win32/critical_section.h"
@@ -68,7 +69,7 @@ bool Run() {
   const std::filesystem::path directory = std::filesystem::temp_directory_path() /
                                           ("zel-bench-" + std::to_string(::GetCurrentProcessId()));
   std::filesystem::create_directories(directory / "log");
-  InitLogging((directory / "log" / "zelservice.log").wstring());
+  InitLogging((directory / "log" / "zelservice.log").wstring(), kConfigurationFile);
   LogEnableMask = 0x7FFE;
   bool kept = DisabledCall();
   kept = WrittenLines(directory, 1) && kept;

@@ -18,8 +18,9 @@
 #include "bench/counting_new.h"
 #include "bench/many_bitmaps.h"
 #include "bitmap/bitmap_manager.h"
-#include "common/directory_listing.h"
-#include "common/identity.h"
+#include "files/directory_listing.h"
+#include "files/file_identity.h"
+#include "files/install_directory.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/temp_directory.h"
 

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/bitmap_name.h"
 #include "bitmap/format/new_bitmap.h"
-#include "common/hex_name.h"
-#include "common/identity.h"
+#include "files/file_identity.h"
+#include "files/install_directory.h"
+#include "files/layout.h"
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/temp_directory.h"
 

@@ -13,12 +13,13 @@
 #include "bench/pipe_reads.h"
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/create_bitmap.h"
-#include "drivercomm/driver_port.h"
-#include "drivercomm/message_threads.h"
+#include "driver/driver_port.h"
+#include "driver/message_threads.h"
 #include "simulator/text.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/simulated_driver.h"
 #include "tests/integration/support/temp_directory.h"
+#include "win32/file_time.h"
 
 namespace zel::bench {
 namespace {
@@ -38,7 +39,8 @@ void Require(bool condition) {
 }
 
 double Seconds(const FILETIME& time) {
-  return static_cast<double>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime) / 1e7;
+  return static_cast<double>(JoinHalves(time.dwHighDateTime, time.dwLowDateTime)) /
+         kFileTimeUnitsPerSecond;
 }
 
 // Of this process; what the system's other processes do for it does not count.

@@ -11,7 +11,6 @@
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/create_bitmap.h"
 #include "client/zel_client.h"
-#include "common/service_status.h"
 #include "rpc/rpc_server.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/poll.h"
@@ -178,8 +177,7 @@ bool RunAll() {
     const std::wstring path = file == 1 ? kPath : kPath + std::to_wstring(file);
     Require(StartTrackingFile(path, kVolume, file, is_new));
   }
-  DebugMode = true;
-  std::jthread server(RunRpcServer);
+  std::jthread server(RunRpcServer, [](RpcServerStep, std::uint32_t) { return true; });
   Require(test::PollUntil([] { return ::RpcMgmtIsServerListening(nullptr) == RPC_S_OK; }));
   Require(RegisterBareInterface());
 

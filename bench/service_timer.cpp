@@ -12,8 +12,8 @@
 #include <string>
 #include <string_view>
 
-#include "common/directory_listing.h"
-#include "common/identity.h"
+#include "files/directory_listing.h"
+#include "files/file_identity.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 
 #include "bench/bench.h"
 #include "tests/integration/support/registry_key.h"
-#include "tracking/tracked_file_list.h"
+#include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
-#include "tracking/volume_file_list.h"
+#include "tracking/volume_list.h"
 
 namespace zel::bench {
 namespace {

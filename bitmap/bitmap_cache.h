@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "bitmap/bitmap_record.h"
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel {
 

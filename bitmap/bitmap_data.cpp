@@ -2,8 +2,9 @@
 
 #include "bitmap/format/bitmap_size.h"
 #include "bitmap/zel_set_bits.h"
-#include "common/error_info.h"
+#include "errors/error_info.h"
 #include "logging/log_message.h"
+#include "win32/file_time.h"
 
 namespace zel {
 

@@ -6,8 +6,7 @@
 
 #include "bitmap/bitmap_cache.h"
 #include "bitmap/bitmap_sweep.h"
-#include "bitmap/extract_bitmap_name.h"
-#include "common/identity.h"
+#include "files/file_identity.h"
 #include "logging/log_message.h"
 
 namespace zel {

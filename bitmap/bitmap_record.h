@@ -12,7 +12,7 @@
 #include <string>
 
 #include "bitmap/bitmap_data.h"
-#include "common/types.h"
+#include "files/types.h"
 #include "win32/mutex.h"
 #include "win32/shared_lock.h"
 
@@ -44,6 +44,11 @@ struct BitmapRecord {
   FileTime CreationTime = 0;    // likewise
   FileTime LastVerifyTime ZEL_GUARDED_BY(bitmapCacheLock) = 0;  // driver's stamp of the last verify
 };
+
+// Parses the last component of `path`. An output that is null is neither parsed nor checked. False
+// for a malformed name, which is logged; the outputs are then unchanged.
+bool ExtractFromBitmapName(const std::wstring& path, std::uint32_t* block_size,
+                           FileTime* creation_time);
 
 // Which failures of a load are logged: every one, or the first of a run of equal ones.
 enum class LoadLog { kEvery, kFirstOfRun };

@@ -10,10 +10,10 @@
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/flusher.h"
 #include "bitmap/idle_cutoff.h"
-#include "common/identity.h"
-#include "common/system_time.h"
+#include "config/settings.h"
+#include "files/file_identity.h"
 #include "logging/log_message.h"
-#include "logging/settings.h"
+#include "win32/file_time.h"
 
 namespace zel {
 

@@ -6,10 +6,12 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/format/new_bitmap.h"
-#include "common/error_info.h"
-#include "common/identity.h"
-#include "common/system_time.h"
+#include "errors/error_info.h"
+#include "files/file_identity.h"
+#include "files/install_directory.h"
+#include "files/layout.h"
 #include "logging/log_message.h"
+#include "win32/file_time.h"
 #include "win32/handles.h"
 
 namespace zel {
@@ -17,10 +19,10 @@ namespace zel {
 namespace {
 
 bool CheckPathLength(const std::wstring& path) {
-  if (path.size() <= kMaxBitmapPath) return true;
+  if (path.size() <= kMaxPathLength) return true;
   LogMessage(kBitmapError,
              L"Failed to create new bitmap file %s: the path has %Iu characters, more than %Iu\n",
-             path.c_str(), path.size(), kMaxBitmapPath);
+             path.c_str(), path.size(), kMaxPathLength);
   return false;
 }
 
@@ -53,7 +55,7 @@ bool ReadBitmapId(HANDLE file, const std::wstring& path, BitmapId& bitmap_id) {
                ErrorInfo().text());
     return false;
   }
-  bitmap_id = static_cast<BitmapId>(information.nFileIndexHigh) << 32 | information.nFileIndexLow;
+  bitmap_id = JoinHalves(information.nFileIndexHigh, information.nFileIndexLow);
   return true;
 }
 
@@ -112,7 +114,8 @@ bool CreateNewBitmap(const VolumeGuid& volume_guid, FileId file_id, std::uint32_
                             .block_size = block_size,
                             .file_size = file_size};
   const std::wstring volume_text = GuidToString(volume_guid);
-  const NewBitmapPaths paths = ComposeNewBitmapPaths(GetCbtDirectory(), volume_text, bitmap);
+  const NewBitmapPaths paths = ComposeNewBitmapPaths(GetCbtDirectory(), volume_text, bitmap.file_id,
+                                                     bitmap.creation_time, bitmap.block_size);
   if (!CheckPathLength(paths.file) || !CreateDirectories(paths) ||
       !MakeBitmapFile(paths.file, volume_text, bitmap, bitmap_id)) {
     return false;

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel {
 

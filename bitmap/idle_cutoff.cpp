@@ -1,5 +1,7 @@
 #include "bitmap/idle_cutoff.h"
 
+#include "win32/file_time.h"
+
 #include <limits>
 
 namespace zel {
@@ -7,10 +9,9 @@ namespace zel {
 namespace {
 
 constexpr FileTime kLatest = std::numeric_limits<FileTime>::max();
-constexpr FileTime kUnitsPerSecond = 10'000'000;
 
 constexpr FileTime UnitsOf(std::uint64_t seconds) {
-  return seconds > kLatest / kUnitsPerSecond ? kLatest : seconds * kUnitsPerSecond;
+  return seconds > kLatest / kFileTimeUnitsPerSecond ? kLatest : seconds * kFileTimeUnitsPerSecond;
 }
 
 }  // namespace

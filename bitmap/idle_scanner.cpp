@@ -1,14 +1,14 @@
 #include "bitmap/idle_scanner.h"
 
-#include <process.h>
 #include <windows.h>
 
 #include <utility>
 
-#include "common/error_info.h"
+#include "errors/error_info.h"
 #include "logging/log_message.h"
 #include "win32/critical_section.h"
 #include "win32/handles.h"
+#include "win32/thread.h"
 
 namespace zel {
 
@@ -46,8 +46,7 @@ void StartIdleScanner(void (*scan)()) {
   scanner = new IdleScanner{scan, UniqueEvent(::CreateEventW(nullptr, TRUE, FALSE, nullptr)), {}};
   // Without its event the thread would scan without a pause and never end.
   if (scanner->stop_event) {
-    scanner->thread.reset(reinterpret_cast<HANDLE>(
-        ::_beginthreadex(nullptr, 0, IdleScannerThread, scanner, 0, nullptr)));
+    scanner->thread = StartThread(IdleScannerThread, scanner);
   }
   if (!scanner->thread) {
     LogMessage(kBitmapError, L"Failed to start the bitmap idle scanner thread: %hs\n",

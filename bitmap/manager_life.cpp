@@ -4,7 +4,7 @@
 #include "bitmap/flusher.h"
 #include "bitmap/idle_scanner.h"
 #include "bitmap/startup_scan.h"
-#include "common/identity.h"
+#include "files/install_directory.h"
 #include "logging/log_message.h"
 
 namespace zel {

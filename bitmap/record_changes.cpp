@@ -2,9 +2,9 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/flusher.h"
-#include "common/identity.h"
-#include "common/system_time.h"
+#include "files/file_identity.h"
 #include "logging/log_message.h"
+#include "win32/file_time.h"
 
 namespace zel {
 

@@ -1,40 +1,26 @@
 #include "bitmap/startup_scan.h"
 
-#include <process.h>
-#include <windows.h>
-
-#include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <optional>
-#include <utility>
 #include <vector>
 
-#include "common/directory_listing.h"
-#include "common/identified_files.h"
-#include "common/identity.h"
+#include "files/directory_listing.h"
+#include "files/file_identity.h"
+#include "files/identified_files.h"
 #include "logging/log_message.h"
-#include "win32/handles.h"
+#include "win32/thread_pool.h"
 
 namespace zel {
 
 namespace {
 
-constexpr std::size_t kThreads = 4;  // the calling one among them
-constexpr unsigned kStackReservation = 1024 * 1024;
+constexpr std::size_t kThreads = 4;
 
 // Where the bitmaps of one tracked file lie.
 struct FileDirectory {
   VolumeGuid volume_guid;
   FileId file_id;
   std::wstring path;
-};
-
-// Outlives the threads that share it.
-struct Scan {
-  std::vector<FileDirectory> directories;
-  FoundBitmap* found;
-  std::atomic<std::size_t> next = 0;  // the first directory that no thread has taken
 };
 
 std::vector<FileDirectory> ListFileDirectories(const std::wstring& cbt_directory) {
@@ -61,40 +47,15 @@ void FindBitmapsOfFile(const FileDirectory& directory, FoundBitmap* found) {
   }
 }
 
-void TakeDirectories(Scan& scan) {
-  for (;;) {
-    const std::size_t taken = scan.next.fetch_add(1, std::memory_order_relaxed);
-    if (taken >= scan.directories.size()) return;
-    FindBitmapsOfFile(scan.directories[taken], scan.found);
-  }
-}
-
-unsigned __stdcall ScanThread(void* scan) {
-  TakeDirectories(*static_cast<Scan*>(scan));
-  return 0;
-}
-
-// As many as can be made: what the others would have taken, the calling thread takes.
-std::vector<UniqueThread> StartThreads(Scan& scan) {
-  std::vector<UniqueThread> threads;
-  const std::size_t useful = std::min(kThreads, scan.directories.size());
-  while (threads.size() + 1 < useful) {
-    UniqueThread thread(
-        reinterpret_cast<HANDLE>(::_beginthreadex(nullptr, kStackReservation, ScanThread, &scan,
-                                                  STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr)));
-    if (!thread) break;
-    threads.push_back(std::move(thread));
-  }
-  return threads;
-}
-
 }  // namespace
 
 void FindBitmapFiles(const std::wstring& cbt_directory, FoundBitmap* found) {
-  Scan scan{.directories = ListFileDirectories(cbt_directory), .found = found};
-  const std::vector<UniqueThread> threads = StartThreads(scan);
-  TakeDirectories(scan);
-  for (const UniqueThread& thread : threads) ::WaitForSingleObject(thread.get(), INFINITE);
+  const std::vector<FileDirectory> directories = ListFileDirectories(cbt_directory);
+  ThreadPool threads;
+  if (directories.size() > 1) threads.Start(kThreads - 1);  // and this one
+  threads.RunAll(directories.size(), kThreads,
+                 [&](std::size_t i) { FindBitmapsOfFile(directories[i], found); });
+  threads.Stop();
 }
 
 }  // namespace zel

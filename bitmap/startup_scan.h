@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel {
 

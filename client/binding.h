@@ -11,13 +11,10 @@
 
 namespace zel {
 
-struct BindingTraits {
-  using Type = RPC_BINDING_HANDLE;
-  static Type Null() noexcept { return nullptr; }
-  static bool Valid(Type value) noexcept { return value != nullptr; }
-  static void Close(Type value) noexcept { ::RpcBindingFree(&value); }
-};
-using UniqueBinding = UniqueResource<BindingTraits>;
+inline void FreeBinding(RPC_BINDING_HANDLE binding) noexcept {
+  ::RpcBindingFree(&binding);
+}
+using UniqueBinding = UniqueResource<NullTraits<RPC_BINDING_HANDLE, FreeBinding>>;
 
 struct ServerAddress {
   std::wstring protocol_sequence = L"ncalrpc";  // or ncacn_ip_tcp, ncacn_np, ncacn_http

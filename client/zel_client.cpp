@@ -29,7 +29,7 @@ wchar_t* InString(const std::wstring& text) {
 
 }  // namespace
 
-void ServerContextTraits::Close(Type value) noexcept {
+void CloseServerContext(void* value) noexcept {
   // It raises for what is no context; this is one.
   (void)CatchRpcException([&] { ::RpcSsDestroyClientContext(&value); });
 }

@@ -27,12 +27,8 @@ struct CallResult {
 
 // The service's context of an enumeration: empty before the first call and after the last. One
 // that is given up is freed by the service when the client's connection ends.
-struct ServerContextTraits {
-  using Type = void*;
-  static Type Null() noexcept { return nullptr; }
-  static bool Valid(Type value) noexcept { return value != nullptr; }
-  static void Close(Type value) noexcept;
-};
+void CloseServerContext(void* context) noexcept;
+using ServerContextTraits = NullTraits<void*, CloseServerContext>;
 using FileList = UniqueResource<ServerContextTraits>;
 using BitmapList = UniqueResource<ServerContextTraits>;
 

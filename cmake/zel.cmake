@@ -52,14 +52,15 @@ set(zel_standard_headers <algorithm> <array> <atomic> <cstdint> <cstring> <map> 
     <span> <string> <string_view> <utility> <vector>)
 
 # zel_floor(NAME CORE sources... PORTABLE sources... WIN32 sources... DEPENDS floors...
-#           LIBRARIES system libraries... HEADERS headers...)
+#           USES_CORE floors... LIBRARIES system libraries... HEADERS headers...)
 # Declares the library zel_NAME_core of pure sources, built everywhere, and on Windows zel_NAME
 # with the shell around it. PORTABLE sources have state, locks and threads but no <windows.h>: on
 # Windows they are part of zel_NAME, elsewhere they make zel_NAME_portable, for tests under
 # ThreadSanitizer which stand in for what these call of the shell. DEPENDS names the floors that NAME
-# may include from. HEADERS are other ones that most pure sources of this floor include.
+# may include from, as tools/check_floors.py checks; USES_CORE those of which it takes the pure sources
+# alone. HEADERS are other ones that most pure sources of this floor include.
 function(zel_floor name)
-  cmake_parse_arguments(PARSE_ARGV 1 floor "" "" "CORE;PORTABLE;WIN32;DEPENDS;LIBRARIES;HEADERS")
+  cmake_parse_arguments(PARSE_ARGV 1 floor "" "" "CORE;PORTABLE;WIN32;DEPENDS;USES_CORE;LIBRARIES;HEADERS")
   add_library(zel_${name}_core INTERFACE)
   if(floor_CORE)
     add_library(zel_${name}_pure STATIC ${floor_CORE})

@@ -1,5 +1,7 @@
 #include "logging/log_clock.h"
 
+#include "win32/file_time.h"
+
 #include <windows.h>
 
 #include <atomic>
@@ -8,11 +10,10 @@ namespace zel {
 
 namespace {
 
-constexpr std::uint64_t kTicksPerSecond = 10'000'000;  // of a FILETIME
-constexpr std::uint64_t kTicksPerMinute = 60 * kTicksPerSecond;
+constexpr FileTime kTicksPerMinute = 60 * kFileTimeUnitsPerSecond;
 
-std::uint64_t TicksOf(const FILETIME& time) {
-  return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+FileTime TicksOf(const FILETIME& time) {
+  return JoinHalves(time.dwHighDateTime, time.dwLowDateTime);
 }
 
 // Local time minus UTC in minutes, looked up once a minute: the call costs as much as the rest of
@@ -42,10 +43,10 @@ LogClock ReadLogClock() {
       TicksOf(now) + static_cast<std::uint64_t>(LocalOffsetMinutes(now)) * kTicksPerMinute;
   const FILETIME local_time = {static_cast<DWORD>(local), static_cast<DWORD>(local >> 32)};
   ::FileTimeToSystemTime(&local_time, &fields);
-  return {
-      .seconds = static_cast<std::int64_t>(TicksOf(now) / kTicksPerSecond) - kSecondsFrom1601To1970,
-      .local = {fields.wYear, fields.wMonth, fields.wDay, fields.wHour, fields.wMinute,
-                fields.wSecond, fields.wMilliseconds}};
+  return {.seconds = static_cast<std::int64_t>(TicksOf(now) / kFileTimeUnitsPerSecond) -
+                     kSecondsFrom1601To1970,
+          .local = {fields.wYear, fields.wMonth, fields.wDay, fields.wHour, fields.wMinute,
+                    fields.wSecond, fields.wMilliseconds}};
 }
 
 }  // namespace zel

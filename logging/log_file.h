@@ -1,4 +1,5 @@
-// The log file and its state, shared by the writer, the roller and the watcher. Inside logging/.
+// The log file and its state, shared by the writer, the roller and the watcher. Inside logging/,
+// but for FlushLogFileIfIdle.
 //
 // Threads: every function takes the log lock itself, for its whole run.
 #pragma once

@@ -1,5 +1,5 @@
 // The one log call of the system. Not here: where the lines go (logging/log_file.h), which
-// selectors are on (logging/config_file.h).
+// selectors are on (config/config_file.h).
 //
 // A line: local time "2026-01-31 23:59:59.000", level word, [thread id], message. Formats are those
 // of logging/log_format.h (%s wide, %hs narrow) and end in "\n" themselves.

@@ -1,12 +1,11 @@
 #include "logging/logging.h"
 
-#include <process.h>
+#include <string>
 
-#include "logging/config_file.h"
 #include "logging/log_file.h"
 #include "logging/log_message.h"
-#include "logging/logging_threads.h"
 #include "win32/handles.h"
+#include "win32/thread.h"
 
 namespace zel {
 
@@ -23,15 +22,27 @@ struct LoggingThreads {
   UniqueEvent shutdown_event;
   UniqueEvent roll_event;
   UniqueEvent write_event;
-  LoggingThreadContext context;
+  std::wstring log_path;
+  LogConfiguration configuration;
   UniqueThread roller;
   UniqueThread watcher;
 };
 LoggingThreads* threads = nullptr;
 
-UniqueThread StartThread(unsigned(__stdcall* procedure)(void*), LoggingThreadContext& context) {
-  return UniqueThread(
-      reinterpret_cast<HANDLE>(::_beginthreadex(nullptr, 0, procedure, &context, 0, nullptr)));
+// Rolls the log when it is too large: at the start, on roll_event, and every 30 minutes.
+unsigned __stdcall LogRollerThread(void*) {
+  constexpr DWORD kCheckIntervalMs = 30 * 60 * 1000;
+  const HANDLE events[] = {threads->shutdown_event.get(), threads->roll_event.get()};
+  do {
+    RollLogFileIfLarge();
+  } while (::WaitForMultipleObjects(2, events, FALSE, kCheckIntervalMs) != WAIT_OBJECT_0);
+  return 0;
+}
+
+unsigned __stdcall ConfigWatcherThread(void*) {
+  threads->configuration.watch(
+      {threads->log_path, threads->shutdown_event.get(), threads->write_event.get()});
+  return 0;
 }
 
 void CreateEvents(LoggingThreads& created) {
@@ -42,19 +53,18 @@ void CreateEvents(LoggingThreads& created) {
 
 }  // namespace
 
-void InitLogging(std::wstring_view log_path) {
-  ConfigPaths config = DeriveConfigPaths(log_path);
+void InitLogging(std::wstring_view log_path, const LogConfiguration& configuration) {
   LogEnableMask = kMaskWithoutConfiguration;
-  ReadConfigFile(config.file.c_str());
+  configuration.read(log_path);
   OpenLogFile(log_path);
 
   threads = new LoggingThreads;
   CreateEvents(*threads);
   SetLogEvents(threads->write_event.get(), threads->roll_event.get());
-  threads->context = {threads->shutdown_event.get(), threads->roll_event.get(),
-                      threads->write_event.get(), std::move(config)};
-  threads->roller = StartThread(LogRollerThread, threads->context);
-  threads->watcher = StartThread(ConfigWatcherThread, threads->context);
+  threads->log_path = log_path;
+  threads->configuration = configuration;
+  threads->roller = StartThread(LogRollerThread);
+  threads->watcher = StartThread(ConfigWatcherThread);
 }
 
 void ShutdownLogging() {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "bitmap/bitmap_manager.h"
-#include "common/identity.h"
+#include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "rpc/bitmap_description.h"
 #include "rpc/contexts.h"

@@ -1,6 +1,6 @@
 // The two procedures that answer with a pipe.
 #include "bitmap/bitmap_manager.h"
-#include "common/identity.h"
+#include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "rpc/pipe_writer.h"
 #include "rpc/procedures.h"

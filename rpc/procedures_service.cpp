@@ -1,8 +1,8 @@
 // The procedures that hand over to another part of the service and have nothing else to do.
 #include "bitmap/bitmap_manager.h"
-#include "common/identity.h"
-#include "drivercomm/driver_status_report.h"
-#include "drivercomm/synchronize.h"
+#include "driver/driver_status_report.h"
+#include "driver/synchronize.h"
+#include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "rpc/procedures.h"
 

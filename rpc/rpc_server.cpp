@@ -3,39 +3,45 @@
 #include <rpc.h>
 #include <windows.h>
 
-#include "common/service_status.h"
 #include "logging/log_message.h"
 #include "rpc/zel_stub_tables.h"
 #include "win32/critical_section.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 
 namespace {
 
-constexpr std::uint32_t kStepHintMs = 3000;
 constexpr unsigned int kMaxQueuedCalls = 3;  // for a protocol sequence
 constexpr unsigned int kMinCallThreads = 3;
 constexpr unsigned int kMaxConcurrentCalls = 1234;
 
-// Held while listening begins and ends: a stop is neither lost before the begin nor runs into it.
+// Held while listening starts and ends: a stop is neither lost before the start nor runs into it.
 CriticalSection listenLock;
-bool stopRequested ZEL_GUARDED_BY(listenLock) = false;
 
 RPC_IF_HANDLE Interface() {
   return const_cast<RPC_SERVER_INTERFACE*>(&kZelServerInterface);
 }
 
-// Announces the next step. False when the service is not to go on.
-bool ReportStep() {
-  return ReportServiceStatus(SERVICE_START_PENDING, NO_ERROR, kStepHintMs);
-}
+// Announces the steps of the server and their failures.
+class Reporter {
+ public:
+  explicit Reporter(RpcServerReport report) : report_(report) {}
 
-// True for success; otherwise the service has been reported as stopped with `status`.
-bool Succeeded(RPC_STATUS status) {
-  if (status == RPC_S_OK) return true;
-  ReportServiceStatus(SERVICE_STOPPED, static_cast<std::uint32_t>(status), 0);
-  return false;
-}
+  // Announces the next step. False when the server is not to go on.
+  [[nodiscard]] bool Starting() const { return report_(RpcServerStep::kStarting, RPC_S_OK); }
+  [[nodiscard]] bool Listening() const { return report_(RpcServerStep::kListening, RPC_S_OK); }
+
+  // True for success; otherwise the failure has been reported.
+  [[nodiscard]] bool Succeeded(RPC_STATUS status) const {
+    if (status == RPC_S_OK) return true;
+    report_(RpcServerStep::kFailed, static_cast<std::uint32_t>(status));
+    return false;
+  }
+
+ private:
+  RpcServerReport report_;
+};
 
 // False, and logged, when no protocol sequence at all can be used.
 bool UseProtocolSequences() {
@@ -51,45 +57,47 @@ bool UseProtocolSequences() {
 }
 
 // False when a stop has come already: there is then nothing to wait for.
-bool BeginListening(RPC_STATUS& status) {
+bool StartListening(RPC_STATUS& status) ZEL_EXCLUDES(listenLock) {
   const LockGuard guard(listenLock);
-  if (stopRequested) return false;
+  if (StopRequested) return false;
   status = ::RpcServerListen(kMinCallThreads, kMaxConcurrentCalls, TRUE);
   return true;
 }
 
 // Serves calls until listening is stopped. False when a step failed or the service is not to go on.
-bool Serve() {
-  if (!ReportStep() ||
-      !Succeeded(::RpcServerRegisterAuthInfoW(nullptr, RPC_C_AUTHN_WINNT, nullptr, nullptr))) {
+bool Serve(const Reporter& reporter) {
+  if (!reporter.Starting() || !reporter.Succeeded(::RpcServerRegisterAuthInfoW(
+                                  nullptr, RPC_C_AUTHN_WINNT, nullptr, nullptr))) {
     return false;
   }
-  if (!ReportStep()) return false;
+  if (!reporter.Starting()) return false;
   RPC_STATUS status = RPC_S_OK;
-  if (!BeginListening(status)) return true;
-  if (!Succeeded(status)) return false;
-  return ReportServiceStatus(SERVICE_RUNNING, NO_ERROR, 0) &&
-         Succeeded(::RpcMgmtWaitServerListen());
+  if (!StartListening(status)) return true;
+  if (!reporter.Succeeded(status)) return false;
+  return reporter.Listening() && reporter.Succeeded(::RpcMgmtWaitServerListen());
 }
 
 }  // namespace
 
-void RunRpcServer() {
-  if (!ReportStep() || !UseProtocolSequences()) return;
-  if (!ReportStep() || !Succeeded(::RpcServerRegisterIf(Interface(), nullptr, nullptr))) return;
+void RunRpcServer(RpcServerReport report) {
+  const Reporter reporter(report);
+  if (!reporter.Starting() || !UseProtocolSequences()) return;
+  if (!reporter.Starting() ||
+      !reporter.Succeeded(::RpcServerRegisterIf(Interface(), nullptr, nullptr)))
+    return;
   // The bindings stay until the process ends unless everything has gone well.
   RPC_BINDING_VECTOR* bindings = nullptr;
-  if (!ReportStep() || !Succeeded(::RpcServerInqBindings(&bindings)) ||
-      !Succeeded(::RpcEpRegisterW(Interface(), bindings, nullptr, nullptr))) {
+  if (!reporter.Starting() || !reporter.Succeeded(::RpcServerInqBindings(&bindings)) ||
+      !reporter.Succeeded(::RpcEpRegisterW(Interface(), bindings, nullptr, nullptr))) {
     return;
   }
-  if (!Serve() || !Succeeded(::RpcEpUnregister(Interface(), bindings, nullptr))) return;
+  if (!Serve(reporter) || !reporter.Succeeded(::RpcEpUnregister(Interface(), bindings, nullptr)))
+    return;
   ::RpcBindingVectorFree(&bindings);
 }
 
-void StopRpcServer() {
+void StopRpcServer() ZEL_EXCLUDES(listenLock) {
   const LockGuard guard(listenLock);
-  stopRequested = true;
   ::RpcMgmtStopServerListening(nullptr);  // an error when nobody listens, which is as well
 }
 

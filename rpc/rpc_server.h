@@ -2,17 +2,28 @@
 // stopped.
 #pragma once
 
+#include <cstdint>
+
 namespace zel {
 
-// Registers the interface on every protocol sequence that the machine has, reports the service as
-// running (common/service_status.h) and serves calls until StopRpcServer; then takes
-// the endpoints back. The thread that runs the service's start calls it, once.
-// Errors: reported as SERVICE_STOPPED with the RPC status as the exit code, except that no protocol
-// sequence at all is only logged. It returns in every case.
-void RunRpcServer();
+// What RunRpcServer reports of itself.
+enum class RpcServerStep {
+  kStarting,   // the next step of its start follows
+  kListening,  // calls are served
+  kFailed,     // it ends with an RPC status
+};
 
-// Ends listening, so that RunRpcServer returns; one that has not begun to listen never does. Any
-// thread, any number of times.
+// Called with RPC_S_OK or the status that the server failed with. Returns whether to go on.
+using RpcServerReport = bool (*)(RpcServerStep step, std::uint32_t status);
+
+// Registers the interface on every protocol sequence that the machine has and serves calls until
+// StopRpcServer; then takes the endpoints back. Calls `report` before each step, when it listens
+// and when a step has failed. The thread that runs the service's start calls it, once. Errors:
+// reported, except that no protocol sequence at all is only logged. It returns in every case.
+void RunRpcServer(RpcServerReport report);
+
+// Ends listening, so that RunRpcServer returns. Once StopRequested is set (win32/stop_requested.h)
+// a server that does not listen yet never does. Any thread, any number of times.
 void StopRpcServer();
 
 }  // namespace zel

@@ -9,7 +9,7 @@
 #include <span>
 #include <string_view>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel {
 

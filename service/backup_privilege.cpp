@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include "common/error_info.h"
+#include "errors/error_info.h"
 #include "logging/log_message.h"
 #include "win32/handles.h"
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "common/error_info.h"
+#include "errors/error_info.h"
 #include "logging/log_message.h"
 #include "service/command_line.h"
 #include "service/service_names.h"

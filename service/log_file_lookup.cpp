@@ -1,19 +1,16 @@
-#include "service/log_file_lookup.h"
-
 #include <string>
 
-#include "common/identity.h"
+#include "files/install_directory.h"
+#include "files/layout.h"
 #include "service/log_file_path.h"
 
 namespace zel {
 
-static_assert(kMaxLogFilePath == MAX_PATH - 1);
-
-void GetLogFilePath(const wchar_t* program_path, wchar_t (&buffer)[MAX_PATH]) {
-  wchar_t install_directory[MAX_PATH];
+void GetLogFilePath(const wchar_t* program_path, wchar_t (&buffer)[kMaxPathLength + 1]) {
+  wchar_t install_directory[kMaxPathLength + 1];
   GetInstallDirectory(install_directory);
   const std::wstring path = DeriveLogFilePath(install_directory, program_path);
-  buffer[path.copy(buffer, kMaxLogFilePath)] = L'\0';
+  buffer[path.copy(buffer, kMaxPathLength)] = L'\0';
 }
 
 }  // namespace zel

@@ -4,17 +4,18 @@
 
 #include <string>
 
-#include "common/error_info.h"
-#include "common/identity.h"
-#include "common/service_status.h"
+#include "config/config_file.h"
+#include "errors/error_info.h"
+#include "files/install_directory.h"
 #include "logging/log_message.h"
 #include "logging/logging.h"
-#include "service/console_control.h"
 #include "service/install.h"
-#include "service/log_file_lookup.h"
+#include "service/log_file_path.h"
+#include "service/service_life.h"
 #include "service/service_main.h"
 #include "service/service_names.h"
-#include "service/service_start.h"
+#include "service/service_status.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 
@@ -48,7 +49,7 @@ void RunUnderServiceManager(Arguments arguments) {
   InitCbtDirectory();
   wchar_t log_path[MAX_PATH];
   GetLogFilePath(arguments.empty() ? L"" : arguments[0], log_path);
-  InitLogging(log_path);
+  InitLogging(log_path, kConfigurationFile);
   std::wstring service_name = kServiceName;
   const SERVICE_TABLE_ENTRYW services[] = {{service_name.data(), VelmoraServiceMain},
                                            {nullptr, nullptr}};

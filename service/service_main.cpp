@@ -1,11 +1,11 @@
 #include "service/service_main.h"
 
-#include "common/error_info.h"
-#include "common/service_status.h"
+#include "errors/error_info.h"
 #include "logging/log_message.h"
 #include "logging/logging.h"
+#include "service/service_life.h"
 #include "service/service_names.h"
-#include "service/service_start.h"
+#include "service/service_status.h"
 #include "win32/process_event.h"
 
 namespace zel {
@@ -47,6 +47,13 @@ void WINAPI VelmoraServiceMain(DWORD argument_count, LPWSTR* arguments) {
 
 void WINAPI ServiceCtrlHandler(DWORD control) {
   if (control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_SHUTDOWN) StopService();
+}
+
+BOOL WINAPI ConsoleCtrlHandler(DWORD control_type) {
+  if (control_type != CTRL_C_EVENT && control_type != CTRL_BREAK_EVENT) return FALSE;
+  LogMessage(kGeneralInfo, L"Stopping %s\n", kServiceDisplayName);
+  StopService();
+  return TRUE;
 }
 
 void WaitForServiceMainEnd() {

@@ -1,4 +1,4 @@
-// The service as the service control manager calls it.
+// The service as the service control manager calls it, or in debug mode its console.
 #pragma once
 
 #include <windows.h>
@@ -12,6 +12,10 @@ void WINAPI VelmoraServiceMain(DWORD argument_count, LPWSTR* arguments);
 // Stops the service on SERVICE_CONTROL_STOP and SERVICE_CONTROL_SHUTDOWN, blocking while it stops;
 // ignores every other control. The dispatcher's thread calls it.
 void WINAPI ServiceCtrlHandler(DWORD control);
+
+// Console control handler: stops the service on Ctrl+C and Ctrl+Break, blocking while it stops, and
+// answers TRUE; answers FALSE to every other control. The console calls it on a thread of its own.
+BOOL WINAPI ConsoleCtrlHandler(DWORD control_type);
 
 // Returns when VelmoraServiceMain has run to its end; at once when it was never entered. The
 // dispatcher returns as soon as the stopped state is reported, while the log is still being closed.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "simulator/driver_registry.h"
+#include "win32/file_time.h"
 
 namespace zel::sim {
 
@@ -11,7 +12,7 @@ namespace {
 FileTime Now() {
   FILETIME time;
   ::GetSystemTimeAsFileTime(&time);
-  return (static_cast<FileTime>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+  return JoinHalves(time.dwHighDateTime, time.dwLowDateTime);
 }
 
 // Rounded up, so that what is waited for is due.

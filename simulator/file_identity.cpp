@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "simulator/text.h"
+#include "win32/file_time.h"
 #include "win32/last_error.h"
 
 namespace zel::sim {
@@ -38,8 +39,7 @@ std::optional<FileKey> IdentifyFile(HANDLE file) {
   }
   const std::optional<VolumeGuid> volume = VolumeOf(file);
   if (!volume) return std::nullopt;
-  return FileKey{*volume,
-                 static_cast<FileId>(information.nFileIndexHigh) << 32 | information.nFileIndexLow};
+  return FileKey{*volume, JoinHalves(information.nFileIndexHigh, information.nFileIndexLow)};
 }
 
 std::string OrderText(const FileKey& file) {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel::sim {
 

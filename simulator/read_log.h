@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel::sim {
 

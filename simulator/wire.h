@@ -10,7 +10,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel::sim {
 

@@ -4,23 +4,24 @@
 
 #include <optional>
 
-#include "common/directory_listing.h"
-#include "common/identity.h"
+#include "files/directory_listing.h"
+#include "files/file_identity.h"
+#include "files/install_directory.h"
 #include "logging/log_message.h"
-#include "tracking/tracked_files_state.h"
+#include "tracking/state.h"
 
 namespace zel {
 
 namespace {
 
-bool IsTracked(const FileKey& file) {
+bool IsTracked(const FileKey& file) ZEL_EXCLUDES(TrackedFilesLock) {
   const LockGuard guard(TrackedFilesLock);
   const TrackedFileTable& table = TrackedFiles().table;
   const auto volume = table.find(file.volume);
   return volume != table.end() && volume->second->HasFileId(file.file_id);
 }
 
-bool HasTrackedFiles(const VolumeGuid& volume_guid) {
+bool HasTrackedFiles(const VolumeGuid& volume_guid) ZEL_EXCLUDES(TrackedFilesLock) {
   const LockGuard guard(TrackedFilesLock);
   return TrackedFiles().table.contains(volume_guid);
 }

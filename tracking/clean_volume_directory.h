@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel {
 

@@ -3,11 +3,11 @@
 #include <iterator>
 #include <optional>
 
-#include "common/identity.h"
+#include "files/file_identity.h"
 #include "logging/log_message.h"
-#include "tracking/tracked_file_list.h"
-#include "tracking/tracked_file_list_value.h"
-#include "tracking/tracked_files_state.h"
+#include "tracking/registry_store.h"
+#include "tracking/state.h"
+#include "tracking/volume_list_format.h"
 
 namespace zel {
 

@@ -11,9 +11,13 @@
 #include <string_view>
 #include <vector>
 
-#include "common/types.h"
+#include "files/types.h"
+#include "win32/critical_section.h"
 
 namespace zel {
+
+// Guards the tracked files. Order: TrackedFilesLock, bitmapCacheLock, log lock.
+extern CriticalSection TrackedFilesLock;
 
 // One tracked file, copied out.
 struct TrackedFileEntry {
@@ -28,18 +32,18 @@ struct TrackedFileEntry {
 // and id. False, and nothing changed, when the path is tracked under another volume or id, and when
 // it is too long to be stored; both are logged.
 [[nodiscard]] bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid,
-                                     FileId file_id, bool& is_new);
+                                     FileId file_id, bool& is_new) ZEL_EXCLUDES(TrackedFilesLock);
 
 // The first volume in the order of the GUIDs that tracks `path`. False, outputs unchanged, when
 // none does.
-[[nodiscard]] bool FindTrackedFile(std::wstring_view path, VolumeGuid& volume_guid,
-                                   FileId& file_id);
+[[nodiscard]] bool FindTrackedFile(std::wstring_view path, VolumeGuid& volume_guid, FileId& file_id)
+    ZEL_EXCLUDES(TrackedFilesLock);
 
 // Replaces `entries` by every tracked file, volumes in the order of their GUIDs and within each the
 // paths in theirs.
-void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries);
+void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries) ZEL_EXCLUDES(TrackedFilesLock);
 
 // Removes the path from every volume that has it. Logs nothing.
-void StopTrackingFile(std::wstring_view path);
+void StopTrackingFile(std::wstring_view path) ZEL_EXCLUDES(TrackedFilesLock);
 
 }  // namespace zel

@@ -1,12 +1,13 @@
 #include "tracking/untracked_cleanup.h"
 
-#include <process.h>
 #include <windows.h>
 
-#include "common/identity.h"
+#include "files/file_identity.h"
+#include "files/install_directory.h"
 #include "tracking/clean_volume_directory.h"
-#include "tracking/tracked_file_list.h"
-#include "tracking/tracked_files_state.h"
+#include "tracking/registry_store.h"
+#include "tracking/state.h"
+#include "win32/thread.h"
 
 namespace zel {
 
@@ -21,7 +22,7 @@ constexpr unsigned kStackReservation = 1u << 20;
 CriticalSection cleanupThreadLock;
 
 // Returns the event that asks for the next pass; null when the thread is to end.
-HANDLE BeginPass() {
+HANDLE BeginPass() ZEL_EXCLUDES(TrackedFilesLock) {
   const LockGuard guard(TrackedFilesLock);
   TrackedFilesState& state = TrackedFiles();
   if (state.CleanupShutdown) {
@@ -44,7 +45,7 @@ unsigned __stdcall UntrackedCleanupThread(void*) {
 }
 
 // Asks the thread to end. Null when there is none.
-HANDLE RequestEnd() {
+HANDLE RequestEnd() ZEL_EXCLUDES(TrackedFilesLock) {
   const LockGuard guard(TrackedFilesLock);
   TrackedFilesState& state = TrackedFiles();
   if (!state.CleanupThread) return nullptr;
@@ -53,17 +54,17 @@ HANDLE RequestEnd() {
   return state.CleanupThread.get();
 }
 
-void WaitForEnd(HANDLE thread) {
+void WaitForEnd(HANDLE thread) ZEL_EXCLUDES(TrackedFilesLock) {
   if (::WaitForSingleObject(thread, kEndTimeoutMs) == WAIT_OBJECT_0) return;
   {
-    // So that the thread does not take the lock with it, which would then be held for ever.
+    // Never terminated while it owns the lock, which would then be held for ever.
     const LockGuard guard(TrackedFilesLock);
     ::TerminateThread(thread, kTerminatedExitCode);
   }
   ::WaitForSingleObject(thread, INFINITE);
 }
 
-void CloseThread() {
+void CloseThread() ZEL_EXCLUDES(TrackedFilesLock) {
   const LockGuard guard(TrackedFilesLock);
   TrackedFiles().CleanupThread.reset();
   TrackedFiles().CleanupWakeEvent.reset();  // a terminated thread has left it open
@@ -71,7 +72,7 @@ void CloseThread() {
 
 }  // namespace
 
-bool StartCleanupThread() {
+bool StartCleanupThread() ZEL_EXCLUDES(cleanupThreadLock) {
   // Not left to the thread: terminated while it computes the path, it would keep everyone waiting.
   (void)GetCbtDirectory();
   const LockGuard thread_guard(cleanupThreadLock);
@@ -83,14 +84,12 @@ bool StartCleanupThread() {
   state.CleanupWakeEvent.reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
   // Without its event the thread would run one pass after the other.
   if (!state.CleanupWakeEvent) return false;
-  state.CleanupThread.reset(reinterpret_cast<HANDLE>(
-      ::_beginthreadex(nullptr, kStackReservation, UntrackedCleanupThread, nullptr,
-                       STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr)));
+  state.CleanupThread = StartThread(UntrackedCleanupThread, nullptr, kStackReservation);
   if (!state.CleanupThread) state.CleanupWakeEvent.reset();
   return static_cast<bool>(state.CleanupThread);
 }
 
-void ShutdownTrackedFiles() {
+void ShutdownTrackedFiles() ZEL_EXCLUDES(cleanupThreadLock) {
   const LockGuard thread_guard(cleanupThreadLock);
   if (const HANDLE thread = RequestEnd()) {
     WaitForEnd(thread);

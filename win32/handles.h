@@ -8,28 +8,16 @@
 
 namespace zel {
 
-// Kernel objects whose creators answer null on failure: events, threads, mappings, tokens.
-struct KernelObjectTraits {
-  using Type = HANDLE;
-  static Type Null() noexcept { return nullptr; }
-  static bool Valid(Type value) noexcept { return value != nullptr; }
-  static void Close(Type value) noexcept { ::CloseHandle(value); }
-};
+// Kernel objects whose creators answer null on failure.
+using KernelObjectTraits = NullTraits<HANDLE, ::CloseHandle>;
 using UniqueEvent = UniqueResource<KernelObjectTraits>;
 using UniqueThread = UniqueResource<KernelObjectTraits>;
 using UniqueToken = UniqueResource<KernelObjectTraits>;
 using UniqueMapping = UniqueResource<KernelObjectTraits>;
 
-// A mapped view, seen as what lies at its begin.
+// A mapped view, seen as what lies at its start.
 template <class T>
-struct MappedViewTraits {
-  using Type = T*;
-  static Type Null() noexcept { return nullptr; }
-  static bool Valid(Type value) noexcept { return value != nullptr; }
-  static void Close(Type value) noexcept { ::UnmapViewOfFile(value); }
-};
-template <class T>
-using UniqueView = UniqueResource<MappedViewTraits<T>>;
+using UniqueView = UniqueResource<NullTraits<T*, ::UnmapViewOfFile>>;
 
 // Handles whose creators answer INVALID_HANDLE_VALUE on failure.
 template <auto CloseFunction>
@@ -45,20 +33,7 @@ using UniqueFile = UniqueResource<InvalidHandleTraits<::CloseHandle>>;
 using UniqueFind = UniqueResource<InvalidHandleTraits<::FindClose>>;
 using UniqueChangeNotification = UniqueResource<InvalidHandleTraits<::FindCloseChangeNotification>>;
 
-struct RegistryKeyTraits {
-  using Type = HKEY;
-  static Type Null() noexcept { return nullptr; }
-  static bool Valid(Type value) noexcept { return value != nullptr; }
-  static void Close(Type value) noexcept { ::RegCloseKey(value); }
-};
-using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
-
-struct ServiceHandleTraits {
-  using Type = SC_HANDLE;
-  static Type Null() noexcept { return nullptr; }
-  static bool Valid(Type value) noexcept { return value != nullptr; }
-  static void Close(Type value) noexcept { ::CloseServiceHandle(value); }
-};
-using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
+using UniqueRegistryKey = UniqueResource<NullTraits<HKEY, ::RegCloseKey>>;
+using UniqueServiceHandle = UniqueResource<NullTraits<SC_HANDLE, ::CloseServiceHandle>>;
 
 }  // namespace zel

@@ -8,12 +8,9 @@
 
 namespace zel {
 
-struct RpcStringTraits {
-  using Type = RPC_WSTR;
-  static Type Null() noexcept { return nullptr; }
-  static bool Valid(Type value) noexcept { return value != nullptr; }
-  static void Close(Type value) noexcept { ::RpcStringFreeW(&value); }
-};
-using UniqueRpcString = UniqueResource<RpcStringTraits>;
+inline void FreeRpcString(RPC_WSTR text) noexcept {
+  ::RpcStringFreeW(&text);
+}
+using UniqueRpcString = UniqueResource<NullTraits<RPC_WSTR, FreeRpcString>>;
 
 }  // namespace zel

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "win32/mutex.h"
-#include "win32/worker_thread.h"
+#include "win32/thread.h"
 
 namespace zel {
 

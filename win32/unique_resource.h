@@ -11,6 +11,15 @@
 
 namespace zel {
 
+// Of values whose creators answer null on failure.
+template <class T, auto CloseFunction>
+struct NullTraits {
+  using Type = T;
+  static Type Null() noexcept { return nullptr; }
+  static bool Valid(Type value) noexcept { return value != nullptr; }
+  static void Close(Type value) noexcept { CloseFunction(value); }
+};
+
 template <class Traits>
 class [[nodiscard]] UniqueResource {
  public:

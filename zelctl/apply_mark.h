@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/types.h"
+#include "files/types.h"
 #include "zelctl/bitmap_file.h"
 
 namespace zel::ctl {

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel::ctl {
 

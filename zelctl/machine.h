@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/types.h"
+#include "files/types.h"
 #include "zelctl/block_files.h"
 
 namespace zel::ctl {

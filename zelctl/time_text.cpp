@@ -1,5 +1,7 @@
 #include "zelctl/time_text.h"
 
+#include "win32/file_time.h"
+
 #include <array>
 #include <charconv>
 #include <chrono>
@@ -10,7 +12,7 @@ namespace zel::ctl {
 
 namespace {
 
-using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, kFileTimeUnitsPerSecond>>;
 
 constexpr std::chrono::sys_days kEpoch = std::chrono::year(1601) / 1 / 1;
 constexpr std::chrono::sys_days kEnd = std::chrono::year(10000) / 1 / 1;

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel::ctl {
 

@@ -2,10 +2,10 @@
 
 #include <windows.h>
 
-#include "common/error_info.h"
-#include "common/identity.h"
-#include "common/system_time.h"
-#include "common/volume_name.h"
+#include "errors/error_info.h"
+#include "files/file_identity.h"
+#include "files/layout.h"
+#include "win32/file_time.h"
 #include "zelctl/wide_text.h"
 #include "zelctl/win32_files.h"
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel::ctl {
 

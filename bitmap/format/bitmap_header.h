@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel {
 

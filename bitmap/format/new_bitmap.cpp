@@ -1,20 +1,6 @@
 #include "bitmap/format/new_bitmap.h"
 
-#include "bitmap/bitmap_name.h"
-#include "common/hex_name.h"
-
 namespace zel {
-
-NewBitmapPaths ComposeNewBitmapPaths(std::wstring_view cbt_directory, std::wstring_view volume_text,
-                                     const NewBitmap& bitmap) {
-  NewBitmapPaths paths;
-  auto& [cbt, volume, file] = paths.directories;
-  cbt = cbt_directory;
-  volume = (cbt + L'\\').append(volume_text);
-  file = volume + L'\\' + FormatFileIdDirectory(bitmap.file_id);
-  paths.file = file + L'\\' + FormatBitmapName(bitmap.creation_time, bitmap.block_size);
-  return paths;
-}
 
 NewBitmapBytes ComposeNewBitmapBytes(const NewBitmap& bitmap, BitmapId bitmap_id) {
   NewBitmapBytes bytes = {};

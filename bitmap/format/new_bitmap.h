@@ -1,18 +1,13 @@
-// What a new bitmap is made of: its paths and its first bytes. Pure.
+// The first bytes of a new bitmap. Not here: its paths (files/layout.h). Pure.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "bitmap/format/bitmap_header.h"
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel {
-
-// The longest path that the buffers of 260 characters take, terminator not counted.
-inline constexpr std::size_t kMaxBitmapPath = 259;
 
 struct NewBitmap {
   VolumeGuid volume_guid;  // of the tracked file
@@ -23,17 +18,8 @@ struct NewBitmap {
   std::uint64_t file_size;    // bytes of the tracked file
 };
 
-// The directories from the CBT directory down, each in the one before it, and the file.
-struct NewBitmapPaths {
-  std::wstring directories[3];
-  std::wstring file;  // the longest; may be longer than kMaxBitmapPath
-};
-[[nodiscard]] NewBitmapPaths ComposeNewBitmapPaths(std::wstring_view cbt_directory,
-                                                   std::wstring_view volume_text,
-                                                   const NewBitmap& bitmap);
-
-// What is written at the file's begin: the header and, as writers have always done, eight zero
-// bytes behind it. The file's end is set afterwards.
+// What is written at the file's start: the header and, as writers have always done, eight zero
+// bytes after it. The file's end is set afterwards.
 struct NewBitmapBytes {
   BitmapFileHeader header;
   std::uint8_t zeros[8];

@@ -1,7 +1,7 @@
 // A read or a write, carried out so that it is known where it went, and reported. Test bench only.
 #pragma once
 
-#include "common/types.h"
+#include "files/types.h"
 #include "simulator/simhook/native_calls.h"
 
 namespace zel::sim {

@@ -7,10 +7,10 @@
 #include <optional>
 #include <vector>
 
-#include "bitmap/bitmap_name.h"
 #include "bitmap/change/change_bitmap.h"
 #include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/header_checks.h"
+#include "files/layout.h"
 
 namespace {
 

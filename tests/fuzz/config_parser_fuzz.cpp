@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "logging/config_parser.h"
+#include "config/config_parser.h"
 
 namespace {
 

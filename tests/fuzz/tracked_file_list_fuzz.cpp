@@ -5,8 +5,8 @@
 #include <cstring>
 #include <memory>
 
-#include "tracking/tracked_file_list_value.h"
-#include "tracking/volume_file_list.h"
+#include "tracking/volume_list.h"
+#include "tracking/volume_list_format.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "bitmap/bitmap_sweep.h"
 #include "bitmap/flusher.h"
 #include "bitmap/record_changes.h"
-#include "logging/settings.h"
+#include "config/settings.h"
 #include "tests/portable/support/memory_bitmap_files.h"
 
 namespace zel {

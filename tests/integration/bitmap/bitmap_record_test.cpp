@@ -2,10 +2,10 @@
 
 #include "bitmap/pinned_bitmap.h"
 #include "bitmap/zel_set_bits.h"
-#include "common/system_time.h"
 #include "tests/integration/support/bitmap_file.h"
 #include "tests/integration/support/flush_hooks.h"
 #include "tests/integration/support/log_fixture.h"
+#include "win32/file_time.h"
 #include "win32/handles.h"
 
 namespace zel {

@@ -9,10 +9,10 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/create_bitmap.h"
-#include "common/system_time.h"
-#include "logging/settings.h"
+#include "config/settings.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/handle_count.h"
+#include "win32/file_time.h"
 
 namespace zel {
 namespace {

@@ -1,6 +1,6 @@
 #include "bitmap/create_bitmap.h"
 
-#include "common/error_info.h"
+#include "errors/error_info.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "win32/handles.h"
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "bitmap/bitmap_manager.h"
-#include "logging/settings.h"
+#include "config/settings.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "win32/handles.h"
 

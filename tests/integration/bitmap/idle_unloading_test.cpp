@@ -3,7 +3,7 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/record_changes.h"
-#include "logging/settings.h"
+#include "config/settings.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "win32/handles.h"
 

@@ -149,7 +149,7 @@ TEST_F(LogMessageTest, EnabledCallAllocatesNothing) {
 TEST_F(LogMessageTest, WithoutConfigurationGeneralTraceToWarnAreWritten) {
   std::filesystem::create_directories(log_path().parent_path());
   std::filesystem::create_directories(config_path().parent_path());
-  InitLogging(log_path().wstring());
+  InitLogging(log_path().wstring(), kConfigurationFile);
   for (int selector = 0; selector < 15; ++selector) LogMessage(selector, L"%d\n", selector);
   EXPECT_THAT(StopLoggingAndGetMessages(), ElementsAre("TRACE 0", "DEBUG 1", "INFO  2", "WARN  3"));
 }
@@ -157,7 +157,7 @@ TEST_F(LogMessageTest, WithoutConfigurationGeneralTraceToWarnAreWritten) {
 TEST_F(LogMessageTest, WithoutAFileTheBareMessageGoesToStandardOutput) {
   std::filesystem::create_directories(log_path());  // a directory where the log should be
   test::WriteFileBytes(config_path(), test::kEverythingOn);
-  InitLogging(log_path().wstring());
+  InitLogging(log_path().wstring(), kConfigurationFile);
   testing::internal::CaptureStdout();
   LogMessage(kGeneralInfo, L"Service %s\n", L"\u0394started");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Service \xce\x94started\n");

@@ -3,7 +3,7 @@
 #include "rpc/procedures.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/recording_pipe.h"
-#include "tracking/tracked_file_list.h"
+#include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
 #include "win32/rpc_exception.h"
 

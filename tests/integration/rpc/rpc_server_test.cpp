@@ -5,6 +5,7 @@
 #include "rpc/zel_stub_tables.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/rpc_runtime_hooks.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 namespace {
@@ -14,15 +15,15 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
-constexpr char kPending[] = "status 2 0 3000";
+constexpr char kStarting[] = "report starting";
 
 // A whole run, in its order.
 const std::vector<std::string> kWholeRun = {
-    kPending,         "use ncalrpc 3",    "use ncacn_ip_tcp 3",
-    "use ncacn_np 3", "use ncacn_http 3", kPending,
-    "register",       kPending,           "bindings",
-    "publish",        kPending,           "authentication 10",
-    kPending,         "listen 3 1234 1",  "status 4 0 0",
+    kStarting,        "use ncalrpc 3",    "use ncacn_ip_tcp 3",
+    "use ncacn_np 3", "use ncacn_http 3", kStarting,
+    "register",       kStarting,          "bindings",
+    "publish",        kStarting,          "authentication 10",
+    kStarting,        "listen 3 1234 1",  "report listening",
     "wait",           "withdraw",         "free"};
 
 // The run up to the last of its calls that begins with `call`.
@@ -37,7 +38,7 @@ class RunRpcServerTest : public test::LogFixture {
   // What is logged meanwhile.
   std::vector<std::string> Run() {
     StartLogging();
-    RunRpcServer();
+    RunRpcServer(RpcRuntimeHooks::Report);
     return StopLoggingAndGetMessages();
   }
 
@@ -57,25 +58,25 @@ TEST_F(RunRpcServerTest, GoesOnWithTheSequencesThatCanBeUsed) {
   EXPECT_EQ(RpcRuntimeHooks::calls(), kWholeRun);
 }
 
-TEST_F(RunRpcServerTest, NoSequenceAtAllIsLoggedAndTheStatusStaysPending) {
+TEST_F(RunRpcServerTest, NoSequenceAtAllIsLoggedAndNotReported) {
   RpcRuntimeHooks::AnswerAllSequences(RPC_S_PROTSEQ_NOT_SUPPORTED);
   StartLogging();
-  RunRpcServer();
+  RunRpcServer(RpcRuntimeHooks::Report);
   ShutdownLogging();
   // Without a line's end.
   EXPECT_THAT(test::ReadFileBytes(log_path()), ::testing::EndsWith("] no protocols registered"));
   EXPECT_THAT(RpcRuntimeHooks::calls(), ElementsAreArray(RunUpTo("use")));
 }
 
-TEST_F(RunRpcServerTest, FailedStepStopsTheServiceWithItsCodeAndKeepsTheBindings) {
+TEST_F(RunRpcServerTest, FailedStepIsReportedWithItsCodeAndKeepsTheBindings) {
   for (const char* step :
        {"register", "bindings", "publish", "authentication", "listen", "wait", "withdraw"}) {
     SCOPED_TRACE(step);
     RpcRuntimeHooks::Answer(step, RPC_S_OUT_OF_RESOURCES);
     const std::size_t before = RpcRuntimeHooks::calls().size();
-    RunRpcServer();
+    RunRpcServer(RpcRuntimeHooks::Report);
     std::vector<std::string> expected = RunUpTo(step);
-    expected.push_back("status 1 1721 0");
+    expected.push_back("report failure 1721");
     EXPECT_EQ(std::vector(RpcRuntimeHooks::calls().begin() + static_cast<std::ptrdiff_t>(before),
                           RpcRuntimeHooks::calls().end()),
               expected);
@@ -86,14 +87,24 @@ TEST_F(RunRpcServerTest, FailedStepStopsTheServiceWithItsCodeAndKeepsTheBindings
 TEST_F(RunRpcServerTest, RefusedReportEndsTheRunAtOnce) {
   int report = 0;
   for (std::size_t at = 0; at < kWholeRun.size(); ++at) {
-    if (!kWholeRun[at].starts_with("status")) continue;
+    if (!kWholeRun[at].starts_with("report")) continue;
     RpcRuntimeHooks::RefuseReport(++report);
     const std::size_t before = RpcRuntimeHooks::calls().size();
-    RunRpcServer();
+    RunRpcServer(RpcRuntimeHooks::Report);
     EXPECT_EQ(RpcRuntimeHooks::calls().size() - before, at + 1) << report;
     RpcRuntimeHooks::RefuseReport(0);
   }
   EXPECT_EQ(report, 6);
+}
+
+TEST_F(RunRpcServerTest, ServerOfAServiceThatIsToStopDoesNotListen) {
+  StopRequested = true;
+  EXPECT_THAT(Run(), IsEmpty());
+  std::vector<std::string> expected = kWholeRun;
+  std::erase_if(expected, [](const std::string& call) {
+    return call.starts_with("listen") || call == "report listening" || call == "wait";
+  });
+  EXPECT_EQ(RpcRuntimeHooks::calls(), expected);
 }
 
 TEST(ZelServerInterfaceTest, SaysWhatItIs) {

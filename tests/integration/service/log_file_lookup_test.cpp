@@ -1,4 +1,4 @@
-#include "service/log_file_lookup.h"
+#include "service/log_file_path.h"
 
 #include <gtest/gtest.h>
 

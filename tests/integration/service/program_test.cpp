@@ -6,8 +6,8 @@
 #include <future>
 #include <vector>
 
-#include "common/service_status.h"
-#include "service/console_control.h"
+#include "service/service_main.h"
+#include "service/service_status.h"
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"

@@ -6,7 +6,7 @@
 #include <future>
 #include <optional>
 
-#include "service/service_start.h"
+#include "service/service_life.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"

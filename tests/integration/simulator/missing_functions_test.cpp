@@ -1,5 +1,5 @@
 // What the user library puts into a program that imports it: this one.
-#include "common/identity.h"
+#include "files/file_identity.h"
 #include "simulator/file_identity.h"
 #include "tests/integration/support/simulated_driver.h"
 #include "tests/integration/support/temp_directory.h"

@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <string>
 
-#include "bitmap/bitmap_name.h"
 #include "bitmap/bitmap_record.h"
 #include "bitmap/flusher.h"
 #include "bitmap/format/new_bitmap.h"
+#include "files/layout.h"
 #include "tests/integration/support/temp_directory.h"
 
 namespace zel::test {

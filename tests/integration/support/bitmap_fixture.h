@@ -10,7 +10,7 @@
 #include <string>
 
 #include "bitmap/bitmap_manager.h"
-#include "common/identity.h"
+#include "files/file_identity.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/log_fixture.h"
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "common/identity.h"
+#include "files/install_directory.h"
 #include "tests/integration/support/import_hook.h"
 
 extern "C" {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "bitmap/create_bitmap.h"
-#include "drivercomm/driver_message.h"
-#include "drivercomm/message_handler.h"
+#include "driver/driver_message.h"
+#include "driver/message_handler.h"
 #include "tests/integration/support/bitmap_fixture.h"
 
 extern "C" {

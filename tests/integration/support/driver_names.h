@@ -2,7 +2,7 @@
 // volume of tests/integration/support/module_host.cpp.
 #pragma once
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel::test {
 

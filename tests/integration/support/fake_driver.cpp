@@ -10,9 +10,9 @@
 #include <utility>
 
 #include "bitmap/bitmap_manager.h"
-#include "drivercomm/driver_port.h"
-#include "drivercomm/driver_status_report.h"
-#include "drivercomm/synchronize.h"
+#include "driver/driver_port.h"
+#include "driver/driver_status_report.h"
+#include "driver/synchronize.h"
 #include "tracking/tracked_file_table.h"
 
 namespace zel {

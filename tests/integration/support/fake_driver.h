@@ -1,4 +1,4 @@
-// Takes drivercomm/'s place under the procedures: notes what they ask of the driver, and answers as
+// Takes driver/'s place under the procedures: notes what they ask of the driver, and answers as
 // the test says. Linked into a test instead of the real one.
 #pragma once
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "common/types.h"
+#include "files/types.h"
 
 namespace zel::test {
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "config/config_file.h"
 #include "logging/logging.h"
 #include "tests/integration/support/temp_directory.h"
 
@@ -40,7 +41,7 @@ class LogFixture : public ::testing::Test {
   void StartLogging(std::string_view configuration = kEverythingOn) {
     WriteFileBytes(config_path(), configuration);
     std::filesystem::create_directories(log_path().parent_path());
-    InitLogging(log_path().wstring());
+    InitLogging(log_path().wstring(), kConfigurationFile);
   }
 
   // Ends the log and returns what it holds.

@@ -23,18 +23,18 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/create_bitmap.h"
-#include "common/system_time.h"
-#include "drivercomm/driver_port.h"
-#include "drivercomm/message_threads.h"
-#include "drivercomm/synchronize.h"
-#include "logging/settings.h"
+#include "config/settings.h"
+#include "driver/driver_port.h"
+#include "driver/message_threads.h"
+#include "driver/synchronize.h"
 #include "simulator/text.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/driver_names.h"
 #include "tests/integration/support/import_hook.h"
-#include "tracking/tracked_file_list.h"
+#include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
 #include "tracking/untracked_cleanup.h"
+#include "win32/file_time.h"
 
 extern "C" {
 extern void* __imp_WaitForSingleObject;

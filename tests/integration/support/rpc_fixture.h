@@ -10,13 +10,12 @@
 #include <utility>
 
 #include "client/zel_client.h"
-#include "common/service_status.h"
 #include "rpc/rpc_server.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/fake_driver.h"
 #include "tests/integration/support/poll.h"
 #include "tests/integration/support/rpc_endpoints.h"
-#include "tracking/tracked_file_list.h"
+#include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
 
 namespace zel {
@@ -29,13 +28,12 @@ inline void PrintTo(const CallResult& result, std::ostream* out) {
 
 namespace zel::test {
 
-// RunRpcServer on a thread, from when it listens until it goes out of scope. Reports of the
-// service's status go nowhere.
+// RunRpcServer on a thread, from when it listens until it goes out of scope. Its reports go
+// nowhere.
 class RunningServer {
  public:
   RunningServer() {
-    DebugMode = true;
-    thread_ = std::thread(RunRpcServer);
+    thread_ = std::thread(RunRpcServer, [](RpcServerStep, std::uint32_t) { return true; });
     EXPECT_TRUE(PollUntil([] { return ::RpcMgmtIsServerListening(nullptr) == RPC_S_OK; }));
   }
   ~RunningServer() {

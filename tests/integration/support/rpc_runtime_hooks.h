@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "rpc/rpc_server.h"
 #include "tests/integration/support/import_hook.h"
 
 extern "C" {
@@ -22,13 +23,12 @@ extern void* __imp_RpcServerListen;
 extern void* __imp_RpcMgmtWaitServerListen;
 extern void* __imp_RpcEpUnregister;
 extern void* __imp_RpcBindingVectorFree;
-extern void* __imp_SetServiceStatus;
 }
 
 namespace zel::test {
 
-// Everything happens on the thread that runs the server. Reports of the service's status are noted
-// among the calls: "status STATE EXIT_CODE HINT".
+// Everything happens on the thread that runs the server. Its reports are noted among the calls:
+// "report starting", "report listening", "report failure STATUS".
 class RpcRuntimeHooks {
  public:
   RpcRuntimeHooks() {
@@ -45,6 +45,14 @@ class RpcRuntimeHooks {
   static void RefuseReport(int number) { refused_report_ = number; }
 
   static const std::vector<std::string>& calls() { return calls_; }
+
+  // For RunRpcServer.
+  static bool Report(RpcServerStep step, std::uint32_t status) {
+    Note(step == RpcServerStep::kStarting    ? "report starting"
+         : step == RpcServerStep::kListening ? "report listening"
+                                             : "report failure " + std::to_string(status));
+    return --refused_report_ != 0;
+  }
 
  private:
   static RPC_STATUS Note(const std::string& call) {
@@ -100,11 +108,6 @@ class RpcRuntimeHooks {
     *vector = nullptr;
     return Note("free");
   }
-  static BOOL WINAPI Report(SERVICE_STATUS_HANDLE, LPSERVICE_STATUS status) {
-    Note("status " + std::to_string(status->dwCurrentState) + " " +
-         std::to_string(status->dwWin32ExitCode) + " " + std::to_string(status->dwWaitHint));
-    return --refused_report_ != 0;
-  }
 
   static inline RPC_BINDING_VECTOR bindings_;
   static inline std::vector<std::string> calls_;
@@ -120,7 +123,6 @@ class RpcRuntimeHooks {
   ImportHook wait_{__imp_RpcMgmtWaitServerListen, &Wait};
   ImportHook withdraw_{__imp_RpcEpUnregister, &EpUnregister};
   ImportHook free_{__imp_RpcBindingVectorFree, &FreeBindings};
-  ImportHook report_{__imp_SetServiceStatus, &Report};
 };
 
 }  // namespace zel::test

@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "bitmap/bitmap_manager.h"
-#include "common/service_status.h"
 #include "rpc/rpc_server.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/rpc_endpoints.h"
@@ -24,8 +23,7 @@ int wmain(int argc, wchar_t** argv) {
   std::filesystem::create_directories(install_directory + L"\\cbt");
   zel::test::UseCbtDirectoryOf(install_directory);
   zel::InitBitmapManager();
-  zel::DebugMode = true;  // nobody is told of the service's state
-  std::thread server(zel::RunRpcServer);
+  std::thread server(zel::RunRpcServer, [](zel::RpcServerStep, std::uint32_t) { return true; });
   while (::RpcMgmtIsServerListening(nullptr) != RPC_S_OK) ::Sleep(10);
   for (const auto& [sequence, endpoint] : zel::test::ServerEndpoints()) {
     std::printf("%ls %ls\n", sequence.c_str(), endpoint.c_str());

@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "common/system_time.h"
 #include "tests/integration/support/import_hook.h"
+#include "win32/file_time.h"
 #include "win32/handles.h"
 
 extern "C" {

@@ -7,10 +7,10 @@
 
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/registry_key.h"
-#include "tracking/tracked_file_list.h"
-#include "tracking/tracked_file_list_value.h"
+#include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
 #include "tracking/untracked_cleanup.h"
+#include "tracking/volume_list_format.h"
 
 namespace zel::test {
 

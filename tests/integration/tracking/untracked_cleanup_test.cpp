@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "common/identity.h"
+#include "files/file_identity.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/handle_count.h"
 #include "tests/integration/support/import_hook.h"

@@ -3,9 +3,9 @@
 #include <atomic>
 #include <cstring>
 
-#include "bitmap/bitmap_name.h"
 #include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/new_bitmap.h"
+#include "files/layout.h"
 
 namespace zel::test {
 

@@ -4,11 +4,11 @@
 #include <chrono>
 
 #include "bitmap/zel_set_bits.h"
-#include "common/error_info.h"
-#include "common/identity.h"
-#include "common/system_time.h"
+#include "errors/error_info.h"
+#include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "tests/portable/support/memory_bitmap_files.h"
+#include "win32/file_time.h"
 
 namespace zel {
 

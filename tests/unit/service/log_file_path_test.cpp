@@ -1,5 +1,7 @@
 #include "service/log_file_path.h"
 
+#include "files/layout.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -60,7 +62,7 @@ TEST(DeriveLogFilePathTest, ProgramWithoutDotGetsLogAppended) {
 TEST(DeriveLogFilePathTest, DotAtIndex255StillLeavesRoomAndOneAt256DoesNot) {
   const std::wstring path = PathWithDotAt(255, 300);
   EXPECT_EQ(Beside(path), path.substr(0, 255) + L".log");
-  EXPECT_EQ(Beside(PathWithDotAt(255, 256)).size(), kMaxLogFilePath);
+  EXPECT_EQ(Beside(PathWithDotAt(255, 256)).size(), kMaxPathLength);
   EXPECT_EQ(Beside(PathWithDotAt(256, 300)), L"zelservice.log");
   EXPECT_EQ(Beside(PathWithDotAt(256, 257)), L"zelservice.log");
 }
@@ -74,9 +76,9 @@ TEST(DeriveLogFilePathTest, PathsWithoutDotFitUpTo254Characters) {
 
 TEST(DeriveLogFilePathTest, NoInputGivesMoreThanTheBufferHolds) {
   for (std::size_t length = 4; length <= 300; ++length) {
-    EXPECT_LE(Beside(PathWithoutDot(length)).size(), kMaxLogFilePath) << length;
-    EXPECT_LE(Beside(PathWithDotAt(length - 1, length)).size(), kMaxLogFilePath) << length;
-    EXPECT_LE(DeriveLogFilePath(PathWithoutDot(length), L"").size(), kMaxLogFilePath) << length;
+    EXPECT_LE(Beside(PathWithoutDot(length)).size(), kMaxPathLength) << length;
+    EXPECT_LE(Beside(PathWithDotAt(length - 1, length)).size(), kMaxPathLength) << length;
+    EXPECT_LE(DeriveLogFilePath(PathWithoutDot(length), L"").size(), kMaxPathLength) << length;
   }
 }
 

@@ -7,11 +7,11 @@
 #include <sstream>
 #include <string>
 
-#include "bitmap/bitmap_name.h"
 #include "bitmap/change/set_bits.h"
 #include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/header_checks.h"
 #include "bitmap/format/new_bitmap.h"
+#include "files/layout.h"
 #include "tests/unit/support/hex_dump.h"
 
 namespace zel {
@@ -52,8 +52,9 @@ TEST(FileFormatExampleTest, IsWhatTheCodeWrites) {
 }
 
 TEST(FileFormatExampleTest, IsCalledWhatTheCodeCallsIt) {
-  const NewBitmapPaths paths = ComposeNewBitmapPaths(
-      LR"(\\?\C:\Agent\cbt)", L"8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e", kExample);
+  const NewBitmapPaths paths =
+      ComposeNewBitmapPaths(LR"(\\?\C:\Agent\cbt)", L"8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e",
+                            kExample.file_id, kExample.creation_time, kExample.block_size);
   std::ifstream document("docs/file-format.md");
   std::stringstream text;
   text << document.rdbuf();

@@ -16,14 +16,6 @@ constexpr NewBitmap kBitmap = {
     .block_size = 0x10000,
     .file_size = 0x1112131415161718};
 
-TEST(ComposeNewBitmapPathsTest, EachDirectoryLiesInTheOneBefore) {
-  const NewBitmapPaths paths = ComposeNewBitmapPaths(L"\\\\?\\C:\\a\\cbt", L"<guid>", kBitmap);
-  EXPECT_EQ(paths.directories[0], L"\\\\?\\C:\\a\\cbt");
-  EXPECT_EQ(paths.directories[1], L"\\\\?\\C:\\a\\cbt\\<guid>");
-  EXPECT_EQ(paths.directories[2], L"\\\\?\\C:\\a\\cbt\\<guid>\\0102030405060708");
-  EXPECT_EQ(paths.file, L"\\\\?\\C:\\a\\cbt\\<guid>\\0102030405060708\\01d2a3b4c5d6e7f800010000");
-}
-
 TEST(ComposeNewBitmapBytesTest, HoldsEachFieldAtItsOffsetAndZerosElsewhere) {
   std::string expected(520, '\0');
   const auto put = [&](std::size_t offset, const std::string& bytes) {

@@ -1,0 +1,86 @@
+#include "config/config_parser.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+
+namespace zel {
+
+namespace {
+
+constexpr char FoldCase(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+
+bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
+  return std::ranges::equal(a, b, {}, FoldCase, FoldCase);
+}
+
+std::string_view TrimBlanksAndTabs(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// A leading decimal number, 0 without one, the nearest limit beyond 64 bits. 0 and -1 stand for
+// the default.
+std::int64_t ParseTimeout(std::string_view value, std::int64_t default_seconds) {
+  const long long seconds = std::strtoll(std::string(value).c_str(), nullptr, 10);
+  return seconds == 0 || seconds == -1 ? default_seconds : seconds;
+}
+
+void ApplySetting(std::string_view key, std::string_view value, Configuration& configuration) {
+  if (EqualsIgnoringCase(key, "zelservicelog")) {
+    configuration.levels[kGeneral] = ParseLevelWord(value);
+  } else if (EqualsIgnoringCase(key, "zelservicelog:bitmap")) {
+    configuration.levels[kBitmap] = ParseLevelWord(value);
+  } else if (EqualsIgnoringCase(key, "zelservicelog:drivercomm")) {
+    configuration.levels[kDriverComm] = ParseLevelWord(value);
+  } else if (EqualsIgnoringCase(key, "zelservice:BitmapIdleTimeout")) {
+    configuration.bitmap_idle_timeout = ParseTimeout(value, kDefaultBitmapIdleTimeout);
+  } else if (EqualsIgnoringCase(key, "zelservice:SyncTimeout")) {
+    configuration.sync_timeout = ParseTimeout(value, kDefaultSyncTimeout);
+  }
+}
+
+void ApplyLine(std::string_view line, Configuration& configuration) {
+  line = TrimBlanksAndTabs(line);
+  if (line.starts_with('#')) return;
+  const std::size_t equals = line.find('=');
+  if (equals == std::string_view::npos) return;
+  ApplySetting(TrimBlanksAndTabs(line.substr(0, equals)),
+               TrimBlanksAndTabs(line.substr(equals + 1)), configuration);
+}
+
+}  // namespace
+
+LevelThreshold ParseLevelWord(std::string_view word) {
+  constexpr std::array<std::string_view, kLogLevels> kWords = {"trace", "debug", "info", "warn",
+                                                               "error"};
+  for (int level = 0; level < kLogLevels; ++level) {
+    if (EqualsIgnoringCase(word, kWords[static_cast<std::size_t>(level)])) return level;
+  }
+  return kSilent;
+}
+
+Configuration ParseConfiguration(std::string_view text) {
+  Configuration configuration;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    ApplyLine(text.substr(0, end), configuration);
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return configuration;
+}
+
+std::uint32_t ComputeLogEnableMask(const std::array<LevelThreshold, kLogCategories>& levels) {
+  std::uint32_t mask = 0;
+  for (int category = 0; category < kLogCategories; ++category) {
+    for (int level = levels[static_cast<std::size_t>(category)]; level < kLogLevels; ++level) {
+      mask |= 1u << (category * kLogLevels + level);
+    }
+  }
+  return mask;
+}
+
+}  // namespace zel

@@ -1,0 +1,20 @@
+// Process-wide settings from the configuration file. Stored by config/config_file alone.
+//
+// Threads: read from any thread whenever needed; a reader sees the old or the new value.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "config/config_parser.h"
+
+namespace zel {
+
+// Seconds that a loaded bitmap must have been unchanged before it is unloaded. Any value but 0 and
+// -1 that the file gives is taken as it is, negative ones included.
+inline constinit std::atomic<std::int64_t> BitmapIdleTimeout{kDefaultBitmapIdleTimeout};
+
+// Seconds without progress after which synchronization and verification give up.
+inline constinit std::atomic<std::int64_t> SyncTimeout{kDefaultSyncTimeout};
+
+}  // namespace zel

@@ -1,0 +1,65 @@
+// An event message from the driver, as it arrives from the filter port. Pure.
+//
+// Format: docs/driver-protocol.md. All integers little-endian.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "files/types.h"
+
+namespace zel {
+
+inline constexpr std::uint32_t kDriverMessageMagic = 0x092ABB38;
+
+enum class DriverMessageType : std::uint16_t {
+  kWrite = 0x038B,
+  kQueueSync = 0x04A9,  // everything queued before the sync command has been sent
+  kVerify = 0x04AA,     // the driver saw the verify control code on a tracked file
+  kOpened = 0x0714,
+  kClosed = 0x0A1B,
+  kSizeChanged = 0x0CD6,
+  kRenamed = 0x0F00,
+};
+
+struct DriverMessage {             // offset
+  std::uint32_t ReplyLength;       //  0  of the filter manager: not 0 when a reply would be taken
+  std::uint32_t reserved_4;        //  4
+  std::uint64_t MessageId;         //  8  of the filter manager
+  std::uint32_t Magic;             // 16
+  DriverMessageType Type;          // 20  may be none of the known ones
+  std::uint8_t UnreportedChanges;  // 22  not 0: changes of this file may be missing
+  std::uint8_t reserved_23;        // 23
+  std::uint32_t ProcessId;         // 24  whose operation it was
+  std::uint32_t reserved_28;       // 28
+  FileTime Timestamp;              // 32  of the event, by the driver's clock
+  zel::FileId FileId;              // 40
+  zel::VolumeGuid VolumeGuid;      // 48
+  std::uint64_t OffsetOrSize;      // 64  of a write: its first byte; of a size change: the new size
+  std::uint32_t Length;            // 72  of a write: bytes
+  std::uint32_t reserved_76;       // 76
+};
+
+static_assert(sizeof(DriverMessage) == 80);
+static_assert(offsetof(DriverMessage, ReplyLength) == 0);
+static_assert(offsetof(DriverMessage, MessageId) == 8);
+static_assert(offsetof(DriverMessage, Magic) == 16);
+static_assert(offsetof(DriverMessage, Type) == 20);
+static_assert(offsetof(DriverMessage, UnreportedChanges) == 22);
+static_assert(offsetof(DriverMessage, ProcessId) == 24);
+static_assert(offsetof(DriverMessage, Timestamp) == 32);
+static_assert(offsetof(DriverMessage, FileId) == 40);
+static_assert(offsetof(DriverMessage, VolumeGuid) == 48);
+static_assert(offsetof(DriverMessage, OffsetOrSize) == 64);
+static_assert(offsetof(DriverMessage, Length) == 72);
+
+enum class DriverMessageFault { kNone, kTooSmall, kWrongMagic };
+
+// Copies the message out of the bytes that were transferred, at any address; what a short one lacks
+// reads as 0, and what follows the first 80 bytes is not looked at. `message` is filled in either
+// case: a faulty one still tells its ReplyLength and its Magic.
+[[nodiscard]] DriverMessageFault ParseDriverMessage(std::span<const std::byte> transferred,
+                                                    DriverMessage& message);
+
+}  // namespace zel

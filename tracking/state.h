@@ -1,0 +1,31 @@
+// What table, list and cleanup share. Private to tracking/.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "files/types.h"
+#include "tracking/tracked_file_table.h"
+#include "tracking/volume_list.h"
+#include "win32/critical_section.h"
+#include "win32/handles.h"
+
+namespace zel {
+
+using TrackedFileTable = std::map<VolumeGuid, std::shared_ptr<VolumeFileList>>;
+
+struct TrackedFilesState {
+  TrackedFileTable table ZEL_GUARDED_BY(TrackedFilesLock);
+  UniqueRegistryKey TrackedFileListKey ZEL_GUARDED_BY(TrackedFilesLock);
+  UniqueThread CleanupThread ZEL_GUARDED_BY(TrackedFilesLock);
+  UniqueEvent CleanupWakeEvent ZEL_GUARDED_BY(TrackedFilesLock);  // manual reset
+  bool CleanupShutdown ZEL_GUARDED_BY(TrackedFilesLock) = false;  // asks the thread to end
+};
+
+// Never destroyed: threads may still use it while the process ends.
+[[nodiscard]] TrackedFilesState& TrackedFiles();
+
+// Asks the cleanup thread, if it runs, for another pass.
+void WakeCleanupThread() ZEL_REQUIRES(TrackedFilesLock);
+
+}  // namespace zel
