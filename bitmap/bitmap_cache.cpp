@@ -49,8 +49,12 @@ BitmapRecords BitmapCache::FindById(BitmapId bitmap_id) const {
 
 void BitmapCache::Erase(const std::shared_ptr<BitmapRecord>& record) {
   const FileKey key = {record->VolumeGuid, record->FileId};
-  std::erase(EntryOf(key), record);
-  by_id_.erase({record->BitmapId, key});
+  BitmapRecords& records = EntryOf(key);
+  std::erase(records, record);
+  // The file system may have given the id of a file that is gone to the next one already.
+  if (std::ranges::find(records, record->BitmapId, &BitmapRecord::BitmapId) == records.end()) {
+    by_id_.erase({record->BitmapId, key});
+  }
   EraseIfEmpty(key);
 }
 

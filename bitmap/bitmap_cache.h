@@ -51,7 +51,8 @@ class BitmapCache {
 
   Map map_;
   std::unordered_map<FileKey, BitmapRecords*, KeyHash> by_key_;
-  std::set<std::pair<BitmapId, FileKey>> by_id_;  // an entry holds an id once
+  std::set<std::pair<BitmapId, FileKey>>
+      by_id_;  // an entry holds an id once, but for discarded ones
 };
 
 // Every bitmap that is known. Never destroyed: threads may still use it while the process ends.

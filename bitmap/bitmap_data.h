@@ -30,8 +30,9 @@ struct BitmapData {
   std::uint32_t FileSize = 0;           // low 32 bits of the file's length at open
   std::uint32_t BitmapSize = 0;         // bytes of the bit area, as checked against that
   std::optional<ChangeBitmap> Changes;  // once the header has been accepted
-  Mutex FlushLock;                      // held over a flush, and while the file is closed
-  // Null before the opening, and after the closing: then FlushLock is held by whoever has no pin.
+  Mutex FlushLock;                      // held over a flush, and while the file is being closed
+  // Null until it is opened and once it is closed. Stays while somebody holds a pin; whoever does
+  // not looks at it under FlushLock.
   std::unique_ptr<BitmapFile> File;
 
   [[nodiscard]] BitmapFileHeader* header() const { return File ? File->header() : nullptr; }

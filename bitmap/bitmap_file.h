@@ -21,7 +21,7 @@ class BitmapFile {
   BitmapFile(const BitmapFile&) = delete;
   BitmapFile& operator=(const BitmapFile&) = delete;
 
-  // The file's first byte. Behind its end zeros follow, for a header at least.
+  // The file's first byte. A file shorter than a header is followed by zeros.
   [[nodiscard]] BitmapFileHeader* header() const { return header_; }
 
   // The low 32 bits of the file's length when it was opened.

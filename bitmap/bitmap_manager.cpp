@@ -20,15 +20,17 @@ bool IsPassedBy(const BitmapRecord& record, Purpose purpose) ZEL_REQUIRES_SHARED
   return record.Discarded || (purpose == Purpose::kChange && record.ChangeMissed);
 }
 
-// The road of nearly every report: pins a file's bitmaps if those that count are all loaded.
+// The road of nearly every report: pins a file's bitmaps if those that count are all loaded; else
+// nothing.
 bool PinLoaded(const FileKey& file, Purpose purpose, PinnedBitmaps& pinned) {
   const SharedGuard guard(bitmapCacheLock);
   const BitmapRecords* const records = KnownBitmaps().Find(file);
   if (records == nullptr) return false;
   for (const auto& record : *records) {
-    if (IsPassedBy(*record, purpose)) continue;
-    if (record->Data == nullptr) return false;
-    pinned.Add(PinnedBitmap(record->Data));
+    if (record->Data == nullptr && !IsPassedBy(*record, purpose)) return false;
+  }
+  for (const auto& record : *records) {
+    if (!IsPassedBy(*record, purpose)) pinned.Add(PinnedBitmap(record->Data));
   }
   return true;
 }
@@ -65,36 +67,44 @@ BitmapRecords RecordsOf(const FileKey& file) {
 }
 
 PinnedBitmaps FindBitmaps(const FileKey& file, Purpose purpose) {
-  {
-    PinnedBitmaps loaded;
-    if (PinLoaded(file, purpose, loaded)) return loaded;
-  }
   PinnedBitmaps pinned;
+  if (PinLoaded(file, purpose, pinned)) return pinned;
   for (const auto& record : RecordsOf(file)) {
     if (PinnedBitmap bitmap = LoadAndPin(*record, purpose)) pinned.Add(std::move(bitmap));
   }
   return pinned;
 }
 
+// Those that are not discarded first.
 BitmapRecords RecordsWithId(BitmapId bitmap_id) {
   const SharedGuard guard(bitmapCacheLock);
-  return KnownBitmaps().FindById(bitmap_id);
+  BitmapRecords records = KnownBitmaps().FindById(bitmap_id);
+  std::stable_partition(records.begin(), records.end(),
+                        [](const auto& record)
+                            ZEL_REQUIRES_SHARED(bitmapCacheLock) { return !record->Discarded; });
+  return records;
+}
+
+// A discarded one does not count: its file may be gone, and its id another file's.
+bool HoldsId(const BitmapRecords& records, BitmapId bitmap_id)
+    ZEL_REQUIRES_SHARED(bitmapCacheLock) {
+  for (const auto& record : records) {
+    if (record->BitmapId == bitmap_id && !record->Discarded) return true;
+  }
+  return false;
 }
 
 bool HasBitmap(const FileKey& file, BitmapId bitmap_id) {
   const SharedGuard guard(bitmapCacheLock);
   const BitmapRecords* const records = KnownBitmaps().Find(file);
-  return records != nullptr &&
-         std::ranges::find(*records, bitmap_id, &BitmapRecord::BitmapId) != records->end();
+  return records != nullptr && HoldsId(*records, bitmap_id);
 }
 
 // False when somebody was faster with one of the same id.
 bool Append(const std::shared_ptr<BitmapRecord>& record) {
   const LockGuard guard(bitmapCacheLock);
-  const BitmapRecords& known = KnownBitmaps().FindOrInsert({record->VolumeGuid, record->FileId});
-  if (std::ranges::find(known, record->BitmapId, &BitmapRecord::BitmapId) != known.end()) {
-    return false;
-  }
+  const FileKey file = {record->VolumeGuid, record->FileId};
+  if (HoldsId(KnownBitmaps().FindOrInsert(file), record->BitmapId)) return false;
   KnownBitmaps().Append(record);
   return true;
 }

@@ -90,6 +90,8 @@ void LogLoadFailure(const BitmapRecord& record, const LoadFailure& failure,
 void MarkLoaded(const BitmapRecord& record, BitmapData& data) {
   const InUseMark mark = MarkInUse(*data.header(), SystemTimeNow());
   if (mark != InUseMark::kStillUnreliable) data.OwesMark = true;
+  // A clean close must not be marked before the device has this: it may still have the old header.
+  if (mark == InUseMark::kNewlyUnreliable) data.HasChanges = true;
   if (mark == InUseMark::kWasClean) return;
   LogRecord(kBitmapInfo,
             L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because it "
@@ -164,14 +166,13 @@ std::shared_ptr<BitmapData> LoadedData(const BitmapRecord& record) {
   return record.Data;
 }
 
-// Makes the record a loaded one. Only then, and without a lock, may its marks wait for the device.
+// Hands the load's marks over and makes the record a loaded one, in this order: whoever finds it
+// loaded, and waits for the marks that are owed, waits for these too.
 void Publish(BitmapRecord& record, const std::shared_ptr<BitmapData>& data) {
-  {
-    const LockGuard guard(bitmapCacheLock);
-    record.Data = data;
-    record.ChangeMissed = false;
-  }
   if (data->OwesMark.exchange(false)) OweMark(data);
+  const LockGuard guard(bitmapCacheLock);
+  record.Data = data;
+  record.ChangeMissed = false;
 }
 
 bool FailLoad(BitmapRecord& record, const LoadFailure& failure, std::uint32_t file_size,
@@ -186,16 +187,19 @@ bool FailLoad(BitmapRecord& record, const LoadFailure& failure, std::uint32_t fi
   return false;
 }
 
-// Lets go of the loaded bitmap. No new pin comes while the lock is held. One that is idle is kept
-// when somebody has come for it, or has changed it since its bits were flushed; bits that cannot be
-// flushed are no reason to keep it.
-bool Detach(BitmapRecord& record, const UnloadOutcome& outcome, UnloadIf condition) {
+// Lets go of the loaded bitmap: no new pin comes.
+void Detach(BitmapRecord& record) {
+  const LockGuard guard(bitmapCacheLock);
+  record.Data = nullptr;
+}
+
+// The same for one that is idle, unless somebody has come for it, or has changed it since its bits
+// were flushed. Bits that cannot be flushed are no reason to keep it.
+bool DetachIdle(BitmapRecord& record, const UnloadOutcome& outcome) {
   const LockGuard guard(bitmapCacheLock);
   const BitmapData& data = *outcome.data;
-  if (condition == UnloadIf::kIdle && (data.InUseCount.load(std::memory_order_acquire) != 0 ||
-                                       (outcome.bits.ok() && data.HasChanges))) {
-    return false;
-  }
+  if (data.InUseCount.load(std::memory_order_acquire) != 0) return false;
+  if (outcome.bits.ok() && data.HasChanges) return false;
   record.Data = nullptr;
   return true;
 }
@@ -205,12 +209,37 @@ bool IsIdle(BitmapData& data, FileTime cutoff) {
          std::atomic_ref(data.header()->LastUpdateTime).load() <= cutoff;
 }
 
+bool IsDiscarded(const BitmapRecord& record) {
+  const SharedGuard guard(bitmapCacheLock);
+  return record.Discarded;
+}
+
 // No change reaches a discarded bitmap any more; should its file outlive this, it says so.
 void DistrustDiscarded(const BitmapRecord& record, BitmapData& data) {
-  const SharedGuard guard(bitmapCacheLock);
-  if (!record.Discarded) return;
+  if (!IsDiscarded(record)) return;
   std::atomic_ref(data.header()->Unreliable).store(1);
   data.HasChanges = true;
+}
+
+// What follows the flush of the bits: the mark that vouches for them. Without them it stays away,
+// and the next load takes the bitmap for unreliable; a mark that waits its turn goes now, as well
+// as it can.
+void MarkAndClose(UnloadOutcome& outcome) {
+  if (outcome.bits.ok()) {
+    outcome.mark = MarkClosedCleanly(*outcome.data);
+  } else {
+    FlushOwedMark(*outcome.data);
+  }
+  CloseIfUnpinned(*outcome.data);
+}
+
+UnloadOutcome UnloadIdle(BitmapRecord& record, UnloadOutcome outcome, FileTime cutoff) {
+  if (!IsIdle(*outcome.data, cutoff)) return {};
+  DistrustDiscarded(record, *outcome.data);
+  outcome.bits = FlushChanges(*outcome.data);
+  if (!DetachIdle(record, outcome)) return {};
+  MarkAndClose(outcome);
+  return outcome;
 }
 
 }  // namespace
@@ -263,7 +292,7 @@ bool CannotBeLoadedForNow(const BitmapRecord& record) {
     case LoadFault::kView:
       return false;
     case LoadFault::kOpen:
-      return IsMissing(record.ReportedFailure.detail);
+      return record.ReportedFailure.detail == kFileNotFound;
     case LoadFault::kMapping:
       return record.ReportedFailure.detail == kFileInvalid;
     default:
@@ -274,15 +303,11 @@ bool CannotBeLoadedForNow(const BitmapRecord& record) {
 UnloadOutcome UnloadBitmap(BitmapRecord& record, UnloadIf condition, FileTime cutoff) {
   UnloadOutcome outcome = {.data = LoadedData(record), .bits = {}, .mark = {}};
   if (outcome.data == nullptr) return {};
-  BitmapData& data = *outcome.data;
-  if (condition == UnloadIf::kIdle && !IsIdle(data, cutoff)) return {};
-  DistrustDiscarded(record, data);
-  // First the bits reach the device, then the mark that vouches for them; without them it stays
-  // away, and the next load takes the bitmap for unreliable.
-  outcome.bits = FlushChanges(data);
-  if (!Detach(record, outcome, condition)) return {};
-  if (outcome.bits.ok()) outcome.mark = MarkClosedCleanly(data);
-  CloseIfUnpinned(data);
+  if (condition == UnloadIf::kIdle) return UnloadIdle(record, std::move(outcome), cutoff);
+  Detach(record);  // first: only those who have a pin already can change it from now on
+  DistrustDiscarded(record, *outcome.data);
+  outcome.bits = FlushChanges(*outcome.data);
+  MarkAndClose(outcome);
   return outcome;
 }
 

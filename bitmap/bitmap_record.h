@@ -3,8 +3,8 @@
 //   unloaded --LoadBitmap--> loaded --UnloadBitmap--> unloaded
 //       `------- Discarded -----'--DeleteBitmapFile--> gone, and erased from the cache
 //
-// What is done is told apart from its logging, so that many records can be unloaded side by side
-// and their lines still follow each other as if they had been unloaded one by one.
+// What is done is apart from its logging: both under the record's lock, so that a bitmap's lines
+// come in the order of what was done.
 #pragma once
 
 #include <cstdint>
@@ -31,10 +31,10 @@ struct BitmapRecord {
   // pass it by until then.
   bool ChangeMissed ZEL_GUARDED_BY(bitmapCacheLock) = false;
   bool Erased ZEL_GUARDED_BY(bitmapCacheLock) = false;  // no longer in the cache
-  // Held by whoever opens, closes or deletes the file: who needs it meanwhile waits for this record
-  // alone. Only its holder replaces Data.
+  // Held by whoever opens, closes or deletes the file: whoever needs it meanwhile waits for this
+  // record alone. Only its holder replaces Data.
   Mutex Lock ZEL_ACQUIRED_BEFORE(bitmapCacheLock);
-  LoadFailure ReportedFailure ZEL_GUARDED_BY(Lock);  // the last one that a report met
+  LoadFailure ReportedFailure ZEL_GUARDED_BY(Lock);  // the last one that was not for an agent
   zel::VolumeGuid VolumeGuid = {};                   // of the tracked file
   zel::FileId FileId = 0;                            // of the tracked file
   zel::BitmapId BitmapId = 0;
@@ -59,8 +59,8 @@ enum class LoadLog { kEvery, kFirstOfRun };
 [[nodiscard]] bool LoadBitmap(BitmapRecord& record, LoadLog log = LoadLog::kEvery)
     ZEL_REQUIRES(record.Lock) ZEL_EXCLUDES(bitmapCacheLock);
 
-// Whether the last load that a report asked for failed in a way that time alone does not mend: the
-// file is not there, is empty, or was refused.
+// Whether the last load for a report failed in a way that time alone does not mend: the file is not
+// there, is empty, or was refused.
 [[nodiscard]] bool CannotBeLoadedForNow(const BitmapRecord& record) ZEL_REQUIRES(record.Lock);
 
 // What unloading a bitmap came to.

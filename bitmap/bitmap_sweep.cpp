@@ -2,9 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <optional>
-#include <utility>
-#include <vector>
 
 #include "bitmap/bitmap_cache.h"
 #include "bitmap/bitmap_manager.h"
@@ -27,12 +24,6 @@ constexpr std::chrono::seconds kScanBudget(5);
 
 constinit std::atomic<bool> scansAreHurried{false};
 
-// What was done to one record.
-struct SweepOutcome {
-  UnloadOutcome unload;
-  std::optional<DeleteOutcome> deletion;
-};
-
 // Nobody pins a discarded bitmap any more, so what holds true here stays so.
 bool MayBeDeleted(const BitmapRecord& record) {
   const SharedGuard guard(bitmapCacheLock);
@@ -40,13 +31,12 @@ bool MayBeDeleted(const BitmapRecord& record) {
          (!record.Data || record.Data->InUseCount.load(std::memory_order_acquire) == 0);
 }
 
-std::optional<DeleteOutcome> DeleteIfDue(const SharedRecord& record) ZEL_REQUIRES(record->Lock) {
-  if (!MayBeDeleted(*record)) return std::nullopt;
-  DeleteOutcome outcome = DeleteBitmapFile(*record);
+void DeleteIfDue(const SharedRecord& record) ZEL_REQUIRES(record->Lock) {
+  if (!MayBeDeleted(*record)) return;
+  LogDelete(*record, DeleteBitmapFile(*record));
   const LockGuard guard(bitmapCacheLock);
   KnownBitmaps().Erase(record);
   record->Erased = true;
-  return outcome;
 }
 
 bool HasMissedAChange(const BitmapRecord& record) {
@@ -59,20 +49,32 @@ void LoadIfChangeMissed(BitmapRecord& record) ZEL_REQUIRES(record.Lock) {
   if (HasMissedAChange(record)) static_cast<void>(LoadBitmap(record, LoadLog::kFirstOfRun));
 }
 
-SweepOutcome ScanRecord(const SharedRecord& record, FileTime cutoff) {
+void UnloadIfIdle(BitmapRecord& record, FileTime cutoff) ZEL_REQUIRES(record.Lock) {
+  const UnloadOutcome outcome = UnloadBitmap(record, UnloadIf::kIdle, cutoff);
+  if (outcome.data == nullptr) return;
+  LogMessage(kBitmapDebug,
+             L"Unloading idle bitmap: Volume %s, FileId 0x%016I64x, BitmapId 0x%016I64x\n",
+             GuidToString(record.VolumeGuid).c_str(), record.FileId, record.BitmapId);
+  LogUnload(record, outcome);
+}
+
+void ScanRecord(const SharedRecord& record, FileTime cutoff) {
   const LockGuard file(record->Lock);
   if (!CannotBeLoadedForNow(*record)) LoadIfChangeMissed(*record);
-  UnloadOutcome unload = UnloadBitmap(*record, UnloadIf::kIdle, cutoff);
-  return {std::move(unload), DeleteIfDue(record)};
+  UnloadIfIdle(*record, cutoff);
+  DeleteIfDue(record);
 }
 
 // A deletion that waited for a pin is not left to the next start, which would list the file again.
 // The cache keeps the record.
-SweepOutcome LetGo(BitmapRecord& record) {
+void LetGo(BitmapRecord& record) {
   const LockGuard file(record.Lock);
   LoadIfChangeMissed(record);
-  if (MayBeDeleted(record)) return {{}, DeleteBitmapFile(record)};
-  return {UnloadBitmap(record, UnloadIf::kAlways), std::nullopt};
+  if (MayBeDeleted(record)) {
+    LogDelete(record, DeleteBitmapFile(record));
+  } else {
+    LogUnload(record, UnloadBitmap(record, UnloadIf::kAlways));
+  }
 }
 
 // Of the records, those that have something to be done for, in the order of the cache: with kBusy
@@ -92,25 +94,11 @@ BitmapRecords CollectRecords(Busy busy) {
   return collected;
 }
 
-void LogSweep(const BitmapRecord& record, const SweepOutcome& outcome) {
-  LogUnload(record, outcome.unload);
-  if (outcome.deletion) LogDelete(record, *outcome.deletion);
-}
-
-void LogScan(const BitmapRecord& record, const SweepOutcome& outcome) {
-  if (outcome.unload.data != nullptr) {
-    LogMessage(kBitmapDebug,
-               L"Unloading idle bitmap: Volume %s, FileId 0x%016I64x, BitmapId 0x%016I64x\n",
-               GuidToString(record.VolumeGuid).c_str(), record.FileId, record.BitmapId);
-  }
-  LogSweep(record, outcome);
-}
-
 }  // namespace
 
 void DeleteIfUnpinned(const SharedRecord& record) {
   const LockGuard file(record->Lock);
-  if (const auto outcome = DeleteIfDue(record)) LogDelete(*record, *outcome);
+  DeleteIfDue(record);
 }
 
 void HurryScans(bool hurry) {
@@ -121,19 +109,14 @@ void UnloadIdleBitmaps() {
   const Clock::time_point end = Clock::now() + kScanBudget;
   const FileTime cutoff = IdleCutoff(SystemTimeNow(), BitmapIdleTimeout);
   const BitmapRecords records = CollectRecords(Busy::kLeaveOut);
-  std::vector<SweepOutcome> outcomes(records.size());
   RunSideBySide(records.size(), BatchShare::kHalf, [&](std::size_t i) {
-    if (!scansAreHurried && Clock::now() < end) outcomes[i] = ScanRecord(records[i], cutoff);
+    if (!scansAreHurried && Clock::now() < end) ScanRecord(records[i], cutoff);
   });
-  for (std::size_t i = 0; i < records.size(); ++i) LogScan(*records[i], outcomes[i]);
 }
 
 void UnloadAllBitmaps() {
   const BitmapRecords records = CollectRecords(Busy::kTakeIn);
-  std::vector<SweepOutcome> outcomes(records.size());
-  RunSideBySide(records.size(), BatchShare::kAll,
-                [&](std::size_t i) { outcomes[i] = LetGo(*records[i]); });
-  for (std::size_t i = 0; i < records.size(); ++i) LogSweep(*records[i], outcomes[i]);
+  RunSideBySide(records.size(), BatchShare::kAll, [&](std::size_t i) { LetGo(*records[i]); });
 }
 
 }  // namespace zel

@@ -1,7 +1,6 @@
 // What goes over all records: the idle scan and the shutdown, and the deletions that they finish.
 //
-// Many bitmaps are unloaded side by side, since each waits for the device; their lines are logged
-// afterwards, in the order of the cache.
+// Many bitmaps are unloaded side by side, since each waits for the device.
 //
 // Threads: any, without bitmapCacheLock and without a record's lock.
 #pragma once

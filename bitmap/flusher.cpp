@@ -1,7 +1,5 @@
 #include "bitmap/flusher.h"
 
-#include "win32/thread_pool.h"
-
 namespace zel {
 
 namespace {
@@ -31,8 +29,10 @@ void OweMark(const std::shared_ptr<BitmapData>& data) {
   Flusher().Post([data] { FlushOwedMark(*data); });
 }
 
-void WaitForOwedMarks() {
-  Flusher().WaitForPosted();
+MarksOwed::MarksOwed() : handed_over_(Flusher().Posted()) {}
+
+bool MarksOwed::AreFlushed() const {
+  return Flusher().HaveEnded(handed_over_);
 }
 
 void RunSideBySide(std::size_t count, BatchShare share,

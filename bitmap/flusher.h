@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "bitmap/bitmap_data.h"
+#include "win32/thread_pool.h"
 
 namespace zel {
 
@@ -23,10 +24,19 @@ void StopFlusher();
 // Hands a new mark over. A mark that follows while it waits is flushed with it.
 void OweMark(const std::shared_ptr<BitmapData>& data);
 
-// Returns when the marks handed over before are on the device, or their failures logged.
-void WaitForOwedMarks();
+// The marks that were handed over until it was made.
+class MarksOwed {
+ public:
+  MarksOwed();
 
-// How many of the threads a batch may have: some are left to the marks, or none.
+  // Whether they are on the device, or their failures logged. Does not wait.
+  [[nodiscard]] bool AreFlushed() const;
+
+ private:
+  ThreadPool::Mark handed_over_;
+};
+
+// How many of the threads a batch may have: half leaves the others to the marks.
 enum class BatchShare { kHalf, kAll };
 
 // Calls job(0) to job(count - 1), each once, side by side, and returns when all have ended. Without

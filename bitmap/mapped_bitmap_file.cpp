@@ -11,13 +11,13 @@ namespace {
 
 // FlushViewOfFile fails so while the system itself is writing the view's pages; a second is more
 // than it takes, as a rule.
-constexpr DWORD kLongestPauseMs = 256;
+constexpr DWORD kLongestPauseMs = 512;
 
 std::uint32_t FlushMappedView(const void* view, std::size_t bytes) {
   for (DWORD pause_ms = 1;; pause_ms *= 2) {
     if (::FlushViewOfFile(view, bytes)) return ERROR_SUCCESS;
     const DWORD error = ::GetLastError();
-    if (error != ERROR_LOCK_VIOLATION || pause_ms > 2 * kLongestPauseMs) return error;
+    if (error != ERROR_LOCK_VIOLATION || pause_ms > kLongestPauseMs) return error;
     ::Sleep(pause_ms);  // nobody tells when it is over
   }
 }

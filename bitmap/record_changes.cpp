@@ -1,7 +1,6 @@
 #include "bitmap/record_changes.h"
 
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/flusher.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "win32/file_time.h"
@@ -52,10 +51,6 @@ void MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid) {
                L"BitmapId 0x%016I64x\n",
                GuidToString(volume_guid).c_str(), file_id, bitmap->BitmapId);
   }
-}
-
-void WaitForRecordedMarks() {
-  WaitForOwedMarks();
 }
 
 }  // namespace zel

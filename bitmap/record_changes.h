@@ -1,14 +1,15 @@
 // What the driver reports of a file, recorded in every bitmap of it: the one door from the driver's
 // messages to the bitmaps. A file without bitmaps is no error.
 //
-// Threads: any, without a lock. None waits for the device: marks that are new are handed to the
-// flusher.
+// Threads: any, without a lock. None waits for another file, or for the device: marks that are new
+// are handed to the flusher. (The first report for a file that is refused flushes its mark.)
 // Cost of a write: the lookup, a time stamp and the bits; no heap, no system call while the bitmaps
 // are loaded and the write lies inside of them.
 #pragma once
 
 #include <cstdint>
 
+#include "bitmap/flusher.h"
 #include "files/types.h"
 
 namespace zel {
@@ -26,8 +27,15 @@ void ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::uint64_
 // not.
 void MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid);
 
-// Returns when every mark that a report made before is on the device, or its failure logged. What a
-// report set otherwise is in the file cache at once.
-void WaitForRecordedMarks();
+// The reports that have been recorded until it is made. What they set is in the file cache; a power
+// cut cannot take it from a bitmap that looks clean once their marks are on the device.
+class RecordedReports {
+ public:
+  // Does not wait. A mark that could not be flushed has been logged, and counts.
+  [[nodiscard]] bool AreSafe() const { return marks_.AreFlushed(); }
+
+ private:
+  MarksOwed marks_;
+};
 
 }  // namespace zel

@@ -94,12 +94,17 @@ std::uint32_t WaitForSync(FileTime request_time, FileTime send_time) {
   const std::uint64_t timeout_seconds = SyncTimeoutSeconds();
   SyncWatchdog watchdog(send_time, LastMessageTime.Get(), SystemTimeNow(), timeout_seconds);
   const auto give_up = [&] { return GiveUpSync(watchdog, timeout_seconds); };
-  const std::uint32_t error = WaitUntil([&] { return LastSyncTime.Get() >= request_time; }, give_up,
-                                        kStopMessage, kDriverWaitMs);
+  std::uint32_t error = WaitUntil([&] { return LastSyncTime.Get() >= request_time; }, give_up,
+                                  kStopMessage, kDriverWaitMs);
   if (error != ERROR_SUCCESS) return error;
   // All of the messages have been received; another thread may have an earlier one in hand still.
   const ReaderBarrier barrier = RaiseReaderBarrier();
-  return WaitUntil([&] { return barrier.Passed(); }, give_up, kStopMessage, kInHandWaitMs);
+  error = WaitUntil([&] { return barrier.Passed(); }, give_up, kStopMessage, kInHandWaitMs);
+  if (error != ERROR_SUCCESS) return error;
+  // However long the disk takes: the driver has done its part.
+  const RecordedReports reports;
+  return WaitUntil([&] { return reports.AreSafe(); }, [] { return false; }, kStopMessage,
+                   kInHandWaitMs);
 }
 
 std::uint32_t WaitForVerification(const FileKey& file, FileTime start) {
@@ -126,9 +131,7 @@ std::uint32_t Synchronize(FileTime request_time) {
   if (const HRESULT result = RequestQueueSync(); result != S_OK) {
     return static_cast<std::uint32_t>(result);
   }
-  const std::uint32_t error = WaitForSync(request_time, send_time);
-  if (error == ERROR_SUCCESS) WaitForRecordedMarks();
-  return error;
+  return WaitForSync(request_time, send_time);
 }
 
 std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid& volume_guid,

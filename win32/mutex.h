@@ -41,7 +41,7 @@ class ZEL_CAPABILITY("mutex") Mutex {
   }
 #endif
 
-  // Whether somebody held it a moment ago.
+  // Whether somebody held it a moment ago. (The analysis cannot follow a lock that is only tried.)
   [[nodiscard]] bool IsTaken() noexcept ZEL_UNCHECKED {
 #ifdef _WIN32
     if (!::TryAcquireSRWLockExclusive(&lock_)) return true;

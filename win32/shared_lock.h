@@ -38,8 +38,13 @@ class ZEL_CAPABILITY("shared lock") SharedLock {
     for (Cell& cell : cells_) cell.Leave();
   }
 
-  void EnterShared() noexcept ZEL_ACQUIRE_SHARED() { cells_[CellOfThread()].EnterShared(); }
-  void LeaveShared() noexcept ZEL_RELEASE_SHARED() { cells_[CellOfThread()].LeaveShared(); }
+  // Returns the cell, to be given back.
+  std::size_t EnterShared() noexcept ZEL_ACQUIRE_SHARED() {
+    const std::size_t cell = CellOfThread();
+    cells_[cell].EnterShared();
+    return cell;
+  }
+  void LeaveShared(std::size_t cell) noexcept ZEL_RELEASE_SHARED() { cells_[cell].LeaveShared(); }
 
  private:
   static constexpr std::size_t kCells = 8;
@@ -76,15 +81,15 @@ class ZEL_CAPABILITY("shared lock") SharedLock {
 // Holds a SharedLock shared from construction to destruction.
 class [[nodiscard]] ZEL_SCOPED_CAPABILITY SharedGuard {
  public:
-  explicit SharedGuard(SharedLock& lock) noexcept ZEL_ACQUIRE_SHARED(lock) : lock_(lock) {
-    lock_.EnterShared();
-  }
-  ~SharedGuard() ZEL_RELEASE() { lock_.LeaveShared(); }
+  explicit SharedGuard(SharedLock& lock) noexcept ZEL_ACQUIRE_SHARED(lock)
+      : lock_(lock), cell_(lock.EnterShared()) {}
+  ~SharedGuard() ZEL_RELEASE() { lock_.LeaveShared(cell_); }
   SharedGuard(const SharedGuard&) = delete;
   SharedGuard& operator=(const SharedGuard&) = delete;
 
  private:
   SharedLock& lock_;
+  const std::size_t cell_;
 };
 
 }  // namespace zel

@@ -65,10 +65,14 @@ void ThreadPool::Post(Job job) {
   job();
 }
 
-void ThreadPool::WaitForPosted() {
+ThreadPool::Mark ThreadPool::Posted() {
   const LockGuard guard(mutex_);
-  const std::uint64_t end = next_ticket_;
-  while (!open_tickets_.empty() && *open_tickets_.begin() < end) work_ended_.Wait(mutex_);
+  return next_ticket_;
+}
+
+bool ThreadPool::HaveEnded(Mark posted) {
+  const LockGuard guard(mutex_);
+  return open_tickets_.empty() || *open_tickets_.begin() >= posted;
 }
 
 void ThreadPool::RunAll(std::size_t count, std::size_t most_threads,
@@ -114,7 +118,7 @@ bool ThreadPool::WorkOnce() {
     return true;
   }
   if (posted_.empty()) return false;
-  Posted posted = std::move(posted_.front());
+  PostedJob posted = std::move(posted_.front());
   posted_.pop_front();
   mutex_.Leave();
   posted.job();

@@ -4,7 +4,7 @@
 // waits for all of it and takes part in it. A batch goes before the jobs that are posted; a bound
 // leaves them some of the threads.
 //
-// Threads: any. A job may post; it does not run a batch, wait for jobs or stop the pool.
+// Threads: any. A job may post; it does not run a batch or stop the pool.
 // Lifetime: stopped before it goes, or never destroyed.
 #pragma once
 
@@ -39,8 +39,12 @@ class ThreadPool {
   // Has a job carried out by some thread; without threads at once, by the caller.
   void Post(Job job) ZEL_EXCLUDES(mutex_);
 
-  // Returns when every job that was posted before has been carried out.
-  void WaitForPosted() ZEL_EXCLUDES(mutex_);
+  // The jobs that were posted until now, to ask for.
+  using Mark = std::uint64_t;
+  [[nodiscard]] Mark Posted() ZEL_EXCLUDES(mutex_);
+
+  // Whether all of them have been carried out.
+  [[nodiscard]] bool HaveEnded(Mark posted) ZEL_EXCLUDES(mutex_);
 
   // Calls job(0) to job(count - 1), each once, in any order, side by side on at most `most_threads`
   // threads, the caller's among them; in order when that is the only one. Returns when all have
@@ -49,7 +53,7 @@ class ThreadPool {
               const std::function<void(std::size_t)>& job) ZEL_EXCLUDES(mutex_);
 
  private:
-  struct Posted {
+  struct PostedJob {
     std::uint64_t ticket;
     Job job;
   };
@@ -69,7 +73,7 @@ class ThreadPool {
   Condition work_came_;
   Condition work_ended_;
   bool takes_jobs_ ZEL_GUARDED_BY(mutex_) = false;
-  std::deque<Posted> posted_ ZEL_GUARDED_BY(mutex_);
+  std::deque<PostedJob> posted_ ZEL_GUARDED_BY(mutex_);
   std::deque<std::shared_ptr<Batch>> batches_ ZEL_GUARDED_BY(mutex_);  // one entry a thread wanted
   std::uint64_t next_ticket_ ZEL_GUARDED_BY(mutex_) = 0;
   std::set<std::uint64_t> open_tickets_ ZEL_GUARDED_BY(mutex_);

@@ -32,7 +32,7 @@ struct BitmapFileHeader {         // offset
   std::uint8_t reserved_3d;       // 0x3D
   std::uint8_t SizeChanged;       // 0x3E
   std::uint8_t Unreliable;        // 0x3F  never cleared
-  std::uint32_t BitmapSize;       // 0x40  bytes behind the header
+  std::uint32_t BitmapSize;       // 0x40  bytes after the header
   std::uint32_t reserved_44;      // 0x44
   std::uint64_t FileSize;         // 0x48  bytes of the tracked file at creation
   zel::BitmapId BitmapId;         // 0x50  file index of the bitmap file

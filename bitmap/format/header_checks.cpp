@@ -19,7 +19,7 @@ InUseMark MarkInUse(BitmapFileHeader& header, FileTime now) {
 
 HeaderStep NextHeaderStep(const BitmapFileHeader& header, std::uint32_t name_block_size) {
   // A block size of 0 agrees with a malformed name, but nobody could divide by it.
-  if (header.BlockSize != name_block_size || header.BlockSize == 0) {
+  if (header.BlockSize != name_block_size || name_block_size == 0) {
     return HeaderStep::kRefuseBlockSize;
   }
   if (header.Magic != kBitmapMagic) return HeaderStep::kRefuseMagic;

@@ -3,8 +3,10 @@
 
 #include <chrono>
 #include <future>
+#include <set>
 #include <thread>
 
+#include "bitmap/bitmap_cache.h"
 #include "bitmap/bitmap_sweep.h"
 #include "bitmap/flusher.h"
 #include "bitmap/record_changes.h"
@@ -21,6 +23,11 @@ using test::kBlockSize;
 using test::kVolume;
 
 constexpr std::uint32_t kBits = 256;
+
+void WaitForRecordedMarks() {
+  const RecordedReports reports;
+  while (!reports.AreSafe()) std::this_thread::yield();
+}
 
 void Write(FileId file, std::uint32_t block) {
   UpdateBitmapsForFile(file, kVolume, std::uint64_t{block} * kBlockSize, 1);
@@ -56,10 +63,15 @@ class BitmapWaitsTest : public ::testing::Test {
   static inline FileId next_file_ = 1;
 };
 
-// Whether the bitmaps' lock can be taken by another thread while this one stands still.
+// Whether the bitmaps' lock can be taken by another thread while this one stands still. That thread
+// is left alone if it cannot.
 bool LockIsFree() {
-  auto other = std::async(std::launch::async, [] { SetLastVerifyTime({kVolume, ~FileId{0}}, 1); });
-  return other.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+  const auto taken = std::make_shared<std::promise<void>>();
+  std::thread([taken] {
+    SetLastVerifyTime({kVolume, ~FileId{0}}, 1);
+    taken->set_value();
+  }).detach();
+  return taken->get_future().wait_for(std::chrono::seconds(10)) == std::future_status::ready;
 }
 
 TEST_F(BitmapWaitsTest, NoFileIsTouchedUnderTheLock) {
@@ -135,15 +147,34 @@ TEST_F(HeldUpTest, WriterDoesNotWaitForItsOwnMark) {
   gate_.Open();
 }
 
-TEST_F(HeldUpTest, SynchronizationWaitsForTheMarksOwedBeforeIt) {
+TEST_F(HeldUpTest, SynchronizationVouchesForTheMarksOwedBeforeIt) {
   CloseGate(FileOperation::kFlushToDevice, slow_path_);
   Write(slow_, 7);
   gate_.WaitForThreads(1);
-  auto synchronization = std::async(std::launch::async, WaitForRecordedMarks);
+  const RecordedReports reports;
   ExpectOthersGoOn();
-  EXPECT_EQ(synchronization.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  EXPECT_FALSE(reports.AreSafe());
+  EXPECT_EQ(Files().OnDevice(slow_path_).header.ClosedCleanly, 1);
   gate_.Open();
-  synchronization.get();
+  while (!reports.AreSafe()) std::this_thread::yield();
+  EXPECT_EQ(Files().OnDevice(slow_path_).header.ClosedCleanly, 0);
+}
+
+// Whoever finds a bitmap loaded finds its mark owed, or flushed.
+TEST_F(HeldUpTest, LoadHandsItsMarkOverBeforeAnybodyFindsIt) {
+  std::atomic<bool> found_unowed{false};
+  Files().SetHook([&](FileOperation called, const std::wstring& path) {
+    // Without threads the flush is made where the mark is handed over.
+    if (called == FileOperation::kFlushToDevice && path == slow_path_) {
+      const SharedGuard guard(bitmapCacheLock);
+      for (const auto& record : *KnownBitmaps().Find({kVolume, slow_})) {
+        if (record->Data != nullptr) found_unowed = true;
+      }
+    }
+  });
+  StopFlusher();
+  Write(slow_, 7);
+  EXPECT_FALSE(found_unowed);
   EXPECT_EQ(Files().OnDevice(slow_path_).header.ClosedCleanly, 0);
 }
 
@@ -151,12 +182,66 @@ TEST_F(HeldUpTest, StartOfTrackingWaitsForItsBitmapsMark) {
   CloseGate(FileOperation::kFlushToDevice, slow_path_);
   const PinnedBitmaps pinned = FindBitmapsForFile(kVolume, slow_);
   gate_.WaitForThreads(1);
-  auto start = std::async(std::launch::async, [&] { FlushOwedMark(*pinned[0]); });
+  auto start = std::async(std::launch::async, [&] {
+    FlushOwedMark(*pinned[0]);
+    return Files().OnDevice(slow_path_).header.ClosedCleanly;
+  });
   ExpectOthersGoOn();
-  EXPECT_EQ(start.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
   gate_.Open();
-  start.get();
-  EXPECT_EQ(Files().OnDevice(slow_path_).header.ClosedCleanly, 0);
+  EXPECT_EQ(start.get(), 0);
+}
+
+// A disk so slow that no mark that is handed over gets its turn before the stop.
+class BusyFlusherTest : public BitmapWaitsTest {
+ protected:
+  // Has every thread of the flusher stand at the gate, with bitmaps behind those made until then.
+  void OccupyFlusher() {
+    constexpr int kThreads = 32;
+    std::set<std::wstring> busy;
+    std::vector<FileId> files;
+    for (int i = 0; i < kThreads; ++i) {
+      files.push_back(NewFile());
+      busy.insert(Create(files.back()));
+    }
+    Files().SetHook([this, busy](FileOperation called, const std::wstring& path) {
+      if (called == FileOperation::kFlushHeader && busy.contains(path)) gate_.Pass();
+    });
+    for (const FileId file : files) Write(file, 1);
+    gate_.WaitForThreads(kThreads);
+  }
+
+  // Stops until the bitmap is closed, and returns what the device has of it then.
+  test::BitmapContents OnDeviceWhenClosedByTheStop(const std::wstring& path) {
+    std::jthread stop(UnloadAllBitmaps);
+    while (Files().IsOpen(path)) std::this_thread::yield();
+    const test::BitmapContents device = Files().OnDevice(path);
+    gate_.Open();
+    return device;
+  }
+};
+
+// A process that died before its mark reached the device: the next one's mark of distrust is there
+// before a clean close is.
+TEST_F(BusyFlusherTest, BitmapLeftBehindUnderAnOldHeaderIsUnreliableOnTheDeviceBeforeItIsClosed) {
+  const FileId file = NewFile();
+  const std::wstring path = Create(file);
+  Files().LeaveInUse(path);
+  ASSERT_TRUE(Files().OnDevice(path).IsTrusted());
+  OccupyFlusher();
+  (void)FindBitmapsForFile(kVolume, file);
+  Files().WriteViewsThrough(false);
+  EXPECT_EQ(OnDeviceWhenClosedByTheStop(path).header.Unreliable, 1);
+  Files().WriteViewsThrough(true);
+}
+
+TEST_F(BusyFlusherTest, BitsThatCannotBeFlushedDoNotKeepTheMarkFromTheDevice) {
+  const FileId file = NewFile();
+  const std::wstring path = Create(file);
+  OccupyFlusher();
+  Write(file, 8);
+  Files().FailFlushes(true);
+  EXPECT_EQ(OnDeviceWhenClosedByTheStop(path).header.ClosedCleanly, 0);
+  Files().FailFlushes(false);
 }
 
 TEST_F(HeldUpTest, ScanHoldsUpNobodyElse) {
@@ -235,11 +320,12 @@ TEST_F(HeldUpTest, DeletionHoldsUpNobodyElseAndTheStopWaitsForIt) {
   gate_.WaitForThreads(1);
   ExpectOthersGoOn();
   EXPECT_FALSE(GetBitmapById(id));
-  auto stop = std::async(std::launch::async, UnloadAllBitmaps);
-  EXPECT_EQ(stop.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  auto stop = std::async(std::launch::async, [&] {
+    UnloadAllBitmaps();
+    return Files().Exists(slow_path_);
+  });
   gate_.Open();
-  stop.get();
-  EXPECT_FALSE(Files().Exists(slow_path_));
+  EXPECT_FALSE(stop.get());
   EXPECT_EQ(deletion.get(), slow_);
 }
 

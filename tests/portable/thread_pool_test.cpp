@@ -14,12 +14,17 @@ namespace {
 
 using test::Gate;
 
+void WaitForPosted(ThreadPool& pool) {
+  const ThreadPool::Mark posted = pool.Posted();
+  while (!pool.HaveEnded(posted)) std::this_thread::yield();
+}
+
 TEST(ThreadPoolTest, WithoutThreadsTheCallerWorksInOrder) {
   ThreadPool pool;
   std::vector<std::size_t> order;
   pool.Post([&] { order.push_back(100); });
   pool.RunAll(3, 8, [&](std::size_t i) { order.push_back(i); });
-  pool.WaitForPosted();
+  WaitForPosted(pool);
   EXPECT_EQ(order, (std::vector<std::size_t>{100, 0, 1, 2}));
 }
 
@@ -40,32 +45,30 @@ TEST(ThreadPoolTest, BatchRunsSideBySideAndLeavesThreadsToWhatIsPosted) {
   gate.WaitForThreads(3);
   std::atomic<bool> posted{false};
   pool.Post([&] { posted = true; });
-  pool.WaitForPosted();  // the batch holds its caller and two threads
+  WaitForPosted(pool);  // the batch holds its caller and two threads
   EXPECT_TRUE(posted);
   gate.Open();
   batch.join();
   pool.Stop();
 }
 
-TEST(ThreadPoolTest, WaitIsForWhatWasPostedBefore) {
+TEST(ThreadPoolTest, MarkCountsWhatWasPostedBeforeAndNothingElse) {
   ThreadPool pool;
   pool.Start(2);
   Gate first;
   Gate second;
   pool.Post([&] { first.Pass(); });
+  const ThreadPool::Mark mark = pool.Posted();
   first.WaitForThreads(1);
-  std::atomic<bool> waited{false};
-  std::jthread waiter([&] {
-    pool.WaitForPosted();
-    waited = true;
-  });
-  EXPECT_FALSE(waited);
-  first.Open();
-  waiter.join();
+  EXPECT_FALSE(pool.HaveEnded(mark));
   pool.Post([&] { second.Pass(); });
   second.WaitForThreads(1);
+  first.Open();
+  while (!pool.HaveEnded(mark)) std::this_thread::yield();
+  EXPECT_FALSE(pool.HaveEnded(pool.Posted()));
   second.Open();
   pool.Stop();
+  EXPECT_TRUE(pool.HaveEnded(pool.Posted()));
 }
 
 TEST(ThreadPoolTest, StopCarriesOutWhatWasPosted) {
@@ -89,7 +92,7 @@ TEST(ThreadPoolTest, ManyThreadsPostWaitBatchAndStop) {
       threads.emplace_back([&, thread] {
         for (int round = 0; round < 200; ++round) {
           pool.Post([&] { ++done; });
-          if (round % 10 == 0) pool.WaitForPosted();
+          if (round % 10 == 0) WaitForPosted(pool);
           if (round % 20 == 0) pool.RunAll(5, 3, [&](std::size_t) { ++done; });
           if (thread == 0 && round == 150) pool.Stop();
         }

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::uint32_t kFileNotFound = 2;
 constexpr std::uint32_t kSharingViolation = 32;
+constexpr std::uint32_t kWriteFault = 29;
 
 // As one that is half way through a flush sees it: byte by byte, while others set bits.
 void Copy(std::vector<std::uint64_t>& from, std::vector<std::uint64_t>& to) {
@@ -63,16 +64,22 @@ class MemoryBitmapFiles::Opened : public BitmapFile {
   }
   std::uint32_t FlushView() override {
     files_.Call(FileOperation::kFlushView, path_);
+    if (files_.flushes_fail_) return kWriteFault;
+    if (files_.views_reach_device_) CopyToDevice();
     return 0;
   }
   std::uint32_t FlushToDevice() override {
     files_.Call(FileOperation::kFlushToDevice, path_);
-    const std::lock_guard guard(stored_->device_mutex);
-    Copy(stored_->cache, stored_->device);
+    CopyToDevice();
     return 0;
   }
 
  private:
+  void CopyToDevice() {
+    const std::lock_guard guard(stored_->device_mutex);
+    Copy(stored_->cache, stored_->device);
+  }
+
   MemoryBitmapFiles& files_;
   const std::wstring path_;
   const std::shared_ptr<Stored> stored_;
@@ -125,6 +132,10 @@ BitmapContents MemoryBitmapFiles::OnDevice(const std::wstring& path) {
   const auto stored = Find(path);
   const std::lock_guard guard(stored->device_mutex);
   return stored->Contents(stored->device);
+}
+
+void MemoryBitmapFiles::LeaveInUse(const std::wstring& path) {
+  reinterpret_cast<BitmapFileHeader*>(Find(path)->cache.data())->ClosedCleanly = 0;
 }
 
 void MemoryBitmapFiles::Hold(const std::wstring& path, bool held) {

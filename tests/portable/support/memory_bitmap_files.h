@@ -2,6 +2,7 @@
 // gets what was flushed, as a power cut would leave it. A test can make any operation wait or fail.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -49,6 +50,16 @@ class MemoryBitmapFiles : public BitmapFiles {
   // Lets the file be opened again, or no longer.
   void Hold(const std::wstring& path, bool held);
 
+  // Lets each FlushView fail, or succeed again.
+  void FailFlushes(bool fail) { flushes_fail_ = fail; }
+
+  // Whether FlushView reaches the device, as it does where views are written through, or only the
+  // file cache.
+  void WriteViewsThrough(bool through) { views_reach_device_ = through; }
+
+  // Makes a clean file one that a process left in use when it died, before the device heard of it.
+  void LeaveInUse(const std::wstring& path);
+
   std::unique_ptr<BitmapFile> Open(const std::wstring& path, OpenError& error) override;
   std::uint32_t Delete(const std::wstring& path) override;
   void Distrust(const std::wstring& path) override;
@@ -63,6 +74,8 @@ class MemoryBitmapFiles : public BitmapFiles {
   std::shared_ptr<Stored> Find(const std::wstring& path);
 
   FileHook hook_;
+  std::atomic<bool> flushes_fail_{false};
+  std::atomic<bool> views_reach_device_{true};
   std::mutex mutex_;
   std::map<std::wstring, std::shared_ptr<Stored>> files_;
 };
