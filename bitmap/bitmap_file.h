@@ -54,9 +54,9 @@ class BitmapFiles {
 
   [[nodiscard]] virtual std::uint32_t Delete(const std::wstring& path) = 0;
 
-  // Marks a file Unreliable on the device, as well as that can be done; one too short for a header
-  // stays as it is.
-  virtual void Distrust(const std::wstring& path) = 0;
+  // Marks a file Unreliable on the device, whoever else has it open and shares writing; one too
+  // short for a header stays as it is, and is no failure.
+  [[nodiscard]] virtual std::uint32_t Distrust(const std::wstring& path) = 0;
 };
 
 // The files of this system. Lives as long as the process.

@@ -16,6 +16,8 @@ namespace {
 // What a lookup is for. A change that a bitmap misses makes it unreliable.
 enum class Purpose { kReading, kChange };
 
+bool loadsAreAllowed ZEL_GUARDED_BY(bitmapCacheLock) = true;
+
 bool IsPassedBy(const BitmapRecord& record, Purpose purpose) ZEL_REQUIRES_SHARED(bitmapCacheLock) {
   return record.Discarded || (purpose == Purpose::kChange && record.ChangeMissed);
 }
@@ -39,8 +41,9 @@ bool PinLoaded(const FileKey& file, Purpose purpose, PinnedBitmaps& pinned) {
 std::optional<PinnedBitmap> PinIfLoaded(const BitmapRecord& record, Purpose purpose) {
   const SharedGuard guard(bitmapCacheLock);
   if (IsPassedBy(record, purpose)) return PinnedBitmap();
-  if (record.Data == nullptr) return std::nullopt;
-  return PinnedBitmap(record.Data);
+  if (record.Data != nullptr) return PinnedBitmap(record.Data);
+  if (!loadsAreAllowed) return PinnedBitmap();
+  return std::nullopt;
 }
 
 void NoteMissedChange(BitmapRecord& record) {
@@ -135,6 +138,11 @@ BitmapInfo InfoOf(const BitmapRecord& record) {
 }
 
 }  // namespace
+
+void AllowLoads(bool allow) {
+  const LockGuard guard(bitmapCacheLock);
+  loadsAreAllowed = allow;
+}
 
 bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                const std::wstring& file_name, std::uint32_t file_size) {

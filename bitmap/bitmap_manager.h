@@ -36,6 +36,10 @@ void InitBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 // they do goes unnoticed: the writers are to be stopped first.
 void ShutdownBitmapManager() ZEL_EXCLUDES(bitmapCacheLock);
 
+// Has what is not loaded stay so, or no longer: a lookup that comes after the shutdown, or waited
+// for it, finds no bitmap that is not pinned already. Of the manager's start and end.
+void AllowLoads(bool allow) ZEL_EXCLUDES(bitmapCacheLock);
+
 // Registers a bitmap file of `file_size` bytes. False for one that its file already has by its id,
 // which is logged and left as it is.
 bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,

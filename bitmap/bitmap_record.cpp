@@ -327,24 +327,30 @@ void LogUnload(const BitmapRecord& record, const UnloadOutcome& outcome) {
   }
 }
 
+bool DeleteOutcome::IsFinal() const {
+  return error == 0 || IsMissing(error) || mark_error == 0;
+}
+
 DeleteOutcome DeleteBitmapFile(BitmapRecord& record) {
-  DeleteOutcome outcome = {.unload = UnloadBitmap(record, UnloadIf::kAlways),
-                           .error = SystemBitmapFiles().Delete(record.FileName)};
-  // It is known to nobody any more and misses the changes from now on, and a later start would find
-  // it.
-  if (outcome.error != 0 && !IsMissing(outcome.error))
-    SystemBitmapFiles().Distrust(record.FileName);
+  DeleteOutcome outcome = {.unload = UnloadBitmap(record, UnloadIf::kAlways)};
+  outcome.mark_error = SystemBitmapFiles().Distrust(record.FileName);
+  outcome.error = SystemBitmapFiles().Delete(record.FileName);
   return outcome;
 }
 
 void LogDelete(const BitmapRecord& record, const DeleteOutcome& outcome) {
   LogUnload(record, outcome.unload);
+  const wchar_t* const name = record.FileName.c_str();
   if (outcome.error == 0) {
-    LogMessage(kBitmapDebug, L"Deleted bitmap %s\n", record.FileName.c_str());
-  } else if (!IsMissing(outcome.error)) {
-    LogMessage(kBitmapError, L"Failed to delete bitmap %s: %hs\n", record.FileName.c_str(),
-               ErrorInfo(outcome.error).text());
+    LogMessage(kBitmapDebug, L"Deleted bitmap %s\n", name);
+    return;
   }
+  if (IsMissing(outcome.error)) return;
+  LogMessage(kBitmapError, L"Failed to delete bitmap %s: %hs\n", name,
+             ErrorInfo(outcome.error).text());
+  if (outcome.mark_error == 0) return;
+  LogMessage(kBitmapError, L"Failed to mark bitmap %s unreliable: %hs\n", name,
+             ErrorInfo(outcome.mark_error).text());
 }
 
 }  // namespace zel

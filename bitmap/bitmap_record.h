@@ -34,9 +34,10 @@ struct BitmapRecord {
   // Held by whoever opens, closes or deletes the file: whoever needs it meanwhile waits for this
   // record alone. Only its holder replaces Data.
   Mutex Lock ZEL_ACQUIRED_BEFORE(bitmapCacheLock);
-  LoadFailure ReportedFailure ZEL_GUARDED_BY(Lock);  // the last one that was not for an agent
-  zel::VolumeGuid VolumeGuid = {};                   // of the tracked file
-  zel::FileId FileId = 0;                            // of the tracked file
+  std::uint32_t DeleteFailure ZEL_GUARDED_BY(Lock) = 0;  // the code of the last deletion
+  LoadFailure ReportedFailure ZEL_GUARDED_BY(Lock);      // the last one that was not for an agent
+  zel::VolumeGuid VolumeGuid = {};                       // of the tracked file
+  zel::FileId FileId = 0;                                // of the tracked file
   zel::BitmapId BitmapId = 0;
   std::wstring FileName;        // full path of the bitmap file
   std::uint32_t FileSize = 0;   // bytes of the bitmap file, as AddBitmap was told
@@ -84,15 +85,19 @@ void LogUnload(const BitmapRecord& record, const UnloadOutcome& outcome);
 
 struct DeleteOutcome {
   UnloadOutcome unload;
-  std::uint32_t error = 0;  // of the deletion
+  std::uint32_t mark_error = 0;  // of marking it unreliable first
+  std::uint32_t error = 0;       // of the deletion
+
+  // Whether nobody will take the file for a good one: it is gone, or says so.
+  [[nodiscard]] bool IsFinal() const;
 };
 
-// Unloads the bitmap and deletes its file. One that cannot be deleted is marked unreliable if that
-// can be done.
+// Unloads the bitmap, marks its file unreliable on the device and deletes it: changes are withheld
+// from it, and a power cut or another program's handle could keep the file.
 [[nodiscard]] DeleteOutcome DeleteBitmapFile(BitmapRecord& record) ZEL_REQUIRES(record.Lock)
     ZEL_EXCLUDES(bitmapCacheLock);
 
-// A file that was not there is no failure.
+// Logs a deletion, or the failure of one. A file that was not there is no failure.
 void LogDelete(const BitmapRecord& record, const DeleteOutcome& outcome);
 
 }  // namespace zel

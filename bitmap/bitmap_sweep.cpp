@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <utility>
 
 #include "bitmap/bitmap_cache.h"
 #include "bitmap/bitmap_manager.h"
@@ -31,9 +32,18 @@ bool MayBeDeleted(const BitmapRecord& record) {
          (!record.Data || record.Data->InUseCount.load(std::memory_order_acquire) == 0);
 }
 
+// A deletion that fails again as before is not logged again.
+bool DeleteAndLog(BitmapRecord& record) ZEL_REQUIRES(record.Lock) {
+  const DeleteOutcome outcome = DeleteBitmapFile(record);
+  if (outcome.error == 0 || std::exchange(record.DeleteFailure, outcome.error) != outcome.error) {
+    LogDelete(record, outcome);
+  }
+  return outcome.IsFinal();
+}
+
+// A record whose file is neither gone nor marked stays, invisible, and is tried again.
 void DeleteIfDue(const SharedRecord& record) ZEL_REQUIRES(record->Lock) {
-  if (!MayBeDeleted(*record)) return;
-  LogDelete(*record, DeleteBitmapFile(*record));
+  if (!MayBeDeleted(*record) || !DeleteAndLog(*record)) return;
   const LockGuard guard(bitmapCacheLock);
   KnownBitmaps().Erase(record);
   record->Erased = true;
@@ -71,7 +81,7 @@ void LetGo(BitmapRecord& record) {
   const LockGuard file(record.Lock);
   LoadIfChangeMissed(record);
   if (MayBeDeleted(record)) {
-    LogDelete(record, DeleteBitmapFile(record));
+    static_cast<void>(DeleteAndLog(record));
   } else {
     LogUnload(record, UnloadBitmap(record, UnloadIf::kAlways));
   }

@@ -10,6 +10,7 @@
 namespace zel {
 
 void InitBitmapManager() {
+  AllowLoads(true);
   StartFlusher();
   StartIdleScanner(UnloadIdleBitmaps);
   LogMessage(kBitmapInfo, L"InitBitmapManager: initializing cache\n");
@@ -20,6 +21,7 @@ void ShutdownBitmapManager() {
   HurryScans(true);
   StopIdleScanner();
   HurryScans(false);
+  AllowLoads(false);
   UnloadAllBitmaps();
   StopFlusher();
 }

@@ -73,20 +73,21 @@ class Win32BitmapFiles : public BitmapFiles {
     return ::DeleteFileW(path.c_str()) ? ERROR_SUCCESS : ::GetLastError();
   }
 
-  void Distrust(const std::wstring& path) override {
+  std::uint32_t Distrust(const std::wstring& path) override {
     const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                         nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     LARGE_INTEGER length = {};
-    if (!file || !::GetFileSizeEx(file.get(), &length) || length.QuadPart < kBitmapHeaderSize) {
-      return;
-    }
+    if (!file || !::GetFileSizeEx(file.get(), &length)) return ::GetLastError();
+    if (length.QuadPart < kBitmapHeaderSize) return ERROR_SUCCESS;
     OVERLAPPED place = {};
     place.Offset = offsetof(BitmapFileHeader, Unreliable);
     const std::uint8_t mark = 1;
     DWORD written = 0;
-    ::WriteFile(file.get(), &mark, sizeof mark, &written, &place);
-    ::FlushFileBuffers(file.get());
+    return ::WriteFile(file.get(), &mark, sizeof mark, &written, &place) &&
+                   ::FlushFileBuffers(file.get())
+               ? ERROR_SUCCESS
+               : ::GetLastError();
   }
 };
 

@@ -96,7 +96,8 @@ TEST_F(BitmapWaitsTest, NoFileIsTouchedUnderTheLock) {
   EXPECT_FALSE(Files().Exists(path));
   for (const FileOperation operation :
        {FileOperation::kOpen, FileOperation::kFlushHeader, FileOperation::kFlushView,
-        FileOperation::kFlushToDevice, FileOperation::kClose, FileOperation::kDelete}) {
+        FileOperation::kFlushToDevice, FileOperation::kClose, FileOperation::kDistrust,
+        FileOperation::kDelete}) {
     EXPECT_GT(seen[operation], 0) << static_cast<int>(operation);
   }
 }
@@ -359,6 +360,37 @@ TEST_F(HeldUpTest, HurriedScanLeavesTheRestToTheNext) {
   EXPECT_TRUE(Files().IsOpen(loaded_path_));
   UnloadIdleBitmaps();
   EXPECT_FALSE(Files().IsOpen(loaded_path_));
+}
+
+// Another program holds the file, and shares nothing.
+TEST_F(HeldUpTest, DeletedBitmapThatCanBeNeitherDeletedNorMarkedStaysInvisibleUntilItCan) {
+  const BitmapId id = ListAllBitmaps().at({kVolume, slow_}).at(0).BitmapId;
+  Files().Hold(slow_path_, true);
+  VolumeGuid volume;
+  FileId owner;
+  DeleteBitmapById(id, volume, owner);
+  EXPECT_EQ(owner, slow_);
+  EXPECT_TRUE(ListAllBitmaps().at({kVolume, slow_}).empty());
+  EXPECT_FALSE(GetBitmapById(id));
+  UnloadIdleBitmaps();
+  EXPECT_TRUE(Files().Exists(slow_path_));
+  Files().Hold(slow_path_, false);
+  UnloadIdleBitmaps();
+  EXPECT_FALSE(Files().Exists(slow_path_));
+  EXPECT_FALSE(ListAllBitmaps().contains({kVolume, slow_}));
+}
+
+TEST_F(HeldUpTest, DeletedBitmapIsUnreliableOnTheDeviceBeforeItsFileGoes) {
+  std::atomic<bool> trusted{false};
+  Files().SetHook([&](FileOperation called, const std::wstring& path) {
+    if (called == FileOperation::kDelete && path == slow_path_) {
+      trusted = Files().OnDevice(slow_path_).IsTrusted();
+    }
+  });
+  ASSERT_TRUE(Files().OnDevice(slow_path_).IsTrusted());
+  DiscardBitmapsOfFile({kVolume, slow_});
+  EXPECT_FALSE(Files().Exists(slow_path_));
+  EXPECT_FALSE(trusted);
 }
 
 // A bitmap that is held by another program is tried once, not at every report.

@@ -399,6 +399,17 @@ TEST_F(BitmapManagerTest, ShutdownClosesEveryLoadedBitmapCleanlyAndKeepsTheCache
   EXPECT_TRUE(std::filesystem::remove(first));  // no handle is left
 }
 
+// As that of a call which waited for the shutdown: nobody would unload what it loads.
+TEST_F(BitmapManagerTest, LookupAfterTheShutdownLoadsNothing) {
+  const auto path = AddGood();
+  ShutdownBitmapManager();
+  EXPECT_THAT(IdsFound(), IsEmpty());
+  EXPECT_FALSE(GetBitmapById(IdOf(path)));
+  EXPECT_FALSE(IsLoaded(path));
+  InitBitmapManager();
+  EXPECT_THAT(IdsFound(), ElementsAre(IdOf(path)));
+}
+
 TEST_F(BitmapManagerTest, ShutdownTwiceAndWithoutInitIsHarmless) {
   ShutdownBitmapManager();
   ShutdownBitmapManager();

@@ -467,8 +467,10 @@ TEST_F(DeleteBitmapFileTest, OtherFailuresAreLogged) {
                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   Delete();
   EXPECT_TRUE(std::filesystem::exists(path()));
-  EXPECT_THAT(StopLoggingAndGetMessages(),
-              ElementsAre(StartsWith("ERROR Failed to delete bitmap " + path_text() + ": ")));
+  EXPECT_THAT(
+      StopLoggingAndGetMessages(),
+      ElementsAre(StartsWith("ERROR Failed to delete bitmap " + path_text() + ": "),
+                  StartsWith("ERROR Failed to mark bitmap " + path_text() + " unreliable: ")));
 }
 
 TEST_F(DeleteBitmapFileTest, FileThatCannotBeDeletedIsMarkedUnreliable) {

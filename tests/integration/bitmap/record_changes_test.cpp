@@ -1,5 +1,6 @@
 #include "bitmap/record_changes.h"
 
+#include "bitmap/bitmap_sweep.h"
 #include "tests/integration/support/driver_fixture.h"
 #include "tests/integration/support/flush_hooks.h"
 #include "win32/handles.h"
@@ -268,7 +269,7 @@ TEST_F(RecordChangesTest, BitmapThatMissesAReportIsUnreliable) {
   for (const auto report : reports) {
     const BitmapId id = Create(16);
     const std::wstring path = GetBitmapById(id)->FileName;
-    ShutdownBitmapManager();  // unloads it, clean
+    UnloadAllBitmaps();  // clean
     UniqueFile other(
         ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     ASSERT_TRUE(other);  // a program that does not share the bitmap file

@@ -165,12 +165,18 @@ std::uint32_t MemoryBitmapFiles::Delete(const std::wstring& path) {
   return 0;
 }
 
-void MemoryBitmapFiles::Distrust(const std::wstring& path) {
+std::uint32_t MemoryBitmapFiles::Distrust(const std::wstring& path) {
+  Call(FileOperation::kDistrust, path);
   const auto stored = Find(path);
-  if (stored == nullptr) return;
+  if (stored == nullptr) return kFileNotFound;
+  {
+    const std::lock_guard guard(mutex_);
+    if (stored->is_held) return kSharingViolation;
+  }
   reinterpret_cast<BitmapFileHeader*>(stored->cache.data())->Unreliable = 1;
   const std::lock_guard guard(stored->device_mutex);
   Copy(stored->cache, stored->device);
+  return 0;
 }
 
 MemoryBitmapFiles& Files() {

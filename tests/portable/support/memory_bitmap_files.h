@@ -21,7 +21,15 @@ inline constexpr std::uint32_t kBlockSize = 4096;
 inline constexpr VolumeGuid kVolume = {1, 2, 3, {4}};
 
 // What is about to be done with the file of this path; called by the thread that does it, before.
-enum class FileOperation { kOpen, kFlushHeader, kFlushView, kFlushToDevice, kClose, kDelete };
+enum class FileOperation {
+  kOpen,
+  kFlushHeader,
+  kFlushView,
+  kFlushToDevice,
+  kClose,
+  kDistrust,
+  kDelete
+};
 using FileHook = std::function<void(FileOperation, const std::wstring& path)>;
 
 // What stands in a bitmap's file.
@@ -62,7 +70,7 @@ class MemoryBitmapFiles : public BitmapFiles {
 
   std::unique_ptr<BitmapFile> Open(const std::wstring& path, OpenError& error) override;
   std::uint32_t Delete(const std::wstring& path) override;
-  void Distrust(const std::wstring& path) override;
+  std::uint32_t Distrust(const std::wstring& path) override;
 
  private:
   struct Stored;
