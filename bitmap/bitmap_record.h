@@ -13,6 +13,7 @@
 
 #include "bitmap/bitmap_data.h"
 #include "files/types.h"
+#include "logging/log_format.h"
 #include "win32/mutex.h"
 #include "win32/shared_lock.h"
 
@@ -45,6 +46,14 @@ struct BitmapRecord {
   FileTime CreationTime = 0;    // likewise
   FileTime LastVerifyTime ZEL_GUARDED_BY(bitmapCacheLock) = 0;  // driver's stamp of the last verify
 };
+
+// Logs a message that names the record's bitmap and its file.
+void LogRecord(int selector, LogFormat<std::uint64_t, const wchar_t*, std::uint64_t> format,
+               const BitmapRecord& record);
+
+// Null while it is not loaded.
+[[nodiscard]] std::shared_ptr<BitmapData> LoadedData(const BitmapRecord& record)
+    ZEL_EXCLUDES(bitmapCacheLock);
 
 // Parses the last component of `path`. An output that is null is neither parsed nor checked. False
 // for a malformed name, which is logged; the outputs are then unchanged.
