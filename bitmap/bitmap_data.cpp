@@ -87,20 +87,20 @@ void CloseIfUnpinned(BitmapData& data) {
 }
 
 void LogFlushFailure(const BitmapData& data, const FlushResult& result) {
+  if (result.ok()) return;
+  const ErrorInfo error(result.code);
   switch (result.failed) {
     case FlushResult::Step::kNone:
       return;
     case FlushResult::Step::kHeader:
-      LogMessage(kBitmapError, L"Failed to flush bitmap header to disk: %hs\n",
-                 ErrorInfo(result.code).text());
+      LogMessage(kBitmapError, L"Failed to flush bitmap header to disk: %hs\n", error.text());
       return;
     case FlushResult::Step::kView:
-      LogMessage(kBitmapError, L"Failed to flush entire bitmap to disk: %hs\n",
-                 ErrorInfo(result.code).text());
+      LogMessage(kBitmapError, L"Failed to flush entire bitmap to disk: %hs\n", error.text());
       return;
     case FlushResult::Step::kFile:
       LogMessage(kBitmapError, L"Failed to flush bitmap file %s to disk: %hs\n",
-                 data.FileName.c_str(), ErrorInfo(result.code).text());
+                 data.FileName.c_str(), error.text());
   }
 }
 

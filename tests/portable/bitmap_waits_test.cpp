@@ -33,6 +33,18 @@ void Write(FileId file, std::uint32_t block) {
   UpdateBitmapsForFile(file, kVolume, std::uint64_t{block} * kBlockSize, 1);
 }
 
+// A hook of a test's own. Nobody calls it any more when what it refers to goes.
+class Hooked {
+ public:
+  explicit Hooked(test::FileHook hook) { Files().SetHook(std::move(hook)); }
+  ~Hooked() {
+    WaitForRecordedMarks();
+    Files().SetHook(nullptr);
+  }
+  Hooked(const Hooked&) = delete;
+  Hooked& operator=(const Hooked&) = delete;
+};
+
 class BitmapWaitsTest : public ::testing::Test {
  protected:
   BitmapWaitsTest() {
@@ -79,7 +91,7 @@ TEST_F(BitmapWaitsTest, NoFileIsTouchedUnderTheLock) {
   const std::wstring path = Create(file);
   std::map<FileOperation, int> seen;
   std::mutex mutex;
-  Files().SetHook([&](FileOperation operation, const std::wstring&) {
+  const Hooked hook([&](FileOperation operation, const std::wstring&) {
     EXPECT_TRUE(LockIsFree()) << static_cast<int>(operation);
     const std::lock_guard guard(mutex);
     ++seen[operation];
@@ -164,7 +176,7 @@ TEST_F(HeldUpTest, SynchronizationVouchesForTheMarksOwedBeforeIt) {
 // Whoever finds a bitmap loaded finds its mark owed, or flushed.
 TEST_F(HeldUpTest, LoadHandsItsMarkOverBeforeAnybodyFindsIt) {
   std::atomic<bool> found_unowed{false};
-  Files().SetHook([&](FileOperation called, const std::wstring& path) {
+  const Hooked hook([&](FileOperation called, const std::wstring& path) {
     // Without threads the flush is made where the mark is handed over.
     if (called == FileOperation::kFlushToDevice && path == slow_path_) {
       const SharedGuard guard(bitmapCacheLock);
@@ -290,7 +302,7 @@ TEST_F(HeldUpTest, WriterOfABitmapThatIsBeingClosedWaitsAndLoadsItAgain) {
 
 TEST_F(HeldUpTest, ThoseWhoNeedABitmapThatIsBeingLoadedShareTheLoad) {
   std::atomic<int> opened{0};
-  Files().SetHook([&](FileOperation called, const std::wstring& path) {
+  const Hooked hook([&](FileOperation called, const std::wstring& path) {
     if (called != FileOperation::kOpen || path != slow_path_) return;
     ++opened;
     gate_.Pass();
@@ -338,7 +350,7 @@ TEST_F(HeldUpTest, StopFlushesSideBySide) {
     Write(file, 5);
   }
   WaitForRecordedMarks();
-  Files().SetHook([&](FileOperation called, const std::wstring& path) {
+  const Hooked hook([&](FileOperation called, const std::wstring& path) {
     if (called == FileOperation::kFlushToDevice && std::ranges::find(paths, path) != paths.end()) {
       gate_.Pass();
     }
@@ -382,7 +394,7 @@ TEST_F(HeldUpTest, DeletedBitmapThatCanBeNeitherDeletedNorMarkedStaysInvisibleUn
 
 TEST_F(HeldUpTest, DeletedBitmapIsUnreliableOnTheDeviceBeforeItsFileGoes) {
   std::atomic<bool> trusted{false};
-  Files().SetHook([&](FileOperation called, const std::wstring& path) {
+  const Hooked hook([&](FileOperation called, const std::wstring& path) {
     if (called == FileOperation::kDelete && path == slow_path_) {
       trusted = Files().OnDevice(slow_path_).IsTrusted();
     }
@@ -397,7 +409,7 @@ TEST_F(HeldUpTest, DeletedBitmapIsUnreliableOnTheDeviceBeforeItsFileGoes) {
 TEST_F(HeldUpTest, BitmapThatCannotBeOpenedIsPassedByAndUnreliableAfterwards) {
   Files().Hold(slow_path_, true);
   std::atomic<int> opened{0};
-  Files().SetHook([&](FileOperation called, const std::wstring& path) {
+  const Hooked hook([&](FileOperation called, const std::wstring& path) {
     opened += called == FileOperation::kOpen && path == slow_path_ ? 1 : 0;
   });
   for (std::uint32_t block = 0; block < 100; ++block) Write(slow_, block);
@@ -413,7 +425,7 @@ TEST_F(HeldUpTest, BitmapThatCannotBeOpenedIsPassedByAndUnreliableAfterwards) {
 TEST_F(HeldUpTest, BitmapWhoseFileIsGoneIsNotTriedByEveryScan) {
   ASSERT_EQ(Files().Delete(slow_path_), 0u);
   std::atomic<int> opened{0};
-  Files().SetHook([&](FileOperation called, const std::wstring& path) {
+  const Hooked hook([&](FileOperation called, const std::wstring& path) {
     opened += called == FileOperation::kOpen && path == slow_path_ ? 1 : 0;
   });
   Write(slow_, 1);

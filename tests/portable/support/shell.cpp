@@ -18,9 +18,9 @@ void WriteLogLine(int, const wchar_t*, std::span<const LogArgument>) noexcept {}
 
 FileTime SystemTimeNow() noexcept {
   using Units = std::chrono::duration<std::uint64_t, std::ratio<1, 10'000'000>>;
-  return std::chrono::duration_cast<Units>(std::chrono::system_clock::now().time_since_epoch() +
-                                           std::chrono::seconds(11644473600))
-      .count();
+  constexpr FileTime kUnitsFrom1601To1970 = 116'444'736'000'000'000;
+  const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
+  return kUnitsFrom1601To1970 + std::chrono::duration_cast<Units>(since_1970).count();
 }
 
 std::wstring GuidToString(const VolumeGuid& guid) {
