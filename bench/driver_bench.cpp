@@ -14,7 +14,7 @@
 #include "bench/counting_new.h"
 #include "bench/many_bitmaps.h"
 #include "bench/pipe_reads.h"
-#include "driver/driver_message.h"
+#include "driver/driver_protocol.h"
 #include "driver/message_handler.h"
 #include "tests/integration/support/cbt_directory.h"
 

@@ -1,6 +1,6 @@
 #include "bitmap/bitmap_data.h"
 
-#include "bitmap/format/bitmap_size.h"
+#include "bitmap/format/new_bitmap.h"
 #include "bitmap/zel_set_bits.h"
 #include "errors/error_info.h"
 #include "logging/log_message.h"

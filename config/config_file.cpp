@@ -8,7 +8,6 @@
 #include <string>
 
 #include "config/config_parser.h"
-#include "config/config_paths.h"
 #include "config/settings.h"
 #include "logging/log_file.h"
 #include "logging/log_message.h"

@@ -1,4 +1,4 @@
-// The configuration file's text and what it means. Pure.
+// Where the configuration file is, and what its text means. Pure.
 //
 // Format: docs/operations.md, "Configuration file".
 // Errors: none; a malformed line is skipped, an unknown key ignored.
@@ -6,11 +6,22 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "logging/log_selector.h"
 
 namespace zel {
+
+// Where the configuration of a log is.
+struct ConfigPaths {
+  std::wstring directory;  // to be watched; empty when it cannot be derived
+  std::wstring file;       // to be read; the log path itself when nothing can be derived
+};
+
+// For D:\agent\log\zelservice.log: D:\agent\config and D:\agent\config\plexor.conf. A log path
+// with fewer than two backslashes derives nothing.
+[[nodiscard]] ConfigPaths DeriveConfigPaths(std::wstring_view log_path);
 
 inline constexpr std::int64_t kDefaultBitmapIdleTimeout = 600;  // seconds
 inline constexpr std::int64_t kDefaultSyncTimeout = 60;         // seconds

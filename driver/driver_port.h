@@ -10,7 +10,7 @@
 #include <memory>
 #include <span>
 
-#include "driver/driver_command.h"
+#include "driver/driver_protocol.h"
 #include "win32/handles.h"
 
 namespace zel {

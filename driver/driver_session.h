@@ -1,4 +1,4 @@
-// What the message threads of one connection share. Inside driver/.
+// The message threads of one connection: their procedure and what they share. Inside driver/.
 //
 // Lifetime: shared by the threads' owner (driver/message_threads.h) and by those who wait for
 // something of theirs; the handles close when the last of them lets go.
@@ -30,5 +30,11 @@ struct DriverSession {
 
 // Set before the events are, once and for all: a start that comes after the stop finds it.
 inline constinit std::atomic<bool> driverThreadsStopping{false};
+
+// The procedure of the message threads, for _beginthreadex; `start_information` is the
+// DriverSession, which outlives the thread and has at most kMessageThreads. Waits for
+// serviceThreadStartEvent, then reads and handles messages until the threads are stopped. Returns
+// 0.
+unsigned __stdcall DriverMessageThread(void* start_information);
 
 }  // namespace zel

@@ -1,7 +1,7 @@
 #include "driver/driver_status_report.h"
 
 #include "driver/driver_port.h"
-#include "driver/driver_status.h"
+#include "driver/driver_protocol.h"
 #include "logging/log_message.h"
 
 namespace zel {

@@ -4,7 +4,7 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/record_changes.h"
-#include "driver/driver_message.h"
+#include "driver/driver_protocol.h"
 #include "driver/message_times.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"

@@ -1,4 +1,3 @@
-#include "driver/message_reader.h"
 
 #include <windows.h>
 

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "driver/driver_session.h"
-#include "driver/message_reader.h"
 #include "logging/log_message.h"
 #include "win32/critical_section.h"
 #include "win32/shared_slot.h"

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "files/types.h"
+#include "win32/file_time.h"
 
 namespace zel {
 
@@ -37,7 +38,10 @@ class InactivityTimer {
   void Restart(FileTime now) { since_ = now; }
 
   // Whether the time-out is over. A clock that was set back starts it anew.
-  [[nodiscard]] bool IsOver(FileTime now);
+  [[nodiscard]] bool IsOver(FileTime now) {
+    if (now < since_) Restart(now);
+    return (now - since_) / kFileTimeUnitsPerSecond > timeout_seconds_;
+  }
 
  private:
   FileTime since_;
@@ -58,7 +62,17 @@ class SyncWatchdog {
         timeout_seconds_(timeout_seconds),
         quiet_(now, timeout_seconds) {}
 
-  [[nodiscard]] Verdict Check(FileTime last_message, FileTime now);
+  [[nodiscard]] Verdict Check(FileTime last_message, FileTime now) {
+    if (last_message != seen_) {
+      if (last_message > send_time_ &&
+          (last_message - send_time_) / kFileTimeUnitsPerSecond > timeout_seconds_) {
+        return Verdict::kMessagesTooLate;
+      }
+      seen_ = last_message;
+      quiet_.Restart(now);
+    }
+    return quiet_.IsOver(now) ? Verdict::kNoMessages : Verdict::kGoOn;
+  }
 
  private:
   FileTime send_time_;

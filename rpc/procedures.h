@@ -51,4 +51,8 @@ error_status_t ZEL_GetTrackedFiles(handle_t binding, wire::BytePipe* stream);
 void FileListContext_rundown(void* context);
 void BitmapListContext_rundown(void* context);
 
+// What the runtime calls them by: for RpcServerRegisterIf and RpcEpRegister, cast to RPC_IF_HANDLE.
+// Lives as long as the process.
+extern const RPC_SERVER_INTERFACE kZelServerInterface;
+
 }  // namespace zel

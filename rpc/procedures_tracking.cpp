@@ -4,7 +4,7 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/create_bitmap.h"
-#include "bitmap/format/bitmap_size.h"
+#include "bitmap/format/new_bitmap.h"
 #include "driver/driver_port.h"
 #include "driver/synchronize.h"
 #include "files/file_identity.h"

@@ -4,7 +4,7 @@
 #include <windows.h>
 
 #include "logging/log_message.h"
-#include "rpc/zel_stub_tables.h"
+#include "rpc/procedures.h"
 #include "win32/critical_section.h"
 #include "win32/stop_requested.h"
 

@@ -1,5 +1,4 @@
-#include "rpc/zel_stub_tables.h"
-
+#include <rpc.h>
 #include <rpcndr.h>
 
 #include <array>

@@ -12,7 +12,7 @@
 #include "service/backup_privilege.h"
 #include "service/install.h"
 #include "service/service_status.h"
-#include "tracking/open.h"
+#include "tracking/tracked_file_table.h"
 #include "tracking/untracked_cleanup.h"
 #include "win32/critical_section.h"
 #include "win32/file_time.h"

@@ -1,4 +1,16 @@
+// Opening the list of tracked files when the service starts, and the one state of the tracked
+// files.
 #include "tracking/state.h"
+
+#include <windows.h>
+
+#include <utility>
+
+#include "logging/log_message.h"
+#include "tracking/registry_store.h"
+#include "tracking/tracked_file_table.h"
+#include "tracking/untracked_cleanup.h"
+#include "win32/handles.h"
 
 namespace zel {
 
@@ -14,6 +26,37 @@ void WakeCleanupThread() {
   if (state.CleanupThread && state.CleanupWakeEvent && !state.CleanupShutdown) {
     ::SetEvent(state.CleanupWakeEvent.get());
   }
+}
+
+namespace {
+
+constexpr const wchar_t* kObsoleteKeys[] = {
+    L"SYSTEM\\CurrentControlSet\\Services\\VelmoraActivityMonitor\\Parameters\\TrackedFiles",
+    L"SYSTEM\\CurrentControlSet\\Services\\VelmoraActivityMonitor\\Parameters\\FileReliability"};
+
+constexpr wchar_t kTrackedFileListKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\VelmoraActivityMonitor\\Parameters\\TrackedFileList";
+
+}  // namespace
+
+void DeleteObsoleteRegistryKeys() {
+  for (const wchar_t* key : kObsoleteKeys) {
+    if (::RegDeleteKeyW(HKEY_LOCAL_MACHINE, key) == ERROR_SUCCESS) {
+      LogMessage(kGeneralInfo, L"Deleted obsolete registry key: %s\n", key);
+    }
+  }
+}
+
+void StartTrackedFiles() {
+  UniqueRegistryKey key;
+  const auto result = static_cast<std::uint32_t>(
+      ::RegCreateKeyW(HKEY_LOCAL_MACHINE, kTrackedFileListKey, key.put()));
+  if (result != ERROR_SUCCESS) {
+    LogMessage(kGeneralWarn, L"RegCreateKey %ls failed: %u\n", kTrackedFileListKey, result);
+    return;
+  }
+  SetTrackedFileListKey(std::move(key));
+  if (LoadTrackedFileList()) StartCleanupThread();
 }
 
 }  // namespace zel

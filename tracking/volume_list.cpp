@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tracking/path_compare.h"
 #include "tracking/volume_list_format.h"
 
 namespace zel {

@@ -6,6 +6,7 @@
 // Threads: the lists of the tracked file table are used under TrackedFilesLock.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <set>
 #include <span>
@@ -16,6 +17,19 @@
 #include "files/types.h"
 
 namespace zel {
+
+// The order and the equality of paths: the letters A to Z count as a to z, nothing else is folded.
+[[nodiscard]] constexpr char16_t FoldAsciiCase(char16_t unit) noexcept {
+  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit - u'A' + u'a') : unit;
+}
+
+// Whether `a` comes before `b`, unit by unit; a path comes after its own beginning. Two paths of
+// which neither comes before the other are the same.
+template <class A, class B>
+[[nodiscard]] constexpr bool PathLess(std::basic_string_view<A> a,
+                                      std::basic_string_view<B> b) noexcept {
+  return std::ranges::lexicographical_compare(a, b, {}, FoldAsciiCase, FoldAsciiCase);
+}
 
 class VolumeFileList {
  public:

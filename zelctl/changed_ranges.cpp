@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstring>
 
-#include "bitmap/format/bitmap_size.h"
+#include "bitmap/format/new_bitmap.h"
 
 namespace zel::ctl {
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "bitmap/change/change_bitmap.h"
-#include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/header_checks.h"
+#include "bitmap/format/new_bitmap.h"
 #include "files/layout.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "bitmap/change/change_bitmap.h"
-#include "driver/driver_message.h"
+#include "driver/driver_protocol.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // What the service sends to the driver: commands, opens, the control code, the question for status.
 #include "driver/driver_port.h"
 
-#include "driver/driver_status.h"
+#include "driver/driver_protocol.h"
 #include "driver/driver_status_report.h"
 #include "driver/open_file_for_driver.h"
 #include "tests/integration/support/driver_fixture.h"

@@ -9,7 +9,6 @@
 #include <optional>
 #include <thread>
 
-#include "driver/message_reader.h"
 #include "driver/message_times.h"
 #include "driver/reader_barrier.h"
 #include "driver/synchronize.h"

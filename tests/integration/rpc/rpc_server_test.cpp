@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "rpc/zel_stub_tables.h"
+#include "rpc/procedures.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/rpc_runtime_hooks.h"
 #include "win32/stop_requested.h"

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "bitmap/create_bitmap.h"
-#include "driver/driver_message.h"
+#include "driver/driver_protocol.h"
 #include "driver/message_handler.h"
 #include "tests/integration/support/bitmap_fixture.h"
 

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "driver/driver_message.h"
+#include "driver/driver_protocol.h"
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/poll.h"
 

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstring>
 
-#include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/new_bitmap.h"
 #include "files/layout.h"
 

@@ -1,4 +1,4 @@
-#include "config/config_paths.h"
+#include "config/config_parser.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "driver/driver_message.h"
+#include "driver/driver_protocol.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "bitmap/change/block_range.h"
-#include "driver/driver_message.h"
-#include "driver/driver_status.h"
+#include "driver/driver_protocol.h"
 #include "tests/unit/support/hex_dump.h"
 
 namespace zel {

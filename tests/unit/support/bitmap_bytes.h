@@ -6,7 +6,6 @@
 #include <cstring>
 #include <vector>
 
-#include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/new_bitmap.h"
 #include "zelctl/bitmap_file.h"
 

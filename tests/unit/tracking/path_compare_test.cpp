@@ -1,4 +1,4 @@
-#include "tracking/path_compare.h"
+#include "tracking/volume_list.h"
 
 #include <gtest/gtest.h>
 

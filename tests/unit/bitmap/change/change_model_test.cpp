@@ -12,7 +12,7 @@
 #include "bitmap/change/change_bitmap.h"
 #include "bitmap/format/header_checks.h"
 #include "bitmap/format/new_bitmap.h"
-#include "driver/driver_message.h"
+#include "driver/driver_protocol.h"
 #include "tests/unit/support/change_model.h"
 
 namespace zel {

@@ -1,4 +1,4 @@
-#include "bitmap/format/bitmap_size.h"
+#include "bitmap/format/new_bitmap.h"
 
 #include <gtest/gtest.h>
 

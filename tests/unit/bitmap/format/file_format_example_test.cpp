@@ -8,7 +8,6 @@
 #include <string>
 
 #include "bitmap/change/set_bits.h"
-#include "bitmap/format/bitmap_size.h"
 #include "bitmap/format/header_checks.h"
 #include "bitmap/format/new_bitmap.h"
 #include "files/layout.h"

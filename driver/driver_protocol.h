@@ -1,8 +1,10 @@
-// An event message from the driver, as it arrives from the filter port. Pure.
+// What the driver and the service say to each other over the filter port: event messages, commands
+// and the answer to the status command. Pure.
 //
 // Format: docs/driver-protocol.md. All integers little-endian.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -10,6 +12,8 @@
 #include "files/types.h"
 
 namespace zel {
+
+// --- Event messages
 
 inline constexpr std::uint32_t kDriverMessageMagic = 0x092ABB38;
 
@@ -61,5 +65,60 @@ enum class DriverMessageFault { kNone, kTooSmall, kWrongMagic };
 // case: a faulty one still tells its ReplyLength and its Magic.
 [[nodiscard]] DriverMessageFault ParseDriverMessage(std::span<const std::byte> transferred,
                                                     DriverMessage& message);
+
+// --- Commands
+
+enum class DriverCommand : std::uint8_t {
+  kTrackingListChanged = 0,  // the registry's list of tracked files is to be read again
+  kSyncMessageQueue = 1,     // answered by a queue sync message after all that is queued
+  kQueryStatus = 2,          // answered with a DriverStatus
+};
+
+// The code in the first byte and zeros after it.
+using DriverCommandBytes = std::array<std::byte, 64>;
+
+[[nodiscard]] constexpr DriverCommandBytes MakeDriverCommand(DriverCommand command) {
+  DriverCommandBytes bytes = {};
+  bytes[0] = static_cast<std::byte>(command);
+  return bytes;
+}
+
+// --- The answer to kQueryStatus
+
+struct DriverStatus {                       // offset
+  std::uint16_t Version[4];                 //  0  major, minor, build, revision
+  FileTime StartTime;                       //  8  UTC
+  std::uint8_t StartedDuringBoot;           // 16  not 0: yes
+  std::uint8_t PreviousShutdownClean;       // 17  not 0: yes
+  std::uint8_t OlderDriverLoaded;           // 18  not 0: yes
+  std::uint8_t LoadStatus;                  // 19  of the saved messages, see LoadStatusText
+  std::uint32_t MessagesLoadedFromDisk;     // 20  at the driver's start
+  std::uint64_t MessagesVaulted;            // 24
+  std::uint64_t MessagesSentFromVault;      // 32
+  std::uint32_t FilesToBeMarkedUnreliable;  // 40
+  std::uint32_t reserved_44;                // 44
+};
+
+static_assert(sizeof(DriverStatus) == 48);
+static_assert(offsetof(DriverStatus, Version) == 0);
+static_assert(offsetof(DriverStatus, StartTime) == 8);
+static_assert(offsetof(DriverStatus, StartedDuringBoot) == 16);
+static_assert(offsetof(DriverStatus, PreviousShutdownClean) == 17);
+static_assert(offsetof(DriverStatus, OlderDriverLoaded) == 18);
+static_assert(offsetof(DriverStatus, LoadStatus) == 19);
+static_assert(offsetof(DriverStatus, MessagesLoadedFromDisk) == 20);
+static_assert(offsetof(DriverStatus, MessagesVaulted) == 24);
+static_assert(offsetof(DriverStatus, MessagesSentFromVault) == 32);
+static_assert(offsetof(DriverStatus, FilesToBeMarkedUnreliable) == 40);
+
+using DriverStatusBytes = std::array<std::byte, sizeof(DriverStatus)>;
+
+// Every value is a status: nothing in it can be wrong.
+[[nodiscard]] DriverStatus ParseDriverStatus(
+    std::span<const std::byte, sizeof(DriverStatus)> reply);
+
+// How the driver fared with the messages that it had saved: "Loaded" for 2. "<unkown>", spelled so
+// since ever, for a code above 10. Static storage.
+[[nodiscard]] const char* LoadStatusText(std::uint8_t code);
 
 }  // namespace zel
