@@ -3,6 +3,7 @@
 #include <rpc.h>
 #include <windows.h>
 
+#include "errors/error_info.h"
 #include "logging/log_message.h"
 #include "rpc/procedures.h"
 #include "win32/critical_section.h"
@@ -32,18 +33,31 @@ class Reporter {
   [[nodiscard]] bool Starting() const { return report_(RpcServerStep::kStarting, RPC_S_OK); }
   [[nodiscard]] bool Listening() const { return report_(RpcServerStep::kListening, RPC_S_OK); }
 
-  // True for success; otherwise the failure has been reported.
-  [[nodiscard]] bool Succeeded(RPC_STATUS status) const {
+  // True for success; otherwise the failure of `function` has been logged and then reported:
+  // whoever hears of it may end the process.
+  [[nodiscard]] bool Succeeded(const wchar_t* function, RPC_STATUS status) {
     if (status == RPC_S_OK) return true;
-    report_(RpcServerStep::kFailed, static_cast<std::uint32_t>(status));
+    failure_ = static_cast<std::uint32_t>(status);
+    LogMessage(kGeneralError, L"%s failed: %hs\n", function, ErrorInfo(failure_).text());
+    report_(RpcServerStep::kFailed, failure_);
     return false;
   }
 
+  // Of no protocol sequence at all, which is not reported.
+  void NoProtocolSequences() {
+    failure_ = RPC_S_NO_PROTSEQS;
+    LogMessage(kGeneralError, L"no protocols registered");
+  }
+
+  // The status of the step that failed; 0 while none has.
+  [[nodiscard]] std::uint32_t failure() const { return failure_; }
+
  private:
   RpcServerReport report_;
+  std::uint32_t failure_ = RPC_S_OK;
 };
 
-// False, and logged, when no protocol sequence at all can be used.
+// False when no protocol sequence at all can be used.
 bool UseProtocolSequences() {
   bool any = false;
   for (const wchar_t* sequence : {L"ncalrpc", L"ncacn_ip_tcp", L"ncacn_np", L"ncacn_http"}) {
@@ -52,7 +66,6 @@ bool UseProtocolSequences() {
     any |= ::RpcServerUseProtseqW(reinterpret_cast<RPC_WSTR>(name), kMaxQueuedCalls, nullptr) ==
            RPC_S_OK;
   }
-  if (!any) LogMessage(kGeneralError, L"no protocols registered");
   return any;
 }
 
@@ -64,36 +77,56 @@ bool StartListening(RPC_STATUS& status) ZEL_EXCLUDES(listenLock) {
   return true;
 }
 
+RPC_STATUS WaitForTheEndOfListening() {
+  const RPC_STATUS status = ::RpcMgmtWaitServerListen();
+  // A stop that came before the wait has ended already what is waited for.
+  return status == RPC_S_NOT_LISTENING && StopRequested ? RPC_S_OK : status;
+}
+
 // Serves calls until listening is stopped. False when a step failed or the service is not to go on.
-bool Serve(const Reporter& reporter) {
-  if (!reporter.Starting() || !reporter.Succeeded(::RpcServerRegisterAuthInfoW(
-                                  nullptr, RPC_C_AUTHN_WINNT, nullptr, nullptr))) {
+bool Serve(Reporter& reporter) {
+  if (!reporter.Starting() ||
+      !reporter.Succeeded(
+          L"RpcServerRegisterAuthInfo",
+          ::RpcServerRegisterAuthInfoW(nullptr, RPC_C_AUTHN_WINNT, nullptr, nullptr)) ||
+      !reporter.Starting()) {
     return false;
   }
-  if (!reporter.Starting()) return false;
   RPC_STATUS status = RPC_S_OK;
   if (!StartListening(status)) return true;
-  if (!reporter.Succeeded(status)) return false;
-  return reporter.Listening() && reporter.Succeeded(::RpcMgmtWaitServerListen());
+  return reporter.Succeeded(L"RpcServerListen", status) && reporter.Listening() &&
+         reporter.Succeeded(L"RpcMgmtWaitServerListen", WaitForTheEndOfListening());
+}
+
+void Run(Reporter& reporter) {
+  if (!reporter.Starting()) return;
+  if (!UseProtocolSequences()) return reporter.NoProtocolSequences();
+  if (!reporter.Starting() ||
+      !reporter.Succeeded(L"RpcServerRegisterIf",
+                          ::RpcServerRegisterIf(Interface(), nullptr, nullptr))) {
+    return;
+  }
+  // The bindings stay until the process ends unless everything has gone well.
+  RPC_BINDING_VECTOR* bindings = nullptr;
+  if (!reporter.Starting() ||
+      !reporter.Succeeded(L"RpcServerInqBindings", ::RpcServerInqBindings(&bindings)) ||
+      !reporter.Succeeded(L"RpcEpRegister",
+                          ::RpcEpRegisterW(Interface(), bindings, nullptr, nullptr))) {
+    return;
+  }
+  if (!Serve(reporter) ||
+      !reporter.Succeeded(L"RpcEpUnregister", ::RpcEpUnregister(Interface(), bindings, nullptr))) {
+    return;
+  }
+  ::RpcBindingVectorFree(&bindings);
 }
 
 }  // namespace
 
-void RunRpcServer(RpcServerReport report) {
-  const Reporter reporter(report);
-  if (!reporter.Starting() || !UseProtocolSequences()) return;
-  if (!reporter.Starting() ||
-      !reporter.Succeeded(::RpcServerRegisterIf(Interface(), nullptr, nullptr)))
-    return;
-  // The bindings stay until the process ends unless everything has gone well.
-  RPC_BINDING_VECTOR* bindings = nullptr;
-  if (!reporter.Starting() || !reporter.Succeeded(::RpcServerInqBindings(&bindings)) ||
-      !reporter.Succeeded(::RpcEpRegisterW(Interface(), bindings, nullptr, nullptr))) {
-    return;
-  }
-  if (!Serve(reporter) || !reporter.Succeeded(::RpcEpUnregister(Interface(), bindings, nullptr)))
-    return;
-  ::RpcBindingVectorFree(&bindings);
+std::uint32_t RunRpcServer(RpcServerReport report) {
+  Reporter reporter(report);
+  Run(reporter);
+  return reporter.failure();
 }
 
 void StopRpcServer() ZEL_EXCLUDES(listenLock) {

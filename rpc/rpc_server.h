@@ -18,9 +18,10 @@ using RpcServerReport = bool (*)(RpcServerStep step, std::uint32_t status);
 
 // Registers the interface on every protocol sequence that the machine has and serves calls until
 // StopRpcServer; then takes the endpoints back. Calls `report` before each step, when it listens
-// and when a step has failed. The thread that runs the service's start calls it, once. Errors:
-// reported, except that no protocol sequence at all is only logged. It returns in every case.
-void RunRpcServer(RpcServerReport report);
+// and when a step has failed. The thread that runs the service's start calls it, once. Errors: the
+// RPC status of the step that failed, logged and reported; RPC_S_NO_PROTSEQS without any protocol
+// sequence is only logged. 0 otherwise, also for a report that said not to go on.
+std::uint32_t RunRpcServer(RpcServerReport report);
 
 // Ends listening, so that RunRpcServer returns. Once StopRequested is set (win32/stop_requested.h)
 // a server that does not listen yet never does. Any thread, any number of times.

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <cstdio>
 #include <string>
 
 #include "config/config_file.h"
@@ -34,14 +35,23 @@ void InitCbtDirectory() {
   static_cast<void>(GetCbtDirectory());
 }
 
+// In the console, where no log is.
+void TellFailedStart(std::uint32_t result) {
+  LogMessage(kGeneralError, L"ZelServiceStart failed %d\n", result);
+  std::fprintf(stderr, "ZelServiceStart failed %d: %s\n", static_cast<int>(result),
+               ErrorInfo(result).text());
+}
+
 void RunInConsole(Arguments arguments) {
   InitCbtDirectory();
   DebugMode = true;
   LogMessage(kGeneralInfo, L"Debugging %s\n", kServiceName);
   ::SetConsoleCtrlHandler(ConsoleCtrlHandler, TRUE);
   const std::uint32_t result = ZelServiceStart(arguments);
-  if (result != 0) LogMessage(kGeneralError, L"ZelServiceStart failed %d\n", result);
-  // The console's thread may still be stopping what came up.
+  if (result != 0) TellFailedStart(result);
+  // Nobody has asked for the stop of a start that failed by itself; a stop from the console may
+  // still be running.
+  if (!StopRequested) StopService();
   WaitForRunningStops();
 }
 

@@ -69,6 +69,13 @@ void SynchronizeWithDriver() {
   LogMessage(kGeneralInfo, L"Completed synchronizing tracked files\n");
 }
 
+// Whoever sets bits ends before the bitmaps are let go of.
+void StopParts() {
+  StopDriverThreads();
+  ShutdownBitmapManager();
+  ShutdownTrackedFiles();
+}
+
 // The report of the RPC server's steps as the service's own.
 bool ReportRpcServer(RpcServerStep step, std::uint32_t status) {
   constexpr std::uint32_t kStepHintMs = 3000;
@@ -94,8 +101,7 @@ std::uint32_t ZelServiceStart(Arguments arguments) {
   InitBitmapManager();
   if (!ignores_driver) {
     if (const std::uint32_t result = StartDriverSide(); result != 0) {
-      ShutdownBitmapManager();
-      ShutdownTrackedFiles();
+      StopParts();
       return result;
     }
   }
@@ -103,19 +109,18 @@ std::uint32_t ZelServiceStart(Arguments arguments) {
   // A stop that came before this line found only a part of all this standing.
   if (StopRequested) {
     StopService();
-  } else {
-    RunRpcServer(ReportRpcServer);
+    return 0;
   }
-  return 0;
+  const std::uint32_t rpc_status = RunRpcServer(ReportRpcServer);
+  // The service manager has heard of a failure by the report; in a console nobody has.
+  return DebugMode ? rpc_status : 0;
 }
 
 void StopService() {
   BeginStop();
   StopRequested = true;
   StopRpcServer();
-  StopDriverThreads();
-  ShutdownBitmapManager();
-  ShutdownTrackedFiles();
+  StopParts();
   EndStop();
 }
 

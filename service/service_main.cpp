@@ -7,6 +7,7 @@
 #include "service/service_names.h"
 #include "service/service_status.h"
 #include "win32/process_event.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 
@@ -16,6 +17,13 @@ constexpr std::uint32_t kStartWaitHintMs = 3000;
 
 // Clear from the service main's first act to its last.
 ProcessEvent serviceMainEndedEvent(ProcessEvent::Initially::kSet);
+
+// Warnings are written without a configuration too, unlike the errors that name the step.
+void LogFailedStart(std::uint32_t result) {
+  LogMessage(kGeneralWarn,
+             L"Service start failed; the service stays start-pending until it is stopped: %hs\n",
+             ErrorInfo(result).text());
+}
 
 void RunService(Arguments arguments) {
   const SERVICE_STATUS_HANDLE handle =
@@ -30,6 +38,7 @@ void RunService(Arguments arguments) {
   ReportServiceStatus(SERVICE_START_PENDING, 0, kStartWaitHintMs);
   LogMessage(kGeneralInfo, L"Service started\n");
   const std::uint32_t result = ZelServiceStart(arguments);
+  if (result != 0 && !StopRequested) LogFailedStart(result);
   // A start that failed keeps the service start-pending until a stop control arrives.
   WaitForServiceStopped();
   ReportServiceStatus(SERVICE_STOPPED, result, 0);

@@ -15,6 +15,16 @@ static_assert(kServiceStateStopped == SERVICE_STOPPED &&
 SERVICE_STATUS_HANDLE status_handle = nullptr;
 std::uint32_t next_checkpoint = 1;  // rises over the whole run
 
+// The report of the stopped state closes the manager's end: whatever is reported after it may end
+// the process.
+constinit std::atomic<bool> stopped_was_reported{false};
+
+// Whether the report is the first of the stopped state, or comes before it.
+bool IsToBeSent(std::uint32_t state) {
+  return state == SERVICE_STOPPED ? !stopped_was_reported.exchange(true)
+                                  : !stopped_was_reported.load();
+}
+
 }  // namespace
 
 void SetServiceStatusHandle(SERVICE_STATUS_HANDLE handle) {
@@ -23,7 +33,7 @@ void SetServiceStatusHandle(SERVICE_STATUS_HANDLE handle) {
 
 bool ReportServiceStatus(std::uint32_t state, std::uint32_t win32_exit_code,
                          std::uint32_t wait_hint_ms) {
-  if (DebugMode) return true;
+  if (DebugMode || !IsToBeSent(state)) return true;
   const ServiceReport report =
       MakeServiceReport(state, win32_exit_code, wait_hint_ms, next_checkpoint);
   SERVICE_STATUS status = {

@@ -20,8 +20,9 @@ inline constinit std::atomic<bool> DebugMode{false};
 void SetServiceStatusHandle(SERVICE_STATUS_HANDLE handle);
 
 // Reports `state` (SERVICE_RUNNING and so on) with its Win32 exit code and the milliseconds in
-// which the next report can be expected. Does nothing and answers true in DebugMode. False when the
-// manager refuses the report, which has then been logged.
+// which the next report can be expected. The first SERVICE_STOPPED is the last report of all: what
+// follows it is not sent, so its exit code stands. Does nothing and answers true then and in
+// DebugMode. False when the manager refuses the report, which has then been logged.
 bool ReportServiceStatus(std::uint32_t state, std::uint32_t win32_exit_code,
                          std::uint32_t wait_hint_ms);
 

@@ -1,6 +1,8 @@
 #include "rpc/rpc_server.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "rpc/procedures.h"
 #include "tests/integration/support/log_fixture.h"
@@ -61,20 +63,26 @@ TEST_F(RunRpcServerTest, GoesOnWithTheSequencesThatCanBeUsed) {
 TEST_F(RunRpcServerTest, NoSequenceAtAllIsLoggedAndNotReported) {
   RpcRuntimeHooks::AnswerAllSequences(RPC_S_PROTSEQ_NOT_SUPPORTED);
   StartLogging();
-  RunRpcServer(RpcRuntimeHooks::Report);
+  EXPECT_EQ(RunRpcServer(RpcRuntimeHooks::Report), DWORD{RPC_S_NO_PROTSEQS});
   ShutdownLogging();
   // Without a line's end.
   EXPECT_THAT(test::ReadFileBytes(log_path()), ::testing::EndsWith("] no protocols registered"));
   EXPECT_THAT(RpcRuntimeHooks::calls(), ElementsAreArray(RunUpTo("use")));
 }
 
+// A step of the run and the function that it calls.
+constexpr std::pair<const char*, const char*> kSteps[] = {
+    {"register", "RpcServerRegisterIf"}, {"bindings", "RpcServerInqBindings"},
+    {"publish", "RpcEpRegister"},        {"authentication", "RpcServerRegisterAuthInfo"},
+    {"listen", "RpcServerListen"},       {"wait", "RpcMgmtWaitServerListen"},
+    {"withdraw", "RpcEpUnregister"}};
+
 TEST_F(RunRpcServerTest, FailedStepIsReportedWithItsCodeAndKeepsTheBindings) {
-  for (const char* step :
-       {"register", "bindings", "publish", "authentication", "listen", "wait", "withdraw"}) {
+  for (const auto& [step, function] : kSteps) {
     SCOPED_TRACE(step);
     RpcRuntimeHooks::Answer(step, RPC_S_OUT_OF_RESOURCES);
     const std::size_t before = RpcRuntimeHooks::calls().size();
-    RunRpcServer(RpcRuntimeHooks::Report);
+    EXPECT_EQ(RunRpcServer(RpcRuntimeHooks::Report), DWORD{RPC_S_OUT_OF_RESOURCES});
     std::vector<std::string> expected = RunUpTo(step);
     expected.push_back("report failure 1721");
     EXPECT_EQ(std::vector(RpcRuntimeHooks::calls().begin() + static_cast<std::ptrdiff_t>(before),
@@ -82,6 +90,35 @@ TEST_F(RunRpcServerTest, FailedStepIsReportedWithItsCodeAndKeepsTheBindings) {
               expected);
     RpcRuntimeHooks::Answer(step, RPC_S_OK);
   }
+}
+
+TEST_F(RunRpcServerTest, FailedStepIsNamedInOneLineWithItsError) {
+  StartLogging();
+  for (const auto& [step, function] : kSteps) {
+    RpcRuntimeHooks::Answer(step, RPC_S_OUT_OF_RESOURCES);
+    RunRpcServer(RpcRuntimeHooks::Report);
+    RpcRuntimeHooks::Answer(step, RPC_S_OK);
+  }
+  const std::vector<std::string> messages = StopLoggingAndGetMessages();
+  ASSERT_EQ(messages.size(), std::size(kSteps));
+  for (std::size_t i = 0; i < messages.size(); ++i) {
+    EXPECT_THAT(messages[i],
+                ::testing::StartsWith(std::string("ERROR ") + kSteps[i].second + " failed: "));
+    EXPECT_THAT(messages[i], ::testing::EndsWith(" [1721]"));
+  }
+}
+
+// The stop comes when listening has begun and is not waited for yet.
+TEST_F(RunRpcServerTest, StopBeforeTheWaitIsNoFailure) {
+  RpcRuntimeHooks::Answer("wait", RPC_S_NOT_LISTENING);
+  StartLogging();
+  EXPECT_EQ(RunRpcServer([](RpcServerStep step, std::uint32_t status) {
+              if (step == RpcServerStep::kListening) StopRequested = true;
+              return RpcRuntimeHooks::Report(step, status);
+            }),
+            0u);
+  EXPECT_EQ(RpcRuntimeHooks::calls(), kWholeRun);
+  EXPECT_THAT(StopLoggingAndGetMessages(), IsEmpty());
 }
 
 TEST_F(RunRpcServerTest, RefusedReportEndsTheRunAtOnce) {

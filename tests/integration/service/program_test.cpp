@@ -6,11 +6,13 @@
 #include <future>
 #include <vector>
 
+#include "driver/driver_port.h"
 #include "service/service_main.h"
 #include "service/service_status.h"
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
+#include "tests/integration/support/rpc_runtime_hooks.h"
 #include "tests/integration/support/service_world.h"
 
 extern "C" {
@@ -22,6 +24,8 @@ namespace zel {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 // Every install directory is C:\agent.
 LSTATUS WINAPI AnswerInstallDirectory(HKEY, LPCWSTR, LPCWSTR, DWORD, LPDWORD, PVOID data,
@@ -64,6 +68,44 @@ TEST_F(ProgramTest, DebugModeTellsTheCodeOfAStartThatFailed) {
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre("INFO  Debugging ZelService", "ERROR Unable to acquire SeBackupPrivilege",
                           "ERROR ZelServiceStart failed 1300"));
+}
+
+// The errors themselves go nowhere in debug mode: it has no log.
+TEST_F(ProgramTest, DebugModeTellsStandardErrorWhyAStartFailed) {
+  const test::ServiceWorld world;
+  world.answers.privilege = ERROR_NOT_ALL_ASSIGNED;
+  testing::internal::CaptureStderr();
+  Run({L"zelservice", L"-debug"});
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::AllOf(StartsWith("ZelServiceStart failed 1300: "),
+                             HasSubstr(" [ERROR_NOT_ALL_ASSIGNED]")));
+}
+
+TEST_F(ProgramTest, DebugModeStopsInOrderWhenTheRpcServerCannotBeSetUp) {
+  const test::ServiceWorld world;
+  const test::RpcRuntimeHooks runtime;
+  test::RpcRuntimeHooks::Answer("authentication", RPC_S_UNKNOWN_AUTHN_SERVICE);
+  StartLogging();
+  testing::internal::CaptureStderr();
+  Run({L"zelservice", L"-debug"});
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), StartsWith("ZelServiceStart failed 1747: "));
+  EXPECT_FALSE(DriverPortConnected());
+  EXPECT_THAT(
+      StopLoggingAndGetMessages(),
+      testing::IsSupersetOf(
+          {testing::Matcher<std::string>(StartsWith("ERROR RpcServerRegisterAuthInfo failed: ")),
+           testing::Matcher<std::string>("ERROR ZelServiceStart failed 1747"),
+           testing::Matcher<std::string>("DEBUG Bitmap idle scanner thread exiting...")}));
+}
+
+TEST_F(ProgramTest, DebugModeStopsInOrderWithoutAnyProtocolSequence) {
+  const test::ServiceWorld world;
+  const test::RpcRuntimeHooks runtime;
+  test::RpcRuntimeHooks::AnswerAllSequences(RPC_S_PROTSEQ_NOT_SUPPORTED);
+  testing::internal::CaptureStderr();
+  Run({L"zelservice", L"-debug"});
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), StartsWith("ZelServiceStart failed 1719: "));
+  EXPECT_FALSE(DriverPortConnected());
 }
 
 TEST_F(ProgramTest, DebugModeRunsUntilItsConsoleHandlerStopsIt) {

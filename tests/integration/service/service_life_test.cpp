@@ -1,6 +1,7 @@
 // The start in its order, with each of its failures, and the ways to stop what it started.
 #include "service/service_life.h"
 
+#include <algorithm>
 #include <future>
 #include <thread>
 #include <vector>
@@ -149,13 +150,17 @@ TEST_F(ZelServiceStartTest, PortThatIsOpenAlreadyGives1247) {
   StopDriverThreads();
 }
 
-TEST_F(ZelServiceStartTest, DriverThatTellsNoStatusEndsTheStart) {
+TEST_F(ZelServiceStartTest, DriverThatTellsNoStatusEndsTheStartAndTheThreadsBeforeTheBitmaps) {
   world_.answers.status = E_FAIL;
   StartLogging();
   EXPECT_EQ(ZelServiceStart({}), static_cast<DWORD>(E_FAIL));
-  StopService();  // the message threads wait for it
-  EXPECT_THAT(StopLoggingAndGetMessages(),
-              Contains("ERROR FilterSendMessage failed: -2147467259 (0x80004005)"));
+  EXPECT_FALSE(DriverPortConnected());
+  const std::vector<std::string> messages = StopLoggingAndGetMessages();
+  EXPECT_THAT(messages, Contains("ERROR FilterSendMessage failed: -2147467259 (0x80004005)"));
+  const auto bitmaps_end =
+      std::find(messages.begin(), messages.end(), "DEBUG Bitmap idle scanner thread exiting...");
+  EXPECT_NE(bitmaps_end, messages.end());
+  EXPECT_EQ(std::count(messages.begin(), bitmaps_end, "DEBUG Service thread shutdown"), 4);
 }
 
 TEST_F(ZelServiceStartTest, StopThatComesBeforeTheStartIsNotLost) {

@@ -1,13 +1,9 @@
 // The service main between a hooked service control manager and a real log.
 #include "service/service_main.h"
 
-#include <rpc.h>
-
 #include <future>
-#include <optional>
 
 #include "service/service_life.h"
-#include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
 #include "tests/integration/support/service_status_recorder.h"
@@ -15,7 +11,6 @@
 
 extern "C" {
 extern void* __imp_RegisterServiceCtrlHandlerW;
-extern void* __imp_RpcServerUseProtseqW;
 }
 
 namespace zel {
@@ -73,70 +68,6 @@ TEST_F(ServiceMainTest, ReportsItsWayFromStartToStopAndClosesTheLog) {
               ElementsAre("INFO  Service started", "ERROR Unable to acquire SeBackupPrivilege",
                           "INFO  Service stopped"));
 }
-
-RPC_STATUS RPC_ENTRY RefuseSequence(RPC_WSTR, unsigned int, void*) {
-  return RPC_S_PROTSEQ_NOT_SUPPORTED;
-}
-
-struct FailedStart {
-  const char* name;
-  void (*arrange)(test::ServiceWorldAnswers& answers);
-  bool has_sequences;
-  const char* last_line;
-  DWORD result;
-};
-
-void PrintTo(const FailedStart& start, std::ostream* out) {
-  *out << start.name;
-}
-
-const FailedStart kFailedStarts[] = {
-    {"NoPrivilege", [](auto& answers) { answers.privilege = ERROR_NOT_ALL_ASSIGNED; }, true,
-     "Unable to acquire SeBackupPrivilege", ERROR_NOT_ALL_ASSIGNED},
-    {"NoDriverService", [](auto& answers) { answers.driver_service = ERROR_SERVICE_DISABLED; },
-     true, "aborting service start (1058)", ERROR_SERVICE_DISABLED},
-    {"RefusedPort", [](auto& answers) { answers.connect = E_ACCESSDENIED; }, true,
-     "FilterConnectCommunications Port failed", static_cast<DWORD>(E_ACCESSDENIED)},
-    {"NoDriverStatus", [](auto& answers) { answers.status = E_FAIL; }, true,
-     "FilterSendMessage failed: -2147467259", static_cast<DWORD>(E_FAIL)},
-    {"NoProtocolSequence", [](auto&) {}, false, "no protocols registered", NO_ERROR},
-};
-
-// The log takes some seconds to be written out.
-class FailedStartTest : public test::LogFixture, public ::testing::WithParamInterface<FailedStart> {
- protected:
-  FailedStartTest() : install_directory_(directory().wstring()) {
-    test::UseCbtDirectoryOf(install_directory_);
-    GetParam().arrange(world_.answers);
-    if (!GetParam().has_sequences) {
-      use_sequence_.emplace(__imp_RpcServerUseProtseqW, &RefuseSequence);
-    }
-  }
-
-  std::wstring install_directory_;
-  test::ServiceWorld world_;
-  test::ServiceStatusRecorder recorder_;
-  std::optional<test::ImportHook> use_sequence_;
-};
-
-TEST_P(FailedStartTest, StaysPendingUntilAStopControlEndsIt) {
-  const test::ImportHook hook(__imp_RegisterServiceCtrlHandlerW, &AcceptHandler);
-  StartLogging();
-  auto service_main = std::async(std::launch::async, [] { VelmoraServiceMain(0, nullptr); });
-  EXPECT_TRUE(test::PollUntil([&] {
-    return test::ReadFileBytes(log_path()).find(GetParam().last_line) != std::string::npos;
-  }));
-  EXPECT_EQ(recorder_.LastState(), DWORD{SERVICE_START_PENDING});
-  ServiceCtrlHandler(SERVICE_CONTROL_STOP);
-  service_main.get();
-  const SERVICE_STATUS& last = recorder_.reports().back().status;
-  EXPECT_EQ(last.dwCurrentState, DWORD{SERVICE_STOPPED});
-  EXPECT_EQ(last.dwWin32ExitCode, GetParam().result);
-  EXPECT_NE(test::ReadFileBytes(log_path()).find("Service stopped"), std::string::npos);
-}
-
-INSTANTIATE_TEST_SUITE_P(ServiceMain, FailedStartTest, ::testing::ValuesIn(kFailedStarts),
-                         [](const auto& info) { return info.param.name; });
 
 TEST_F(ServiceMainTest, WithoutAHandlerItOnlySaysSo) {
   const test::ImportHook hook(__imp_RegisterServiceCtrlHandlerW, &RefuseHandler);

@@ -40,6 +40,15 @@ TEST(ReportServiceStatusTest, ManagerGetsEveryFieldUnderTheHandle) {
   EXPECT_EQ(stopped.dwWaitHint, 40u);
 }
 
+TEST(ReportServiceStatusTest, NothingFollowsTheFirstReportOfTheStoppedState) {
+  const test::ServiceStatusRecorder recorder;
+  EXPECT_TRUE(ReportServiceStatus(SERVICE_STOPPED, 1721, 0));
+  EXPECT_TRUE(ReportServiceStatus(SERVICE_STOPPED, 0, 0));
+  EXPECT_TRUE(ReportServiceStatus(SERVICE_RUNNING, 0, 0));
+  ASSERT_THAT(recorder.reports(), SizeIs(1));
+  EXPECT_EQ(recorder.reports()[0].status.dwWin32ExitCode, 1721u);
+}
+
 TEST(ReportServiceStatusTest, DebugModeReportsNothingAndIsContent) {
   const test::ServiceStatusRecorder recorder;
   DebugMode = true;

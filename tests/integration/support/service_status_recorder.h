@@ -26,7 +26,11 @@ class ServiceStatusRecorder {
   ServiceStatusRecorder() {
     reports_.clear();
     last_state_ = 0;
+    refused_report_ = 0;
   }
+
+  // The report of this number, from 1, fails with ERROR_INVALID_HANDLE.
+  static void Refuse(std::size_t number) { refused_report_ = number; }
 
   [[nodiscard]] static const std::vector<Report>& reports() { return reports_; }
 
@@ -37,11 +41,13 @@ class ServiceStatusRecorder {
   static BOOL WINAPI Record(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status) {
     reports_.push_back({handle, *status});
     last_state_ = status->dwCurrentState;
-    return TRUE;
+    ::SetLastError(ERROR_INVALID_HANDLE);
+    return reports_.size() != refused_report_;
   }
 
   static inline std::vector<Report> reports_;
   static inline std::atomic<DWORD> last_state_{0};
+  static inline std::size_t refused_report_ = 0;
   ImportHook hook_{__imp_SetServiceStatus, &Record};
 };
 
