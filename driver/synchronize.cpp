@@ -145,7 +145,7 @@ std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid& vo
 
 std::uint32_t ForceTrackingStop(const std::wstring& path, const VolumeGuid& volume_guid,
                                 FileId file_id) {
-  StopTrackingFile(path);
+  if (!StopTrackingFile(path)) return ERROR_SHUTDOWN_IN_PROGRESS;
   NotifyDriverOfTrackingChanges();
   DiscardBitmapsOfFile({volume_guid, file_id});
   const std::uint32_t error = OpenFileForDriver(path);

@@ -26,7 +26,8 @@ namespace zel {
                                                 const VolumeGuid& volume_guid, FileId file_id);
 
 // Takes the file from the list of tracked files, has the driver drop it, and deletes its bitmaps,
-// those in use later. 0, or the error of opening the file for the driver.
+// those in use later. 0; ERROR_SHUTDOWN_IN_PROGRESS, not logged and nothing done, once the service
+// is to stop; or the error of opening the file for the driver.
 [[nodiscard]] std::uint32_t ForceTrackingStop(const std::wstring& path,
                                               const VolumeGuid& volume_guid, FileId file_id);
 

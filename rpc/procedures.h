@@ -2,8 +2,10 @@
 //
 // Called by the RPC runtime's stub on its worker threads, concurrently. The stub owns everything
 // that a parameter refers to; what is [out] alone arrives zeroed.
-// Errors: Win32 codes, 0 for success. A call that cannot be answered ends in an RPC exception,
-// raised where nothing is owned: frames are not unwound by one (win32/rpc_exception.h).
+// Errors: Win32 codes, 0 for success. A call in hand while the service stops answers
+// ERROR_SHUTDOWN_IN_PROGRESS where it found less than there is, or was kept from its work. A call
+// that cannot be answered ends in an RPC exception, raised where nothing is owned: frames are not
+// unwound by one (win32/rpc_exception.h).
 #pragma once
 
 #include <rpc.h>

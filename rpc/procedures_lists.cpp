@@ -9,6 +9,7 @@
 #include "rpc/bitmap_description.h"
 #include "rpc/contexts.h"
 #include "rpc/procedures.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 
@@ -79,7 +80,11 @@ void CopyPath(const std::wstring& path, wchar_t* buffer, unsigned short room) {
 error_status_t ListFiles(handle_t, void** context, FileId* file_id, VolumeGuid* volume_guid,
                          unsigned short path_room, wchar_t* path) {
   ClearString(path, path_room);
-  if (*context == nullptr) *context = SnapshotFiles().release();
+  if (*context == nullptr) {
+    std::unique_ptr<ListContext> files = SnapshotFiles();
+    if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;  // of a list that is closed, perhaps
+    *context = files.release();
+  }
   auto* const files = ContextOf<FileListContext>(*context);
   if (files == nullptr) return ERROR_INVALID_HANDLE;
   const TrackedFileEntry* const entry = files->Current();
@@ -94,7 +99,11 @@ error_status_t ListFiles(handle_t, void** context, FileId* file_id, VolumeGuid* 
 error_status_t ListBitmaps(handle_t, VolumeGuid* volume_guid, FileId file_id, void** context,
                            wire::BitmapInfo* info, unsigned short name_room, wchar_t* name) {
   ClearString(name, name_room);
-  if (*context == nullptr) *context = SnapshotBitmaps({*volume_guid, file_id}).release();
+  if (*context == nullptr) {
+    std::unique_ptr<ListContext> bitmaps = SnapshotBitmaps({*volume_guid, file_id});
+    if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;  // without what is not loaded any more
+    *context = bitmaps.release();
+  }
   auto* const bitmaps = ContextOf<BitmapListContext>(*context);
   if (bitmaps == nullptr) return ERROR_INVALID_HANDLE;
   const ListedBitmap* const entry = bitmaps->Current();

@@ -6,6 +6,7 @@
 #include "rpc/procedures.h"
 #include "rpc/tracked_files_stream.h"
 #include "tracking/tracked_file_table.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 
@@ -33,6 +34,7 @@ PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
   PipeWriter writer(pipe);
   const PinnedBitmap bitmap = GetBitmapById(bitmap_id);
   if (!bitmap) {
+    if (StopRequested) return EndPipe(writer, ERROR_SHUTDOWN_IN_PROGRESS);
     LogMessage(kBitmapError, L"Failed to find BitmapId 0x%016I64x to copy\n", bitmap_id);
     return EndPipe(writer, ERROR_NOT_FOUND);
   }
@@ -63,6 +65,7 @@ PipeOutcome WriteTrackedFiles(wire::BytePipe& pipe) {
   CollectTrackedFiles(files);
   const std::map<FileKey, std::vector<BitmapInfo>> bitmaps = ListAllBitmaps();
   PipeWriter writer(pipe);
+  if (StopRequested) return EndPipe(writer, ERROR_SHUTDOWN_IN_PROGRESS);  // the list may be closed
   TrackedFilesWriter stream([&](std::span<const std::byte> piece) { writer.Push(piece); });
   stream.PutFileCount(static_cast<std::uint32_t>(files.size()));
   std::uint32_t total = 0;

@@ -5,8 +5,18 @@
 #include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "rpc/procedures.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
+
+namespace {
+
+// A stop takes the driver's port away: what was asked of it then fails in one way or another.
+std::uint32_t AnswerOf(std::uint32_t result) {
+  return result != ERROR_SUCCESS && StopRequested ? ERROR_SHUTDOWN_IN_PROGRESS : result;
+}
+
+}  // namespace
 
 error_status_t Ping(handle_t) {
   return ERROR_SUCCESS;
@@ -24,7 +34,7 @@ error_status_t DeleteBitmap(handle_t, BitmapId bitmap_id) {
 
 error_status_t SynchronizeBitmaps(handle_t, FileTime request_time) {
   LogMessage(kGeneralInfo, L"Synchronizing bitmaps to %I64u\n", request_time);
-  const std::uint32_t result = Synchronize(request_time);
+  const std::uint32_t result = AnswerOf(Synchronize(request_time));
   if (result != ERROR_SUCCESS) {
     LogMessage(kGeneralWarn, L"Failed to synchronize bitmaps to %I64u\n", request_time);
   } else {
@@ -34,7 +44,7 @@ error_status_t SynchronizeBitmaps(handle_t, FileTime request_time) {
 }
 
 error_status_t GetDriverStatus(handle_t) {
-  return static_cast<error_status_t>(LogDriverStatus());
+  return AnswerOf(static_cast<std::uint32_t>(LogDriverStatus()));
 }
 
 }  // namespace zel

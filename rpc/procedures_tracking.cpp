@@ -12,6 +12,7 @@
 #include "rpc/bitmap_description.h"
 #include "rpc/procedures.h"
 #include "tracking/tracked_file_table.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 
@@ -49,8 +50,25 @@ std::uint32_t VerifyOrGiveUp(const FileToTrack& file) {
   return result;
 }
 
-// What both procedures do once they know the file. No code when the number of blocks cannot be
-// computed because a block has no bytes.
+// Makes a bitmap of the tracked file and shows a new one to the driver. No code when the number of
+// blocks cannot be computed because a block has no bytes.
+std::optional<std::uint32_t> BeginBitmap(const FileToTrack& file, bool is_new,
+                                         std::uint32_t block_size, wire::BitmapInfo& info) {
+  if (is_new) (void)NotifyDriverOfTrackingChanges();
+  if (block_size == 0) return std::nullopt;
+  BitmapId bitmap_id = 0;
+  if (!MakeBitmap(file, block_size, bitmap_id)) return kGenericFailure;
+  const std::uint32_t result = is_new ? VerifyOrGiveUp(file) : ERROR_SUCCESS;
+  if (const PinnedBitmap bitmap = GetBitmapById(bitmap_id)) {
+    FlushOwedMark(*bitmap);  // whoever has the answer has the bitmap, whatever happens then
+    info = DescribeBitmap(*bitmap);
+  } else if (result == ERROR_SUCCESS && StopRequested) {
+    return ERROR_SHUTDOWN_IN_PROGRESS;
+  }
+  return result;
+}
+
+// What both procedures do once they know the file. No code as for BeginBitmap.
 std::optional<std::uint32_t> Start(const FileToTrack& file, std::uint32_t block_size,
                                    wire::BitmapInfo& info) {
   const wchar_t* const path = file.path.c_str();
@@ -61,18 +79,12 @@ std::optional<std::uint32_t> Start(const FileToTrack& file, std::uint32_t block_
   }
   bool is_new = false;
   if (!StartTrackingFile(file.path, file.volume_guid, file.file_id, is_new)) {
+    if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;
     LogMessage(kGeneralWarn, L"StartTracking: cannot track file %s\n", path);
     return ERROR_MEDIA_CHANGED;
   }
-  if (is_new) (void)NotifyDriverOfTrackingChanges();
-  if (block_size == 0) return std::nullopt;
-  BitmapId bitmap_id = 0;
-  if (!MakeBitmap(file, block_size, bitmap_id)) return kGenericFailure;
-  const std::uint32_t result = is_new ? VerifyOrGiveUp(file) : ERROR_SUCCESS;
-  if (const PinnedBitmap bitmap = GetBitmapById(bitmap_id)) {
-    FlushOwedMark(*bitmap);  // whoever has the answer has the bitmap, whatever happens then
-    info = DescribeBitmap(*bitmap);
-  }
+  const std::optional<std::uint32_t> result = BeginBitmap(file, is_new, block_size, info);
+  if (is_new && !EndTrackingStart(file.path)) return ERROR_SHUTDOWN_IN_PROGRESS;
   return result;
 }
 
@@ -111,13 +123,18 @@ error_status_t AnswerOrRaise(std::optional<std::uint32_t> result) {
   return *result;
 }
 
+// Unless the list is closed by a stop.
+std::uint32_t NotTracked() {
+  return StopRequested ? ERROR_SHUTDOWN_IN_PROGRESS : ERROR_FILE_NOT_FOUND;
+}
+
 std::uint32_t Stop(const std::wstring& path) {
   LogMessage(kGeneralInfo, L"StopTracking invoked: %s\n", path.c_str());
   VolumeGuid volume_guid;
   FileId file_id;
   const std::uint32_t result = FindTrackedFile(path, volume_guid, file_id)
                                    ? ForceTrackingStop(path, volume_guid, file_id)
-                                   : ERROR_FILE_NOT_FOUND;
+                                   : NotTracked();
   LogMessage(kGeneralInfo, L"StopTracking exit %d: %s\n", static_cast<int>(result), path.c_str());
   return result;
 }

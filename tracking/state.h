@@ -3,6 +3,8 @@
 
 #include <map>
 #include <memory>
+#include <set>
+#include <string>
 
 #include "files/types.h"
 #include "tracking/tracked_file_table.h"
@@ -19,6 +21,8 @@ struct TrackedFilesState {
   UniqueRegistryKey TrackedFileListKey ZEL_GUARDED_BY(TrackedFilesLock);
   UniqueThread CleanupThread ZEL_GUARDED_BY(TrackedFilesLock);
   UniqueEvent CleanupWakeEvent ZEL_GUARDED_BY(TrackedFilesLock);  // manual reset
+  // The paths of new files whose start has not ended (EndTrackingStart).
+  std::multiset<std::wstring> StartsInHand ZEL_GUARDED_BY(TrackedFilesLock);
   bool CleanupShutdown ZEL_GUARDED_BY(TrackedFilesLock) = false;  // asks the thread to end
 };
 

@@ -2,12 +2,14 @@
 
 #include <iterator>
 #include <optional>
+#include <utility>
 
 #include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "tracking/registry_store.h"
 #include "tracking/state.h"
 #include "tracking/volume_list_format.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 
@@ -59,6 +61,15 @@ void SaveChange(const VolumeFileList& list) ZEL_REQUIRES(TrackedFilesLock) {
   WakeCleanupThread();
 }
 
+void EraseEverywhere(std::wstring_view path) ZEL_REQUIRES(TrackedFilesLock) {
+  TrackedFileTable& table = TrackedFiles().table;
+  for (auto volume = table.begin(); volume != table.end();) {
+    VolumeFileList& list = *volume->second;
+    if (list.Erase(path)) SaveChange(list);
+    volume = list.empty() ? table.erase(volume) : std::next(volume);
+  }
+}
+
 }  // namespace
 
 bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, FileId file_id,
@@ -72,6 +83,8 @@ bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, Fi
     return false;
   }
   const LockGuard guard(TrackedFilesLock);
+  // The list is closed, or about to be: an empty one would take any file for a new one.
+  if (StopRequested) return false;
   const FileKey requested = {volume_guid, file_id};
   if (const std::optional<FileKey> existing = FindConflict(path, requested)) {
     LogConflict(terminated_path.c_str(), requested, *existing);
@@ -82,8 +95,26 @@ bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, Fi
   LogMessage(kGeneralInfo, L"Started tracking %s, Volume %s, FileId 0x%016I64x\n",
              terminated_path.c_str(), GuidToString(volume_guid).c_str(), file_id);
   SaveChange(list);
+  TrackedFiles().StartsInHand.insert(terminated_path);
   is_new = true;
   return true;
+}
+
+bool EndTrackingStart(std::wstring_view path) {
+  const LockGuard guard(TrackedFilesLock);
+  if (StopRequested) return false;
+  auto& starts = TrackedFiles().StartsInHand;
+  if (const auto start = starts.find(std::wstring(path)); start != starts.end()) {
+    starts.erase(start);
+  }
+  return true;
+}
+
+void TakeBackTrackingStarts() {
+  const LockGuard guard(TrackedFilesLock);
+  for (const std::wstring& path : std::exchange(TrackedFiles().StartsInHand, {})) {
+    EraseEverywhere(path);
+  }
 }
 
 bool FindTrackedFile(std::wstring_view path, VolumeGuid& volume_guid, FileId& file_id) {
@@ -110,14 +141,11 @@ void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries) {
   }
 }
 
-void StopTrackingFile(std::wstring_view path) {
+bool StopTrackingFile(std::wstring_view path) {
   const LockGuard guard(TrackedFilesLock);
-  TrackedFileTable& table = TrackedFiles().table;
-  for (auto volume = table.begin(); volume != table.end();) {
-    VolumeFileList& list = *volume->second;
-    if (list.Erase(path)) SaveChange(list);
-    volume = list.empty() ? table.erase(volume) : std::next(volume);
-  }
+  if (StopRequested) return false;
+  EraseEverywhere(path);
+  return true;
 }
 
 }  // namespace zel

@@ -39,10 +39,19 @@ struct TrackedFileEntry {
 };
 
 // Records a file as tracked. `is_new` tells whether it was not so before, under this very volume
-// and id. False, and nothing changed, when the path is tracked under another volume or id, and when
-// it is too long to be stored; both are logged.
+// and id; the start of a new file is in hand then until EndTrackingStart. False, and nothing
+// changed, when the path is tracked under another volume or id, and when it is too long to be
+// stored, which are both logged; and once the service is to stop (win32/stop_requested.h).
 [[nodiscard]] bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid,
                                      FileId file_id, bool& is_new) ZEL_EXCLUDES(TrackedFilesLock);
+
+// Ends the start of a new file: it stays tracked. False once the service is to stop: the stop takes
+// it back, since the driver may never have been told of the file, and a later start, which would
+// find it tracked, would not tell the driver either.
+[[nodiscard]] bool EndTrackingStart(std::wstring_view path) ZEL_EXCLUDES(TrackedFilesLock);
+
+// Removes the new files whose start is still in hand. Of the stop, before the list is closed.
+void TakeBackTrackingStarts() ZEL_EXCLUDES(TrackedFilesLock);
 
 // The first volume in the order of the GUIDs that tracks `path`. False, outputs unchanged, when
 // none does.
@@ -53,7 +62,8 @@ struct TrackedFileEntry {
 // paths in theirs.
 void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries) ZEL_EXCLUDES(TrackedFilesLock);
 
-// Removes the path from every volume that has it. Logs nothing.
-void StopTrackingFile(std::wstring_view path) ZEL_EXCLUDES(TrackedFilesLock);
+// Removes the path from every volume that has it. Logs nothing. False, and nothing changed, once
+// the service is to stop.
+bool StopTrackingFile(std::wstring_view path) ZEL_EXCLUDES(TrackedFilesLock);
 
 }  // namespace zel

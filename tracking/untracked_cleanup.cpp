@@ -7,6 +7,7 @@
 #include "tracking/clean_volume_directory.h"
 #include "tracking/registry_store.h"
 #include "tracking/state.h"
+#include "win32/stop_requested.h"
 #include "win32/thread.h"
 
 namespace zel {
@@ -95,6 +96,7 @@ void ShutdownTrackedFiles() ZEL_EXCLUDES(cleanupThreadLock) {
     WaitForEnd(thread);
     CloseThread();
   }
+  if (StopRequested) TakeBackTrackingStarts();
   CloseTrackedFileList();
 }
 

@@ -13,6 +13,7 @@
 #include "tests/integration/support/driver_opens.h"
 #include "tests/integration/support/scripted_port.h"
 #include "tracking/tracked_file_table.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 namespace {
@@ -461,6 +462,16 @@ TEST_F(ForceTrackingStopTest, OtherErrorOfTheOpenIsLoggedAndReturned) {
   EXPECT_THAT(
       StopLoggingAndGetMessages(),
       ElementsAre("ERROR Failed to open FileId 0x0001000000000123 to force tracking to stop"));
+}
+
+TEST_F(ForceTrackingStopTest, ServiceThatIsToStopTouchesNothing) {
+  Create(16);
+  StopRequested = true;
+  EXPECT_EQ(Force(), DWORD{ERROR_SHUTDOWN_IN_PROGRESS});
+  EXPECT_TRUE(IsTracked(path_));
+  EXPECT_THAT(ListAllBitmaps(), SizeIs(1));
+  EXPECT_THAT(port_.TakeSent(), IsEmpty());
+  EXPECT_THAT(opens_.Take(), IsEmpty());
 }
 
 TEST_F(ForceTrackingStopTest, DriverThatCannotBeToldDoesNotKeepTheFileTracked) {

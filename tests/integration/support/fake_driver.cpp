@@ -41,11 +41,13 @@ std::string About(const std::wstring& path, FileId file_id) {
 
 HRESULT NotifyDriverOfTrackingChanges() {
   Note("notify");
+  test::FakeDriver::on_notify();
   return S_OK;
 }
 
 std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid&, FileId file_id) {
   Note("verify " + About(path, file_id));
+  test::FakeDriver::on_verify();
   return test::FakeDriver::verify_code;
 }
 
@@ -53,7 +55,7 @@ std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid&, F
 std::uint32_t ForceTrackingStop(const std::wstring& path, const VolumeGuid& volume_guid,
                                 FileId file_id) {
   Note("stop " + About(path, file_id));
-  StopTrackingFile(path);
+  if (!StopTrackingFile(path)) return ERROR_SHUTDOWN_IN_PROGRESS;
   DiscardBitmapsOfFile({volume_guid, file_id});
   return test::FakeDriver::stop_code;
 }

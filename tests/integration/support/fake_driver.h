@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,10 @@ class FakeDriver {
   static inline std::atomic<std::uint32_t> stop_code;
   static inline std::atomic<std::uint32_t> synchronize_code;
   static inline std::atomic<std::uint32_t> status_code;
+
+  // Called by a notification and by a verification before it is answered.
+  static inline std::function<void()> on_notify = [] {};
+  static inline std::function<void()> on_verify = [] {};
 
   // What has been asked, in order, as "notify", "verify PATH ID", "stop PATH ID", "synchronize
   // TIME" and "status"; empties the list. Ids and times are decimal.

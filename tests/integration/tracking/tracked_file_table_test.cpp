@@ -4,9 +4,12 @@
 #include <thread>
 
 #include "tests/integration/support/import_hook.h"
+#include "tests/integration/support/poll.h"
 #include "tests/integration/support/tracking_fixture.h"
+#include "win32/stop_requested.h"
 
 extern "C" {
+extern void* __imp_EnterCriticalSection;
 extern void* __imp_RegDeleteValueW;
 extern void* __imp_RegSetValueExW;
 }
@@ -345,6 +348,81 @@ TEST_F(TrackedFileTableTest, ChangesOfSeveralThreadsAreAllInTheTableAndTheRegist
   EXPECT_EQ(before.size(), kThreads * kFiles / 2);
   ASSERT_TRUE(Restart());
   EXPECT_EQ(Collect(), before);
+}
+
+decltype(&::EnterCriticalSection) real_enter = nullptr;
+DWORD test_thread = 0;
+std::atomic<bool> another_waits{false};  // for TrackedFilesLock, which the test's thread holds
+
+void WINAPI NoteAndEnter(LPCRITICAL_SECTION section) {
+  if (static_cast<void*>(section) == &TrackedFilesLock && ::GetCurrentThreadId() != test_thread) {
+    another_waits = true;
+  }
+  real_enter(section);
+}
+
+// Runs `call` on a thread that comes to the lock before the service is to stop and gets it when the
+// list is closed.
+template <class Call>
+void WaitForTheLockOverTheStop(Call call) {
+  test_thread = ::GetCurrentThreadId();
+  real_enter = reinterpret_cast<decltype(real_enter)>(__imp_EnterCriticalSection);
+  const test::ImportHook hook(__imp_EnterCriticalSection, &NoteAndEnter);
+  std::jthread caller;
+  {
+    const LockGuard guard(TrackedFilesLock);
+    caller = std::jthread(call);
+    EXPECT_TRUE(test::PollUntil([] { return another_waits.load(); }));
+    StopRequested = true;
+    CloseTrackedFileList();
+  }
+  caller.join();
+}
+
+TEST_F(TrackedFileTableTest, StartThatWaitedForTheLockOverTheStopDoesNotFindATrackedFileNew) {
+  Track(L"C:\\a", kFirstVolume, 1);
+  const std::string value = Value(kFirstVolumeText);
+  bool is_new = true;
+  bool result = true;
+  WaitForTheLockOverTheStop([&] { result = StartTrackingFile(L"C:\\a", kFirstVolume, 1, is_new); });
+  EXPECT_FALSE(result);
+  EXPECT_FALSE(is_new);
+  EXPECT_EQ(Value(kFirstVolumeText), value);
+}
+
+TEST_F(TrackedFileTableTest, StopThatWaitedForTheLockOverTheStopOfTheServiceSaysThatItDidNothing) {
+  Track(L"C:\\a", kFirstVolume, 1);
+  const std::string value = Value(kFirstVolumeText);
+  bool result = true;
+  WaitForTheLockOverTheStop([&] { result = StopTrackingFile(L"C:\\a"); });
+  EXPECT_FALSE(result);
+  EXPECT_EQ(Value(kFirstVolumeText), value);
+}
+
+TEST_F(TrackedFileTableTest, StopTakesBackTheStartsThatAreInHandAndNoOthers) {
+  Track(L"C:\\a", kFirstVolume, 1);
+  Track(L"C:\\b", kFirstVolume, 2);
+  Track(L"D:\\c", kSecondVolume, 3);
+  ASSERT_TRUE(EndTrackingStart(L"C:\\a"));
+  StopRequested = true;
+  EXPECT_FALSE(EndTrackingStart(L"C:\\b"));
+  ShutdownTrackedFiles();
+  StopRequested = false;
+  EXPECT_TRUE(OpenAndLoad());
+  EXPECT_THAT(Collect(), ElementsAre(TrackedFileEntry{L"C:\\a", kFirstVolume, 1}));
+}
+
+// Stopped and started again meanwhile: the second start is in hand when the first ends.
+TEST_F(TrackedFileTableTest, EveryStartOfAPathIsInHandUntilItsOwnEnd) {
+  Track(L"C:\\a", kFirstVolume, 1);
+  EXPECT_TRUE(StopTrackingFile(L"C:\\a"));
+  Track(L"C:\\a", kFirstVolume, 1);
+  EXPECT_TRUE(EndTrackingStart(L"C:\\a"));
+  StopRequested = true;
+  ShutdownTrackedFiles();
+  StopRequested = false;
+  EXPECT_TRUE(OpenAndLoad());
+  EXPECT_THAT(Collect(), IsEmpty());
 }
 
 }  // namespace
