@@ -88,6 +88,8 @@ void ReadConfiguration(std::wstring_view log_path) {
 void WatchConfiguration(const LogWatch& log) {
   const ConfigPaths paths = DeriveConfigPaths(log.log_path);
   UniqueChangeNotification notification = WatchDirectory(paths.directory);
+  // What was written since the first read, while nothing watched.
+  if (notification) ApplyConfigFile(paths.file);
   DWORD timeout_ms = kIdleTimeoutMs;
   for (;;) {
     const HANDLE events[] = {log.shutdown_event, log.write_event, notification.get()};

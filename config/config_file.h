@@ -12,8 +12,9 @@ namespace zel {
 // logged at General/Info.
 void ReadConfiguration(std::wstring_view log_path);
 
-// Until the log is shut down: applies the file again whenever one in its directory is written, and
-// flushes the log when it has been idle for 3 seconds.
+// Until the log is shut down: applies the file again as soon as its directory is watched and
+// whenever a file in it is written (not: renamed), and flushes the log when it has been idle for 3
+// seconds.
 void WatchConfiguration(const LogWatch& log);
 
 // For InitLogging.

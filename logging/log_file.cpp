@@ -4,7 +4,6 @@
 #include <stdio.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <span>
@@ -145,6 +144,7 @@ void CloseLogFile() {
   const LockGuard guard(logLock);
   log_file_open = false;
   CloseLocked();
+  state.path[0] = L'\0';  // for good
 }
 
 void SetLogEvents(HANDLE write_event, HANDLE roll_event) {
@@ -171,6 +171,15 @@ void ShiftRolledFilesLocked() ZEL_REQUIRES(logLock) {
 
 }  // namespace
 
+bool ReopenLogFile() {
+  const LockGuard guard(logLock);
+  if (state.file != nullptr || state.path[0] == L'\0') return true;
+  OpenLocked();
+  if (state.file == nullptr) return false;
+  LogMessage(kGeneralWarn, L"Log file opened again: earlier lines are missing\n");
+  return true;
+}
+
 void RollLogFileIfLarge() {
   const LockGuard guard(logLock);
   if (!IsLargeLocked()) return;
@@ -187,7 +196,8 @@ std::int64_t FlushLogFileIfIdle() {
   const LockGuard guard(logLock);
   if (state.file == nullptr || state.last_write_time == 0) return 0;
   const std::int64_t idle = ReadLogClock().seconds - state.last_write_time;
-  if (idle < kIdleSeconds) return std::min(kIdleSeconds - idle, kIdleSeconds);
+  // Less than none: the clock was set back, and nobody knows how long they have waited.
+  if (idle >= 0 && idle < kIdleSeconds) return kIdleSeconds - idle;
   std::fflush(state.file);
   state.last_write_time = 0;
   return 0;

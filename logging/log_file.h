@@ -22,7 +22,11 @@ inline constexpr int kRolledLogs = 9;
 // When it cannot be opened, lines go to standard output. Paths are cut at 259 characters.
 void OpenLogFile(std::wstring_view path);
 
-// Closes the log; later lines go to standard output.
+// Tries again to open a log that could not be opened, at the start or after a roll; the lines until
+// then went to standard output, which the log says. False while it still cannot.
+[[nodiscard]] bool ReopenLogFile();
+
+// Closes the log for good; later lines go to standard output.
 void CloseLogFile();
 
 // The events that the writer sets (write: lines wait for a flush; roll: the size should be

@@ -29,13 +29,18 @@ struct LoggingThreads {
 };
 LoggingThreads* threads = nullptr;
 
-// Rolls the log when it is too large: at the start, on roll_event, and every 30 minutes.
+// Rolls the log when it is too large: at the start, on roll_event, and every 30 minutes. A log that
+// is closed is tried again more often: whoever kept it from being opened, such as the process
+// before this one, may soon be gone.
 unsigned __stdcall LogRollerThread(void*) {
   constexpr DWORD kCheckIntervalMs = 30 * 60 * 1000;
+  constexpr DWORD kReopenIntervalMs = 3 * 1000;
   const HANDLE events[] = {threads->shutdown_event.get(), threads->roll_event.get()};
+  DWORD wait_ms = 0;
   do {
     RollLogFileIfLarge();
-  } while (::WaitForMultipleObjects(2, events, FALSE, kCheckIntervalMs) != WAIT_OBJECT_0);
+    wait_ms = ReopenLogFile() ? kCheckIntervalMs : kReopenIntervalMs;
+  } while (::WaitForMultipleObjects(2, events, FALSE, wait_ms) != WAIT_OBJECT_0);
   return 0;
 }
 

@@ -22,8 +22,8 @@ struct LogConfiguration {
 
 // Reads the configuration, opens the log at `log_path` (cut at 259 characters) and starts the
 // roller and the watcher. What is logged meanwhile goes to standard output. Called once, before
-// any other thread runs. No failure is reported: a log that cannot be opened leaves standard
-// output, a missing configuration the built-in mask.
+// any other thread runs. No failure is reported: a log that cannot be opened leaves standard output
+// until the roller can open it, a missing configuration the built-in mask.
 void InitLogging(std::wstring_view log_path, const LogConfiguration& configuration);
 
 // Ends both threads (waiting up to 60 s for each) and closes the log; later lines go to standard

@@ -3,8 +3,11 @@
 
 #include "config/settings.h"
 #include "logging/log_message.h"
+#include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
+
+extern "C" void* __imp_FindFirstChangeNotificationW;
 
 namespace zel {
 namespace {
@@ -42,6 +45,24 @@ TEST_F(ConfigFileTest, AChangedFileIsReadAgainWithinASecond) {
   EXPECT_EQ(LogEnableMask, 0x739Eu);
   EXPECT_THAT(StopLoggingAndGetMessages(),
               Contains(EndsWith(" to 105 seconds")));  // from 60, if read before it was whole
+}
+
+decltype(&::FindFirstChangeNotificationW) real_watch = nullptr;
+std::filesystem::path file_written_before_the_watch;
+
+HANDLE WINAPI WriteThenWatch(LPCWSTR directory, BOOL subtree, DWORD filter) {
+  test::WriteFileBytes(file_written_before_the_watch, "zelservice:SyncTimeout=17\n");
+  return real_watch(directory, subtree, filter);
+}
+
+TEST_F(ConfigFileTest, WhatWasWrittenBeforeTheWatchBeganIsRead) {
+  real_watch = reinterpret_cast<decltype(real_watch)>(__imp_FindFirstChangeNotificationW);
+  file_written_before_the_watch = config_path();
+  const test::ImportHook hook(__imp_FindFirstChangeNotificationW, &WriteThenWatch);
+  StartLogging("zelservice:SyncTimeout=16\n");
+  EXPECT_TRUE(test::PollUntil([] { return SyncTimeout == 17; }));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("INFO  Changing sync timeout from 16 to 17 seconds"));
 }
 
 TEST_F(ConfigFileTest, RemovingATimeoutKeyResetsItWithItsLine) {

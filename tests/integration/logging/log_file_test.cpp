@@ -1,11 +1,16 @@
 #include "logging/log_file.h"
 
+#include <atomic>
 #include <thread>
 
 #include "logging/log_message.h"
+#include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
+#include "win32/file_time.h"
 #include "win32/handles.h"
+
+extern "C" void* __imp_GetSystemTimeAsFileTime;
 
 namespace zel {
 namespace {
@@ -116,7 +121,10 @@ TEST_F(LogFileTest, ASmallFileIsNotRolledWhateverTheCounterSays) {
   EXPECT_FALSE(std::filesystem::exists(Rolled(log_path(), 1)));
 }
 
-TEST_F(LogFileTest, AFileThatCannotBeMovedKeepsGrowingAndLosesNothing) {
+TEST_F(LogFileTest, AFileThatCannotBeMovedKeepsGrowingAndEachAttemptDropsTheOldestRolledOne) {
+  for (int number = 1; number <= 9; ++number) {
+    test::WriteFileBytes(Rolled(log_path(), number), "rolled " + std::to_string(number));
+  }
   FillLog("held");
   {
     const UniqueFile reader(::CreateFileW(log_path().c_str(), GENERIC_READ,
@@ -124,10 +132,14 @@ TEST_F(LogFileTest, AFileThatCannotBeMovedKeepsGrowingAndLosesNothing) {
                                           OPEN_EXISTING, 0, nullptr));
     ASSERT_TRUE(reader);
     RollLogFileIfLarge();
+    RollLogFileIfLarge();
   }
   LogMessage(kGeneralInfo, L"after\n");
   ShutdownLogging();
-  EXPECT_FALSE(std::filesystem::exists(Rolled(log_path(), 1)));
+  for (int number = 1; number <= 9; ++number) {
+    EXPECT_EQ(test::ReadFileBytes(Rolled(log_path(), number)),
+              number <= 2 ? "" : "rolled " + std::to_string(number - 2));
+  }
   const std::string bytes = test::ReadFileBytes(log_path());
   EXPECT_TRUE(bytes.starts_with("held"));
   EXPECT_TRUE(bytes.ends_with("after\r\n"));
@@ -142,6 +154,34 @@ TEST_F(LogFileTest, WithoutReopenLinesGoToStandardOutput) {
   testing::internal::CaptureStdout();
   LogMessage(kGeneralInfo, L"no file\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "no file\n");
+}
+
+TEST_F(LogFileTest, LogThatCouldNotBeOpenedIsOpenedWhenItCanBe) {
+  test::WriteFileBytes(log_path(), "of the process before\r\n");
+  UniqueFile holder(::CreateFileW(log_path().c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(holder);
+  Open();
+  EXPECT_FALSE(ReopenLogFile());
+  holder.reset();
+  EXPECT_TRUE(ReopenLogFile());
+  EXPECT_TRUE(ReopenLogFile());  // nothing is left to do
+  LogMessage(kGeneralInfo, L"written again\n");
+  CloseLogFile();
+  const std::string log = test::ReadFileBytes(log_path());
+  EXPECT_TRUE(log.starts_with("of the process before\r\n"));
+  const std::vector<test::LogLine> lines = test::ParseLog(log.substr(log.find('\n') + 1));
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].message, "Log file opened again: earlier lines are missing");
+  EXPECT_EQ(lines[1].message, "written again");
+}
+
+TEST_F(LogFileTest, ClosedLogStaysClosed) {
+  Open();
+  CloseLogFile();
+  EXPECT_TRUE(ReopenLogFile());
+  LogMessage(kGeneralInfo, L"on standard output\n");
+  EXPECT_EQ(test::ReadFileBytes(log_path()), "");
 }
 
 TEST_F(LogFileTest, ReadersAreAllowedAndOtherWritersAreNot) {
@@ -169,6 +209,27 @@ TEST_F(LogFileTest, LinesWaitForTheIdleRuleAndAreThenFlushed) {
   EXPECT_EQ(test::ParseLog(test::ReadFileBytes(log_path())).size(), 2u);
   LogMessage(kGeneralInfo, L"the next one asks for a flush again\n");
   EXPECT_TRUE(TakeSignal(write_event()));
+}
+
+std::atomic<std::int64_t> clock_shift{0};  // in 100 ns
+decltype(&::GetSystemTimeAsFileTime) real_time = nullptr;
+
+void WINAPI ShiftedTime(FILETIME* time) {
+  real_time(time);
+  const auto shifted = static_cast<std::uint64_t>(
+      static_cast<std::int64_t>(JoinHalves(time->dwHighDateTime, time->dwLowDateTime)) +
+      clock_shift);
+  *time = {static_cast<DWORD>(shifted), static_cast<DWORD>(shifted >> 32)};
+}
+
+TEST_F(LogFileTest, LinesDoNotWaitForAClockThatWasSetBack) {
+  real_time = reinterpret_cast<decltype(real_time)>(__imp_GetSystemTimeAsFileTime);
+  const test::ImportHook hook(__imp_GetSystemTimeAsFileTime, &ShiftedTime);
+  Open();
+  LogMessage(kGeneralInfo, L"an hour ahead\n");
+  clock_shift = -3600 * std::int64_t{kFileTimeUnitsPerSecond};
+  EXPECT_EQ(FlushLogFileIfIdle(), 0);
+  EXPECT_EQ(test::ParseLog(test::ReadFileBytes(log_path())).size(), 1u);
 }
 
 TEST_F(LogFileTest, EightThreadsAcrossRollsLoseAndTearNoLine) {

@@ -3,6 +3,7 @@
 #include "tests/integration/support/handle_count.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
+#include "win32/handles.h"
 
 namespace zel {
 namespace {
@@ -25,6 +26,18 @@ TEST_F(LoggingTest, AnIdleLogIsFlushedByTheWatcher) {
   LogMessage(kGeneralInfo, L"to be seen\n");
   EXPECT_EQ(test::ReadFileBytes(log_path()), "");
   EXPECT_TRUE(test::PollUntil([this] { return !test::ReadFileBytes(log_path()).empty(); }));
+}
+
+TEST_F(LoggingTest, ALogThatAnotherProgramHeldIsOpenedByTheRoller) {
+  test::WriteFileBytes(log_path(), "");
+  UniqueFile holder(::CreateFileW(log_path().c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(holder);
+  StartLogging();
+  holder.reset();
+  ASSERT_TRUE(test::PollUntil([this] { return !test::ReadFileBytes(log_path()).empty(); }));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("WARN  Log file opened again: earlier lines are missing"));
 }
 
 TEST_F(LoggingTest, ShutdownEndsBothThreadsAndClosesEveryHandle) {
