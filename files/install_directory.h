@@ -11,6 +11,7 @@ namespace zel {
 
 // The host agent's install directory from the registry. While there is none it waits for it, 15 s
 // in all; then the buffer holds the empty string. What does not fit the buffer counts as none.
+// Backslashes at its end are cut.
 void GetInstallDirectory(wchar_t (&buffer)[260]);
 
 // The directory that holds the bitmaps, in the "\\?\" form, without a backslash at its end.

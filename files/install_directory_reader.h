@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace zel {
 
@@ -32,9 +33,17 @@ void ReadInstallDirectoryOnce(wchar_t (&buffer)[kInstallDirectoryChars], std::ui
   }
 }
 
+// A path is put together with a backslash of its own: two in a row are an error in the "\\?\" form.
+inline void CutTrailingBackslashes(wchar_t (&buffer)[kInstallDirectoryChars]) {
+  for (std::size_t end = std::wstring_view(buffer).size(); end != 0 && buffer[end - 1] == L'\\';) {
+    buffer[--end] = L'\0';
+  }
+}
+
 // Fills `buffer` by bool read(wchar_t* buffer, std::uint32_t& size_bytes), which writes at most
 // `size_bytes` and leaves there what it wrote or would have needed. While the buffer is empty, up
 // to three more times: sleep(milliseconds), then another read with the size left by the last one.
+// Backslashes at the end are cut.
 template <class Read, class Sleep>
 void ReadInstallDirectory(wchar_t (&buffer)[kInstallDirectoryChars], Read read, Sleep sleep) {
   std::uint32_t size_bytes = kFirstReadBytes;
@@ -44,6 +53,7 @@ void ReadInstallDirectory(wchar_t (&buffer)[kInstallDirectoryChars], Read read, 
     size_bytes = std::min(size_bytes, kInstallDirectoryBytes);
     ReadInstallDirectoryOnce(buffer, size_bytes, read);
   }
+  CutTrailingBackslashes(buffer);
 }
 
 }  // namespace zel

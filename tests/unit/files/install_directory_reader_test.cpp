@@ -119,6 +119,15 @@ TEST(ReadInstallDirectoryTest, EmptyValueIsTriedAgainWithItsSize) {
   EXPECT_EQ(outcome.offered_sizes, (Sizes{260, 2, 18}));
 }
 
+TEST(ReadInstallDirectoryTest, BackslashesAtTheEndAreCut) {
+  for (const auto& [value, directory] : {std::pair{L"D:\\agent\\", L"D:\\agent"},
+                                         {L"D:\\agent\\\\\\", L"D:\\agent"},
+                                         {L"D:\\", L"D:"},
+                                         {L"\\", L""}}) {
+    EXPECT_EQ(ReadValue(value).directory, directory);
+  }
+}
+
 TEST(ReadInstallDirectoryTest, StringWithoutTerminatorThatFillsTheBufferCountsAsNone) {
   wchar_t buffer[kInstallDirectoryChars];
   ReadInstallDirectory(
