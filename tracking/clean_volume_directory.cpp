@@ -14,13 +14,6 @@ namespace zel {
 
 namespace {
 
-bool IsTracked(const FileKey& file) ZEL_EXCLUDES(TrackedFilesLock) {
-  const LockGuard guard(TrackedFilesLock);
-  const TrackedFileTable& table = TrackedFiles().table;
-  const auto volume = table.find(file.volume);
-  return volume != table.end() && volume->second->HasFileId(file.file_id);
-}
-
 bool HasTrackedFiles(const VolumeGuid& volume_guid) ZEL_EXCLUDES(TrackedFilesLock) {
   const LockGuard guard(TrackedFilesLock);
   return TrackedFiles().table.contains(volume_guid);

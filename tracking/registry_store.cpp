@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -66,15 +67,28 @@ class ValueReader {
   DWORD data_bytes_ = 0;
 };
 
-// Stores the list that a value holds in the table, in place of the one that is there.
-void LoadValue(const std::wstring& name, std::span<const std::byte> data)
-    ZEL_REQUIRES(TrackedFilesLock) {
+// Reads the value of this name into `data`, which grows as it needs.
+LSTATUS ReadByName(HKEY key, const std::wstring& name, DWORD& type, std::vector<std::byte>& data) {
+  data.resize(kFirstDataBytes);
+  for (;;) {
+    auto bytes = static_cast<DWORD>(data.size());
+    const LSTATUS status = ::RegQueryValueExW(key, name.c_str(), nullptr, &type,
+                                              reinterpret_cast<BYTE*>(data.data()), &bytes);
+    const bool grows = bytes > data.size();
+    data.resize(bytes);
+    if (status != ERROR_MORE_DATA || !grows) return status;
+  }
+}
+
+// The list that a value holds; null when it is too short to name its volume.
+std::shared_ptr<VolumeFileList> ParseList(const std::wstring& name,
+                                          std::span<const std::byte> data) {
   LogMessage(kGeneralInfo, L"Loading tracked file list for Volume %ls:\n", name.c_str());
   TrackedFileListReader reader(data);
+  std::shared_ptr<VolumeFileList> list;
   std::uint32_t files = 0;
   if (reader.volume_guid()) {
-    const auto list = std::make_shared<VolumeFileList>(*reader.volume_guid());
-    TrackedFiles().table[list->volume_guid()] = list;
+    list = std::make_shared<VolumeFileList>(*reader.volume_guid());
     while (const auto record = reader.Next()) {
       list->Set(record->Path, record->FileId);
       LogMessage(kGeneralInfo, L"   FileId 0x%016I64x: %ls\n", record->FileId,
@@ -86,6 +100,31 @@ void LoadValue(const std::wstring& name, std::span<const std::byte> data)
     LogMessage(kGeneralWarn, L"Tracked file list for Volume %ls is damaged behind %u files\n",
                name.c_str(), files);
   }
+  return list;
+}
+
+// Stores the list that a value holds in the table, in place of the one that is there.
+void LoadValue(const std::wstring& name, const VolumeGuid& volume_in_name,
+               std::span<const std::byte> data) ZEL_REQUIRES(TrackedFilesLock) {
+  const std::shared_ptr<VolumeFileList> list = ParseList(name, data);
+  if (list == nullptr) return;
+  TrackedFiles().table[list->volume_guid()] = list;
+  // Under another volume's name the list would go with that volume's first write; and it may have
+  // replaced one that stands under the right name.
+  TrackedFiles().VolumesRead.erase(list->volume_guid());
+  if (list->volume_guid() == volume_in_name) TrackedFiles().VolumesRead.insert(volume_in_name);
+}
+
+// Adds the files of a list to the table, which keeps what it knows of a path.
+const VolumeFileList& MergeList(const VolumeFileList& list) ZEL_REQUIRES(TrackedFilesLock) {
+  std::shared_ptr<VolumeFileList>& known = TrackedFiles().table[list.volume_guid()];
+  if (!known) known = std::make_shared<VolumeFileList>(list.volume_guid());
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::u16string_view path = list.PathAt(i);
+    const std::wstring text(path.begin(), path.end());
+    if (known->Find(text) == 0) known->Set(text, list.FileIdAt(i));
+  }
+  return *known;
 }
 
 }  // namespace
@@ -106,8 +145,31 @@ bool LoadTrackedFileList() {
       return false;
     }
     const std::wstring name = values.name();
-    if (values.type() == REG_BINARY && ParseVolumeGuid(name)) LoadValue(name, values.data());
+    const std::optional<VolumeGuid> volume = ParseVolumeGuid(name);
+    if (values.type() == REG_BINARY && volume) LoadValue(name, *volume, values.data());
   }
+}
+
+std::uint32_t ReadMissingList(const VolumeGuid& volume_guid) {
+  TrackedFilesState& state = TrackedFiles();
+  const HKEY key = state.TrackedFileListKey.get();
+  if (key == nullptr || state.VolumesRead.contains(volume_guid)) return ERROR_SUCCESS;
+  const std::wstring name = GuidToString(volume_guid);
+  DWORD type = REG_NONE;
+  std::vector<std::byte> data;
+  const LSTATUS status = ReadByName(key, name, type, data);
+  if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND) {
+    LogMessage(kGeneralError, L"RegQueryValueEx(%ls) failed: %u\n", name.c_str(), status);
+    return static_cast<std::uint32_t>(status);
+  }
+  if (status == ERROR_SUCCESS && type == REG_BINARY) {
+    if (const std::shared_ptr<VolumeFileList> list = ParseList(name, data)) {
+      const VolumeFileList& merged = MergeList(*list);
+      if (merged.volume_guid() != volume_guid) SaveVolumeFileList(merged, key);
+    }
+  }
+  state.VolumesRead.insert(volume_guid);
+  return ERROR_SUCCESS;
 }
 
 void SaveVolumeFileList(const VolumeFileList& list, HKEY key) {
@@ -133,6 +195,7 @@ void CloseTrackedFileList() {
   const LockGuard guard(TrackedFilesLock);
   TrackedFiles().TrackedFileListKey.reset();
   TrackedFiles().table.clear();
+  TrackedFiles().VolumesRead.clear();
 }
 
 }  // namespace zel

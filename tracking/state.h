@@ -19,6 +19,8 @@ using TrackedFileTable = std::map<VolumeGuid, std::shared_ptr<VolumeFileList>>;
 struct TrackedFilesState {
   TrackedFileTable table ZEL_GUARDED_BY(TrackedFilesLock);
   UniqueRegistryKey TrackedFileListKey ZEL_GUARDED_BY(TrackedFilesLock);
+  // The volumes whose value under their own name holds nothing that the table lacks.
+  std::set<VolumeGuid> VolumesRead ZEL_GUARDED_BY(TrackedFilesLock);
   UniqueThread CleanupThread ZEL_GUARDED_BY(TrackedFilesLock);
   UniqueEvent CleanupWakeEvent ZEL_GUARDED_BY(TrackedFilesLock);  // manual reset
   // The paths of new files whose start has not ended (EndTrackingStart).

@@ -72,6 +72,18 @@ void EraseEverywhere(std::wstring_view path) ZEL_REQUIRES(TrackedFilesLock) {
 
 }  // namespace
 
+std::uint32_t EnsureVolumeListIsRead(const VolumeGuid& volume_guid) {
+  const LockGuard guard(TrackedFilesLock);
+  return ReadMissingList(volume_guid);
+}
+
+bool IsTracked(const FileKey& file) {
+  const LockGuard guard(TrackedFilesLock);
+  const TrackedFileTable& table = TrackedFiles().table;
+  const auto volume = table.find(file.volume);
+  return file.file_id != 0 && volume != table.end() && volume->second->HasFileId(file.file_id);
+}
+
 bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, FileId file_id,
                        bool& is_new) {
   is_new = false;
@@ -85,6 +97,7 @@ bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, Fi
   const LockGuard guard(TrackedFilesLock);
   // The list is closed, or about to be: an empty one would take any file for a new one.
   if (StopRequested) return false;
+  if (ReadMissingList(volume_guid) != 0) return false;
   const FileKey requested = {volume_guid, file_id};
   if (const std::optional<FileKey> existing = FindConflict(path, requested)) {
     LogConflict(terminated_path.c_str(), requested, *existing);

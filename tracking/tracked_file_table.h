@@ -7,6 +7,7 @@
 // Errors: a registry that cannot be written is logged and otherwise ignored.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,7 +27,8 @@ void DeleteObsoleteRegistryKeys();
 // Opens the key of the tracked file list, making it where it is missing, loads the list and starts
 // the cleanup thread. Without the key, which is logged, nothing is tracked until tracking is
 // started again, and nothing is remembered; a list that cannot be read to its end has no cleanup,
-// which would take the files that were not read for untracked.
+// which would take the files that were not read for untracked. Warns when the CBT directory is
+// another one than at the last start.
 void StartTrackedFiles();
 
 // One tracked file, copied out.
@@ -38,10 +40,20 @@ struct TrackedFileEntry {
   friend bool operator==(const TrackedFileEntry&, const TrackedFileEntry&) = default;
 };
 
+// Reads the list of a volume from the registry if that has not been done: the service's start could
+// not read it. Its files are then tracked as if it had. 0, or the registry's error, which is
+// logged.
+[[nodiscard]] std::uint32_t EnsureVolumeListIsRead(const VolumeGuid& volume_guid)
+    ZEL_EXCLUDES(TrackedFilesLock);
+
+// Whether some path of the volume has this id.
+[[nodiscard]] bool IsTracked(const FileKey& file) ZEL_EXCLUDES(TrackedFilesLock);
+
 // Records a file as tracked. `is_new` tells whether it was not so before, under this very volume
 // and id; the start of a new file is in hand then until EndTrackingStart. False, and nothing
-// changed, when the path is tracked under another volume or id, and when it is too long to be
-// stored, which are both logged; and once the service is to stop (win32/stop_requested.h).
+// changed, when the path is tracked under another volume or id, when it is too long to be stored,
+// and when the volume's list has not been read and cannot be (it would be overwritten by less than
+// it holds), all of which are logged; and once the service is to stop (win32/stop_requested.h).
 [[nodiscard]] bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid,
                                      FileId file_id, bool& is_new) ZEL_EXCLUDES(TrackedFilesLock);
 

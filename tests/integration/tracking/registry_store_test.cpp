@@ -8,6 +8,7 @@
 extern "C" {
 extern void* __imp_RegCloseKey;
 extern void* __imp_RegEnumValueW;
+extern void* __imp_RegQueryValueExW;
 extern void* __imp_RegSetValueExW;
 }
 
@@ -251,6 +252,110 @@ TEST_F(TrackedFileListTest, RandomListsSurviveARestart) {
     ASSERT_TRUE(Restart());
     ASSERT_EQ(test::Collect(), before) << round;
   }
+}
+
+// The reading of the list fails at its second value.
+decltype(&::RegEnumValueW) real_enumerate = nullptr;
+LSTATUS WINAPI FailAtTheSecondValue(HKEY enumerated, DWORD index, wchar_t* name, DWORD* chars,
+                                    DWORD* reserved, DWORD* type, BYTE* data, DWORD* bytes) {
+  if (index > 0) return ERROR_NO_SYSTEM_RESOURCES;
+  return real_enumerate(enumerated, index, name, chars, reserved, type, data, bytes);
+}
+
+LSTATUS WINAPI FailToQuery(HKEY, const wchar_t*, DWORD*, DWORD*, BYTE*, DWORD*) {
+  return ERROR_NO_SYSTEM_RESOURCES;
+}
+
+const test::Files kUnreadFiles = {{L"D:\\a", 0x21}, {L"D:\\b", 0x22}};
+
+class HalfReadListTest : public TrackedFileListTest {
+ protected:
+  HalfReadListTest() {
+    key().Set(kFirstVolumeText, ValueOf(kFirstVolume, kOneFile));
+    key().Set(kSecondVolumeText, ValueOf(kSecondVolume, kUnreadFiles));
+    LoadHalf();
+  }
+
+  void LoadHalf() {
+    real_enumerate = reinterpret_cast<decltype(real_enumerate)>(__imp_RegEnumValueW);
+    const test::ImportHook hook(__imp_RegEnumValueW, &FailAtTheSecondValue);
+    EXPECT_FALSE(Restart());
+  }
+
+  [[nodiscard]] std::string Value(const wchar_t* name) const { return key().Values()[name].bytes; }
+};
+
+TEST_F(HalfReadListTest, FirstWriteForTheUnreadVolumeKeepsItsFiles) {
+  Track(L"D:\\new", kSecondVolume, 0x23);
+  test::Files files = kUnreadFiles;
+  files.emplace_back(L"D:\\new", 0x23);
+  EXPECT_EQ(Value(kSecondVolumeText), ValueOf(kSecondVolume, files));
+  EXPECT_EQ(Value(kFirstVolumeText), ValueOf(kFirstVolume, kOneFile));
+  EXPECT_EQ(test::Collect().size(), 4u);
+  ASSERT_TRUE(Restart());
+  EXPECT_EQ(test::Collect().size(), 4u);
+}
+
+TEST_F(HalfReadListTest, WriteForTheReadVolumeLeavesTheOtherAlone) {
+  Track(L"C:\\new", kFirstVolume, 0x18);
+  EXPECT_EQ(Value(kSecondVolumeText), ValueOf(kSecondVolume, kUnreadFiles));
+  EXPECT_EQ(test::Collect().size(), 2u);
+}
+
+TEST_F(HalfReadListTest, FileOfTheUnreadListIsTrackedAndNotNew) {
+  bool is_new = true;
+  EXPECT_TRUE(StartTrackingFile(L"d:\\B", kSecondVolume, 0x22, is_new));
+  EXPECT_FALSE(is_new);
+  EXPECT_TRUE(IsTracked({kSecondVolume, 0x21}));
+  EXPECT_EQ(Value(kSecondVolumeText), ValueOf(kSecondVolume, kUnreadFiles));
+}
+
+TEST_F(HalfReadListTest, UnreadListCanBeInConflict) {
+  bool is_new = true;
+  EXPECT_FALSE(StartTrackingFile(L"D:\\a", kSecondVolume, 0x99, is_new));
+  EXPECT_EQ(Value(kSecondVolumeText), ValueOf(kSecondVolume, kUnreadFiles));
+}
+
+TEST_F(HalfReadListTest, ListThatCannotBeReadByNameEitherRefusesTheStart) {
+  bool is_new = true;
+  {
+    const test::ImportHook hook(__imp_RegQueryValueExW, &FailToQuery);
+    EXPECT_EQ(EnsureVolumeListIsRead(kSecondVolume), DWORD{ERROR_NO_SYSTEM_RESOURCES});
+    EXPECT_FALSE(StartTrackingFile(L"D:\\new", kSecondVolume, 0x23, is_new));
+    EXPECT_FALSE(is_new);
+  }
+  EXPECT_EQ(Value(kSecondVolumeText), ValueOf(kSecondVolume, kUnreadFiles));
+  EXPECT_EQ(test::Collect().size(), 1u);
+  Track(L"D:\\new", kSecondVolume, 0x23);
+  EXPECT_EQ(test::Collect().size(), 4u);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ::testing::Contains("ERROR RegQueryValueEx(00000002-89ab-cdef-0123-456789abcdef) "
+                                  "failed: 1450")
+                  .Times(2));
+}
+
+TEST_F(HalfReadListTest, ListIsReadByNameOnce) {
+  Track(L"D:\\new", kSecondVolume, 0x23);
+  const test::ImportHook hook(__imp_RegQueryValueExW, &FailToQuery);
+  Track(L"D:\\newer", kSecondVolume, 0x24);
+  StopTrackingFile(L"D:\\a");
+  EXPECT_EQ(test::Collect().size(), 4u);
+}
+
+TEST_F(HalfReadListTest, UnreadListLargerThanTheFirstBufferIsRead) {
+  test::Files files;
+  for (FileId i = 1; i <= 60; ++i) files.emplace_back(L"D:\\" + std::to_wstring(i), i);
+  key().Set(kSecondVolumeText, ValueOf(kSecondVolume, files));
+  EXPECT_EQ(EnsureVolumeListIsRead(kSecondVolume), 0u);
+  EXPECT_EQ(test::Collect().size(), 61u);
+}
+
+TEST_F(TrackedFileListTest, ListUnderAnotherVolumesNameIsKeptWhenThatVolumeIsWritten) {
+  key().Set(kFirstVolumeText, ValueOf(kSecondVolume, kOneFile));
+  ASSERT_TRUE(OpenAndLoad());
+  Track(L"C:\\new", kFirstVolume, 0x18);
+  EXPECT_EQ(key().Values()[kFirstVolumeText].bytes, ValueOf(kFirstVolume, {{L"C:\\new", 0x18}}));
+  EXPECT_EQ(key().Values()[kSecondVolumeText].bytes, ValueOf(kSecondVolume, kOneFile));
 }
 
 HKEY closed_key = nullptr;
