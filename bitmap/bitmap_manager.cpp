@@ -8,6 +8,7 @@
 #include "bitmap/bitmap_sweep.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
+#include "win32/file_time.h"
 
 namespace zel {
 
@@ -62,6 +63,26 @@ PinnedBitmap LoadAndPin(BitmapRecord& record, Purpose purpose) {
   }
   if (is_change) NoteMissedChange(record);
   return {};
+}
+
+bool LoadsAreAllowed() {
+  const SharedGuard guard(bitmapCacheLock);
+  return loadsAreAllowed;
+}
+
+// Returns when the mark is on the device, or its failure has been logged. One that stands there
+// already is flushed, too: whoever has set it may not have got so far.
+void DistrustUntracked(const BitmapRecord& record, const PinnedBitmap& bitmap) {
+  if (bitmap->Changes->Distrust(SystemTimeNow()) != ChangeBitmap::Owed::kNothing) {
+    LogRecord(
+        kBitmapWarn,
+        L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because its "
+        L"file was not tracked\n",
+        record);
+  }
+  bitmap->HasChanges.store(true, std::memory_order_release);
+  bitmap->OwesMark.store(true, std::memory_order_release);
+  FlushOwedMark(*bitmap);
 }
 
 BitmapRecords RecordsOf(const FileKey& file) {
@@ -169,6 +190,29 @@ PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id) 
 
 PinnedBitmaps FindBitmapsToChange(const VolumeGuid& volume_guid, FileId file_id) {
   return FindBitmaps({volume_guid, file_id}, Purpose::kChange);
+}
+
+std::vector<BitmapId> BitmapIdsOfFile(const FileKey& file) {
+  std::vector<BitmapId> bitmaps;
+  const SharedGuard guard(bitmapCacheLock);
+  const BitmapRecords* const records = KnownBitmaps().Find(file);
+  if (records == nullptr) return bitmaps;
+  for (const auto& record : *records) {
+    if (!record->Discarded) bitmaps.push_back(record->BitmapId);
+  }
+  return bitmaps;
+}
+
+bool DistrustBitmapsOfFile(const FileKey& file, const std::vector<BitmapId>& bitmaps) {
+  for (const auto& record : bitmaps.empty() ? BitmapRecords{} : RecordsOf(file)) {
+    if (std::ranges::find(bitmaps, record->BitmapId) == bitmaps.end()) continue;
+    if (const PinnedBitmap bitmap = LoadAndPin(*record, Purpose::kChange)) {
+      DistrustUntracked(*record, bitmap);
+    } else if (!LoadsAreAllowed()) {
+      return false;
+    }
+  }
+  return true;
 }
 
 PinnedBitmap GetBitmapById(BitmapId bitmap_id) {

@@ -57,6 +57,17 @@ bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id
 [[nodiscard]] PinnedBitmaps FindBitmapsToChange(const VolumeGuid& volume_guid, FileId file_id)
     ZEL_EXCLUDES(bitmapCacheLock);
 
+// The ids of one file's bitmaps that are not discarded; nothing is loaded, and no entry is made.
+[[nodiscard]] std::vector<BitmapId> BitmapIdsOfFile(const FileKey& file)
+    ZEL_EXCLUDES(bitmapCacheLock);
+
+// Marks bitmaps of a file that becomes tracked, and was not until now: what was written meanwhile
+// nobody has reported. Returns when the marks are on the device; one that cannot be loaded has
+// missed a change, as above. False when the manager has been shut down, and the rest is not marked:
+// the file must then not become tracked.
+[[nodiscard]] bool DistrustBitmapsOfFile(const FileKey& file, const std::vector<BitmapId>& bitmaps)
+    ZEL_EXCLUDES(bitmapCacheLock);
+
 // One bitmap, loaded and pinned; empty when there is none with this id that can be used.
 [[nodiscard]] PinnedBitmap GetBitmapById(BitmapId bitmap_id) ZEL_EXCLUDES(bitmapCacheLock);
 
@@ -79,6 +90,10 @@ void SetLastVerifyTime(const FileKey& file, FileTime time) ZEL_EXCLUDES(bitmapCa
 // a file without bitmaps that has been looked up.
 [[nodiscard]] bool AllVerifiedSince(const FileKey& file, FileTime time)
     ZEL_EXCLUDES(bitmapCacheLock);
+
+// Has `hook` called whenever a deletion leaves a file without bitmaps, and its directory perhaps
+// empty: by whoever deletes, without a lock. Set before InitBitmapManager.
+void WhenFileHasNoBitmapsLeft(void (*hook)());
 
 // One scan: unloads bitmaps unchanged for BitmapIdleTimeout seconds, side by side, and finishes
 // deletions. What it does not reach in some seconds is left to the next.

@@ -25,6 +25,8 @@ constexpr std::chrono::seconds kScanBudget(5);
 
 constinit std::atomic<bool> scansAreHurried{false};
 
+constinit std::atomic<void (*)()> noBitmapsLeft{nullptr};
+
 // Nobody pins a discarded bitmap any more, so what holds true here stays so.
 bool MayBeDeleted(const BitmapRecord& record) {
   const SharedGuard guard(bitmapCacheLock);
@@ -41,12 +43,19 @@ bool DeleteAndLog(BitmapRecord& record) ZEL_REQUIRES(record.Lock) {
   return outcome.IsFinal();
 }
 
-// A record whose file is neither gone nor marked stays, invisible, and is tried again.
-void DeleteIfDue(const SharedRecord& record) ZEL_REQUIRES(record->Lock) {
-  if (!MayBeDeleted(*record) || !DeleteAndLog(*record)) return;
+// A record whose file is neither gone nor marked stays, invisible, and is tried again. True when it
+// was the last of its tracked file.
+bool DeleteIfDue(const SharedRecord& record) ZEL_REQUIRES(record->Lock) {
+  if (!MayBeDeleted(*record) || !DeleteAndLog(*record)) return false;
   const LockGuard guard(bitmapCacheLock);
   KnownBitmaps().Erase(record);
   record->Erased = true;
+  return KnownBitmaps().Find({record->VolumeGuid, record->FileId}) == nullptr;
+}
+
+// Called without a lock: what follows may take one that comes before a record's.
+void TellIfLast(bool was_last) {
+  if (const auto hook = noBitmapsLeft.load(); was_last && hook != nullptr) hook();
 }
 
 bool HasMissedAChange(const BitmapRecord& record) {
@@ -68,11 +77,11 @@ void UnloadIfIdle(BitmapRecord& record, FileTime cutoff) ZEL_REQUIRES(record.Loc
   LogUnload(record, outcome);
 }
 
-void ScanRecord(const SharedRecord& record, FileTime cutoff) {
+bool ScanRecord(const SharedRecord& record, FileTime cutoff) {
   const LockGuard file(record->Lock);
   if (!CannotBeLoadedForNow(*record)) LoadIfChangeMissed(*record);
   UnloadIfIdle(*record, cutoff);
-  DeleteIfDue(record);
+  return DeleteIfDue(record);
 }
 
 // A deletion that waited for a pin is not left to the next start, which would list the file again.
@@ -107,8 +116,16 @@ BitmapRecords CollectRecords(Busy busy) {
 }  // namespace
 
 void DeleteIfUnpinned(const SharedRecord& record) {
-  const LockGuard file(record->Lock);
-  DeleteIfDue(record);
+  bool was_last = false;
+  {
+    const LockGuard file(record->Lock);
+    was_last = DeleteIfDue(record);
+  }
+  TellIfLast(was_last);
+}
+
+void WhenFileHasNoBitmapsLeft(void (*hook)()) {
+  noBitmapsLeft = hook;
 }
 
 void HurryScans(bool hurry) {
@@ -120,7 +137,7 @@ void UnloadIdleBitmaps() {
   const FileTime cutoff = IdleCutoff(SystemTimeNow(), BitmapIdleTimeout);
   const BitmapRecords records = CollectRecords(Busy::kLeaveOut);
   RunSideBySide(records.size(), BatchShare::kHalf, [&](std::size_t i) {
-    if (!scansAreHurried && Clock::now() < end) ScanRecord(records[i], cutoff);
+    if (!scansAreHurried && Clock::now() < end) TellIfLast(ScanRecord(records[i], cutoff));
   });
 }
 

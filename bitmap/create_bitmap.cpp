@@ -26,26 +26,52 @@ bool CheckPathLength(const std::wstring& path) {
   return false;
 }
 
-bool CreateDirectories(const NewBitmapPaths& paths) {
-  for (const std::wstring& directory : paths.directories) {
-    if (::CreateDirectoryW(directory.c_str(), nullptr)) continue;
-    const ErrorInfo error;
-    if (error.code() == ERROR_ALREADY_EXISTS) continue;
-    LogMessage(kBitmapError, L"Failed to create directory %s: %hs\n", directory.c_str(),
-               error.text());
-    return false;
-  }
-  return true;
+// The cleanup of untracked files takes an empty directory when it asked a moment before the file
+// became tracked: the file's own and the volume's once each, and never again after that.
+constexpr DWORD kMaxRetries = 5;
+
+// What a directory answers that has just gone, or is just going because somebody has it open.
+bool DirectoryMayHaveGone(DWORD error) {
+  return error == ERROR_PATH_NOT_FOUND || error == ERROR_FILE_NOT_FOUND ||
+         error == ERROR_ACCESS_DENIED || error == ERROR_DELETE_PENDING;
 }
 
-UniqueFile CreateBitmapFile(const std::wstring& path) {
-  UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                                nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) {
-    LogMessage(kBitmapError, L"Failed to create new bitmap file %s: %hs\n", path.c_str(),
-               ErrorInfo().text());
+// The first directory that cannot be made, whose error is the thread's last; null when all stand.
+const std::wstring* CreateDirectories(const NewBitmapPaths& paths) {
+  for (const std::wstring& directory : paths.directories) {
+    if (::CreateDirectoryW(directory.c_str(), nullptr)) continue;
+    if (::GetLastError() != ERROR_ALREADY_EXISTS) return &directory;
   }
-  return file;
+  return nullptr;
+}
+
+void LogCreationFailure(const std::wstring* directory, const std::wstring& file, DWORD error) {
+  const ErrorInfo info(error);
+  if (directory != nullptr) {
+    LogMessage(kBitmapError, L"Failed to create directory %s: %hs\n", directory->c_str(),
+               info.text());
+  } else {
+    LogMessage(kBitmapError, L"Failed to create new bitmap file %s: %hs\n", file.c_str(),
+               info.text());
+  }
+}
+
+UniqueFile CreateBitmapFile(const NewBitmapPaths& paths) {
+  for (DWORD retries = 0;; ++retries) {
+    const std::wstring* const missing = CreateDirectories(paths);
+    if (missing == nullptr) {
+      UniqueFile file(::CreateFileW(paths.file.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                    FILE_SHARE_READ, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
+                                    nullptr));
+      if (file) return file;
+    }
+    const DWORD error = ::GetLastError();
+    if (retries == kMaxRetries || !DirectoryMayHaveGone(error)) {
+      LogCreationFailure(missing, paths.file, error);
+      return {};
+    }
+    ::Sleep(retries);  // nobody tells when a directory has gone
+  }
 }
 
 bool ReadBitmapId(HANDLE file, const std::wstring& path, BitmapId& bitmap_id) {
@@ -93,10 +119,10 @@ bool SetLength(HANDLE file, std::uint32_t length, BitmapId bitmap_id) {
 }
 
 // Makes the file and closes it.
-bool MakeBitmapFile(const std::wstring& path, const std::wstring& volume_text,
+bool MakeBitmapFile(const NewBitmapPaths& paths, const std::wstring& volume_text,
                     const NewBitmap& bitmap, BitmapId& bitmap_id) {
-  const UniqueFile file = CreateBitmapFile(path);
-  if (!file || !ReadBitmapId(file.get(), path, bitmap_id)) return false;
+  const UniqueFile file = CreateBitmapFile(paths);
+  if (!file || !ReadBitmapId(file.get(), paths.file, bitmap_id)) return false;
   LogMessage(kBitmapInfo, L"New BitmapId 0x%016I64x created for Volume %s, FileId 0x%016I64x\n",
              bitmap_id, volume_text.c_str(), bitmap.file_id);
   return WriteFirstBytes(file.get(), ComposeNewBitmapBytes(bitmap, bitmap_id)) &&
@@ -116,8 +142,7 @@ bool CreateNewBitmap(const VolumeGuid& volume_guid, FileId file_id, std::uint32_
   const std::wstring volume_text = GuidToString(volume_guid);
   const NewBitmapPaths paths = ComposeNewBitmapPaths(GetCbtDirectory(), volume_text, bitmap.file_id,
                                                      bitmap.creation_time, bitmap.block_size);
-  if (!CheckPathLength(paths.file) || !CreateDirectories(paths) ||
-      !MakeBitmapFile(paths.file, volume_text, bitmap, bitmap_id)) {
+  if (!CheckPathLength(paths.file) || !MakeBitmapFile(paths, volume_text, bitmap, bitmap_id)) {
     return false;
   }
   if (AddBitmap(volume_guid, file_id, bitmap_id, paths.file, NewBitmapLength(bitmap_size))) {

@@ -98,6 +98,7 @@ std::uint32_t ZelServiceStart(Arguments arguments) {
   if (const std::uint32_t result = StartDriverService(); result != 0) return result;
   DeleteObsoleteRegistryKeys();
   StartTrackedFiles();
+  WhenFileHasNoBitmapsLeft(WakeCleanup);
   InitBitmapManager();
   if (!ignores_driver) {
     if (const std::uint32_t result = StartDriverSide(); result != 0) {

@@ -14,9 +14,19 @@ namespace zel {
 
 namespace {
 
-bool HasTrackedFiles(const VolumeGuid& volume_guid) ZEL_EXCLUDES(TrackedFilesLock) {
+bool EndIsAskedFor() ZEL_EXCLUDES(TrackedFilesLock) {
   const LockGuard guard(TrackedFilesLock);
-  return TrackedFiles().table.contains(volume_guid);
+  return TrackedFiles().CleanupShutdown;
+}
+
+bool MayDelete(const FileKey& file) {
+  return !EndIsAskedFor() && !IsTracked(file);
+}
+
+bool MayDelete(const VolumeGuid& volume_guid) ZEL_EXCLUDES(TrackedFilesLock) {
+  const LockGuard guard(TrackedFilesLock);
+  const TrackedFilesState& state = TrackedFiles();
+  return !state.CleanupShutdown && !state.table.contains(volume_guid);
 }
 
 }  // namespace
@@ -26,26 +36,32 @@ void CleanVolumeDirectory(const VolumeGuid& volume_guid) {
   const std::wstring directory = GetCbtDirectory() + L'\\' + volume_text;
   DirectoryListing listing(directory);
   while (const WIN32_FIND_DATAW* entry = listing.Next()) {
+    if (EndIsAskedFor()) return;
     const std::optional<FileId> file_id = FileIdOfDirectory(*entry);
-    if (!file_id || IsTracked({volume_guid, *file_id})) continue;
+    if (!file_id) continue;
+    const auto may_delete = [file = FileKey{volume_guid, *file_id}] { return MayDelete(file); };
+    if (!may_delete()) continue;
     LogMessage(kGeneralDebug, L"Cleaning up directory for untracked Volume %s, FileId 0x%016I64x\n",
                volume_text.c_str(), *file_id);
-    DeleteDirectoryTree(directory + L'\\' + entry->cFileName);
+    DeleteDirectoryTree(directory + L'\\' + entry->cFileName, may_delete);
   }
-  if (!HasTrackedFiles(volume_guid)) ::RemoveDirectoryW(directory.c_str());
+  if (MayDelete(volume_guid)) ::RemoveDirectoryW(directory.c_str());
 }
 
-void DeleteDirectoryTree(const std::wstring& path) {
-  DirectoryListing listing(path);  // closed behind the last entry: removable then
+bool DeleteDirectoryTree(const std::wstring& path, const std::function<bool()>& may_delete) {
+  DirectoryListing listing(path);  // closed after the last entry: removable then
   while (const WIN32_FIND_DATAW* entry = listing.Next()) {
     const std::wstring full = path + L'\\' + entry->cFileName;
     if ((entry->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-      DeleteDirectoryTree(full);
-    } else if (::DeleteFileW(full.c_str())) {
-      LogMessage(kBitmapDebug, L"Deleted bitmap %s\n", full.c_str());
+      if (!DeleteDirectoryTree(full, may_delete)) return false;
+      continue;
     }
+    if (!may_delete()) return false;
+    if (::DeleteFileW(full.c_str())) LogMessage(kBitmapDebug, L"Deleted bitmap %s\n", full.c_str());
   }
+  if (!may_delete()) return false;
   ::RemoveDirectoryW(path.c_str());
+  return true;
 }
 
 }  // namespace zel

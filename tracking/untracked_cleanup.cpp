@@ -90,6 +90,11 @@ bool StartCleanupThread() ZEL_EXCLUDES(cleanupThreadLock) {
   return static_cast<bool>(state.CleanupThread);
 }
 
+void WakeCleanup() ZEL_EXCLUDES(TrackedFilesLock) {
+  const LockGuard guard(TrackedFilesLock);
+  WakeCleanupThread();
+}
+
 void ShutdownTrackedFiles() ZEL_EXCLUDES(cleanupThreadLock) {
   const LockGuard thread_guard(cleanupThreadLock);
   if (const HANDLE thread = RequestEnd()) {

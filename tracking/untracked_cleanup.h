@@ -13,9 +13,13 @@ namespace zel {
 // system has no event or no thread left: nothing is then cleaned up.
 bool StartCleanupThread();
 
-// Ends the cleanup thread, if there is one, after its running pass; one that takes longer than a
-// second is terminated. Then closes the list and empties the table. Harmless when it is called
-// again, and when several threads call it at once: each returns when all of it is done.
+// Asks the thread, if it runs, for another pass.
+void WakeCleanup();
+
+// Ends the cleanup thread, if there is one, before the next entry of its running pass; a call of
+// the file system that takes longer than a second is cut off with the thread. Then closes the list
+// and empties the table. Harmless when it is called again, and when several threads call it at
+// once: each returns when all of it is done.
 void ShutdownTrackedFiles();
 
 }  // namespace zel

@@ -194,10 +194,10 @@ def test_stopped_tracking_takes_the_bitmaps_and_the_directories(road):
     assert road.client.get_tracked_files() == (0, bytes(4))
     assert road.client.copy_bitmap(bitmap_id)[0] == ERROR_NOT_FOUND
     assert not [path for path in bitmap_directory(road).rglob("*") if path.is_file()]
-    # A pass of the cleanup follows each change; this one may have come before the file was closed,
-    # and the next comes after a minute.
+    # A pass of the cleanup follows each change, and one the deletion of the last bitmap: nothing
+    # waits for the pass that comes after a minute.
     wait_until(lambda: not list(bitmap_directory(road).rglob("*")), "a pass of the cleanup",
-               timeout_s=90)
+               timeout_s=30)
 
 
 def test_dropped_changes_make_the_bitmap_unreliable(road):

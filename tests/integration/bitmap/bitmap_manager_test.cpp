@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "tests/integration/support/bitmap_fixture.h"
+#include "tests/integration/support/flush_hooks.h"
 #include "win32/handles.h"
 
 namespace zel {
@@ -518,6 +519,89 @@ TEST_F(StartupScanTest, LinkOfTheSameFileInOneDirectoryIsRegisteredOnce) {
   EXPECT_THAT(IdsListed(), ElementsAre(IdOf(path)));
   ShutdownLogging();
   EXPECT_THAT(ReadFileBytes(log_path()), HasSubstr("AddBitmap: Bitmap is already added: "));
+}
+
+class DistrustBitmapsTest : public BitmapManagerTest {
+ protected:
+  static bool IsUnreliable(const std::filesystem::path& path) {
+    return Get(ReadFileBytes(path), test::kAtUnreliable, 1) == 1;
+  }
+};
+
+TEST_F(DistrustBitmapsTest, MarksLoadedAndUnloadedBitmapsOnTheDeviceAndNoOthers) {
+  const auto loaded = AddGood(kKey, kCreated);
+  const auto unloaded = AddGood(kKey, kCreated + 1);
+  const auto other = AddGood(kKey, kCreated + 2);
+  ASSERT_TRUE(GetBitmapById(IdOf(loaded)));
+  StartLogging("zelservicelog=none\nzelservicelog:bitmap=warn\nzelservicelog:drivercomm=none\n");
+  test::FlushHooks flushes;
+  EXPECT_TRUE(DistrustBitmapsOfFile(kKey, {IdOf(loaded), IdOf(unloaded)}));
+  EXPECT_THAT(flushes.Take(), ElementsAre("header u", "file",  // the loaded one's mark
+                                          "header", "file", "header u", "file"));  // load and mark
+  EXPECT_TRUE(IsUnreliable(loaded));
+  EXPECT_TRUE(IsUnreliable(unloaded));
+  EXPECT_FALSE(IsUnreliable(other));
+  EXPECT_TRUE(DistrustBitmapsOfFile(kKey, BitmapIdsOfFile(kKey)));
+  EXPECT_TRUE(IsUnreliable(other));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ::testing::AllOf(::testing::SizeIs(3),
+                               ::testing::Each(::testing::EndsWith(
+                                   " for Volume 01234567-89ab-cdef-0123-456789abcdef, FileId "
+                                   "0x0001000000000123 unreliable because its file was not "
+                                   "tracked"))));
+}
+
+TEST_F(DistrustBitmapsTest, BitmapThatIsHeldIsMarkedWhenItCanBeOpened) {
+  const auto path = AddGood();
+  const BitmapId id = IdOf(path);
+  {
+    const UniqueFile held(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                        OPEN_EXISTING, 0, nullptr));
+    EXPECT_TRUE(DistrustBitmapsOfFile(kKey, {id}));
+  }
+  EXPECT_EQ(GetBitmapById(id)->header()->Unreliable, 1);
+}
+
+TEST_F(DistrustBitmapsTest, NothingIsMarkedOnceTheManagerIsShutDownAndTheCallerIsTold) {
+  const auto path = AddGood();
+  ShutdownBitmapManager();
+  EXPECT_FALSE(DistrustBitmapsOfFile(kKey, {IdOf(path)}));
+  EXPECT_FALSE(IsUnreliable(path));
+  EXPECT_TRUE(DistrustBitmapsOfFile(kKey, {}));
+}
+
+TEST_F(BitmapManagerTest, IdsOfAFileAreListedWithoutLoadingOrMakingAnEntry) {
+  const auto path = AddGood(kKey, kCreated);
+  const auto discarded = AddGood(kKey, kCreated + 1);
+  const PinnedBitmap pinned = GetBitmapById(IdOf(discarded));
+  Delete(pinned->BitmapId);
+  EXPECT_THAT(BitmapIdsOfFile(kKey), ElementsAre(IdOf(path)));
+  EXPECT_FALSE(IsLoaded(path));
+  EXPECT_THAT(BitmapIdsOfFile({kVolume, kFile + 1}), IsEmpty());
+  EXPECT_FALSE(IsKnown({kVolume, kFile + 1}));
+}
+
+int times_told = 0;
+
+TEST_F(BitmapManagerTest, DeletionOfAFilesLastBitmapIsTold) {
+  WhenFileHasNoBitmapsLeft([] {
+    EXPECT_FALSE(IsKnown(kKey));
+    ++times_told;
+  });
+  const BitmapId first = IdOf(AddGood(kKey, kCreated));
+  const BitmapId last = IdOf(AddGood(kKey, kCreated + 1));
+  Delete(first);
+  EXPECT_EQ(times_told, 0);
+  {
+    const PinnedBitmap pinned = GetBitmapById(last);
+    Delete(last);
+    EXPECT_EQ(times_told, 0);
+  }
+  UnloadIdleBitmaps();
+  EXPECT_EQ(times_told, 1);
+  AddGood(kKey, kCreated + 2);
+  DiscardBitmapsOfFile(kKey);
+  EXPECT_EQ(times_told, 2);
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 #include "bitmap/create_bitmap.h"
 
+#include <functional>
+
 #include "errors/error_info.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "win32/handles.h"
 
 extern "C" {
 extern void* __imp_CreateDirectoryW;
+extern void* __imp_CreateFileW;
 extern void* __imp_GetFileInformationByHandle;
 extern void* __imp_SetEndOfFile;
 extern void* __imp_SetFilePointerEx;
@@ -184,6 +187,74 @@ TEST_F(CreateNewBitmapTest, FailureOfTheFirstDirectoryEndsTheCreation) {
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre("ERROR Failed to create directory " + cbt().string() + ": " +
                           ErrorInfo(ERROR_ACCESS_DENIED).text()));
+}
+
+// Does something of the test's own before the bitmap's file is created, and counts how often that
+// is tried.
+struct BeforeCreation {
+  static inline std::function<bool()> action;  // false: the creation fails with the last error
+  static inline int tries = 0;
+
+  static HANDLE WINAPI Create(const wchar_t* path, DWORD access, DWORD sharing,
+                              SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
+                              HANDLE original) {
+    if (disposition == CREATE_NEW) {
+      ++tries;
+      if (!action()) return INVALID_HANDLE_VALUE;
+    }
+    return real(path, access, sharing, security, disposition, flags, original);
+  }
+
+  static inline auto* const real = reinterpret_cast<decltype(&::CreateFileW)>(__imp_CreateFileW);
+  test::ImportHook hook{__imp_CreateFileW, &Create};
+};
+
+TEST_F(CreateNewBitmapTest, DirectoriesThatAreTakenBetweenTwoStepsAreMadeAgain) {
+  BeforeCreation::action = [&] {
+    if (BeforeCreation::tries == 1) std::filesystem::remove(DirectoryOf(kKey));
+    if (BeforeCreation::tries == 2) std::filesystem::remove_all(cbt() / test::kVolumeText);
+    return true;
+  };
+  StartLogging(kBitmapInfoAndErrors);
+  const BeforeCreation hook;
+  EXPECT_TRUE(Create(100));
+  EXPECT_EQ(BeforeCreation::tries, 3);
+  EXPECT_EQ(id_, IdOf(path()));
+  EXPECT_THAT(StopLoggingAndGetMessages(), ElementsAre(CreatedLine()));
+}
+
+int directories_made = 0;
+decltype(&::CreateDirectoryW) real_create_directory = nullptr;
+BOOL WINAPI TakeTheVolumeOnce(const wchar_t* path, SECURITY_ATTRIBUTES* security) {
+  if (++directories_made == 3) std::filesystem::remove(std::filesystem::path(path).parent_path());
+  return real_create_directory(path, security);
+}
+
+TEST_F(CreateNewBitmapTest, VolumesDirectoryThatIsTakenMeanwhileIsMadeAgain) {
+  real_create_directory = reinterpret_cast<decltype(real_create_directory)>(__imp_CreateDirectoryW);
+  const test::ImportHook hook(__imp_CreateDirectoryW, &TakeTheVolumeOnce);
+  EXPECT_TRUE(Create(100));
+  EXPECT_EQ(directories_made, 6);
+}
+
+TEST_F(CreateNewBitmapTest, DirectoryThatIsAboutToGoIsWaitedFor) {
+  BeforeCreation::action = [] {
+    ::SetLastError(ERROR_ACCESS_DENIED);
+    return BeforeCreation::tries == 4;
+  };
+  const BeforeCreation hook;
+  EXPECT_TRUE(Create(100));
+}
+
+TEST_F(CreateNewBitmapTest, DirectoryThatIsTakenEachTimeEndsTheCreationWithOneMessage) {
+  BeforeCreation::action = [&] { return std::filesystem::remove(DirectoryOf(kKey)); };
+  StartLogging(kBitmapInfoAndErrors);
+  const BeforeCreation hook;
+  EXPECT_FALSE(Create(100));
+  EXPECT_EQ(BeforeCreation::tries, 6);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("ERROR Failed to create new bitmap file " + path().string() + ": " +
+                          ErrorInfo(ERROR_PATH_NOT_FOUND).text()));
 }
 
 BOOL WINAPI FailToInform(HANDLE, BY_HANDLE_FILE_INFORMATION*) {

@@ -1,9 +1,17 @@
 // StartTracking, StartTracking2 and StopTracking, called by a client.
+#include <functional>
+
 #include "tests/integration/support/import_hook.h"
+#include "tests/integration/support/registry_key.h"
 #include "tests/integration/support/rpc_fixture.h"
+#include "tracking/clean_volume_directory.h"
+#include "tracking/untracked_cleanup.h"
 
 extern "C" {
+extern void* __imp_CreateFileW;
+extern void* __imp_FindFirstFileW;
 extern void* __imp_GetVolumeNameForVolumeMountPointW;
+extern void* __imp_RegQueryValueExW;
 }
 
 namespace zel {
@@ -119,6 +127,149 @@ TEST_F(StartTracking2Test, FileBelow4096BytesIsRefusedAndNothingIsMade) {
 
 TEST_F(StartTracking2Test, FileOf4096BytesIsTracked) {
   EXPECT_EQ(Start(4096), (CallResult{0, 0}));
+}
+
+bool IsUnreliable(const std::filesystem::path& path) {
+  return test::Get(test::ReadFileBytes(path), test::kAtUnreliable, 1) == 1;
+}
+
+TEST_F(StartTracking2Test, FileThatWasNotTrackedHasItsOldBitmapsMarked) {
+  const auto old = AddGood();
+  const auto of_another_file = AddGood({kVolume, kFile + 1});
+  ASSERT_TRUE(Start(100'000).ok());
+  EXPECT_TRUE(IsUnreliable(old));
+  EXPECT_FALSE(IsUnreliable(of_another_file));
+  ASSERT_EQ(BitmapsOf().size(), 2u);
+  EXPECT_EQ(GetBitmapById(info.BitmapId)->header()->Unreliable, 0);
+}
+
+TEST_F(StartTracking2Test, OldBitmapsAreMarkedBeforeTheListSaysTracked) {
+  const auto old = AddGood();
+  StartLogging("zelservicelog=info\nzelservicelog:bitmap=warn\nzelservicelog:drivercomm=none\n");
+  ASSERT_TRUE(Start(100'000).ok());
+  const std::vector<std::string> messages = Messages();
+  ASSERT_EQ(messages.size(), 2u);
+  EXPECT_THAT(messages[0], ::testing::EndsWith("unreliable because its file was not tracked"));
+  EXPECT_THAT(messages[1], ::testing::StartsWith("INFO  Started tracking"));
+}
+
+TEST_F(StartTracking2Test, FileThatIsTrackedByAnotherPathKeepsItsBitmapsGood) {
+  Track(L"C:\\data\\link");
+  const auto old = AddGood();
+  ASSERT_TRUE(Start(100'000).ok());
+  EXPECT_FALSE(IsUnreliable(old));
+}
+
+LSTATUS WINAPI FailToQuery(HKEY, const wchar_t*, DWORD*, DWORD*, BYTE*, DWORD*) {
+  return ERROR_NO_SYSTEM_RESOURCES;
+}
+
+TEST_F(StartTracking2Test, ListThatCannotBeReadIsTheAnswerAndNothingIsTracked) {
+  const test::TestRegistryKey key;
+  SetTrackedFileListKey(key.Open());
+  const auto old = AddGood();
+  StartLogging(kGeneralOnly);
+  const test::ImportHook hook(__imp_RegQueryValueExW, &FailToQuery);
+  EXPECT_EQ(Start(100'000), (CallResult{0, ERROR_NO_SYSTEM_RESOURCES}));
+  EXPECT_THAT(TrackedPaths(), IsEmpty());
+  EXPECT_THAT(FakeDriver::Take(), IsEmpty());
+  EXPECT_FALSE(IsUnreliable(old));
+  EXPECT_EQ(BitmapsOf().size(), 1u);
+  EXPECT_THAT(
+      Messages(),
+      ElementsAre("DEBUG StartTracking2 invoked: C:\\data\\file",
+                  "ERROR RegQueryValueEx(01234567-89ab-cdef-0123-456789abcdef) failed: 1450",
+                  "WARN  StartTracking: cannot track file C:\\data\\file",
+                  "DEBUG StartTracking2 exit 1450: BitmapId 0x0000000000000000, size "
+                  "100000, C:\\data\\file"));
+}
+
+// Lets the first loads of bitmaps fail as if their files were gone.
+struct FailingLoads {
+  static inline std::atomic<int> failing{0};
+
+  static HANDLE WINAPI Create(const wchar_t* path, DWORD access, DWORD sharing,
+                              SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
+                              HANDLE original) {
+    const bool is_load = disposition == OPEN_EXISTING && sharing == FILE_SHARE_READ &&
+                         access == (GENERIC_READ | GENERIC_WRITE);
+    if (is_load && failing-- > 0) {
+      ::SetLastError(ERROR_FILE_NOT_FOUND);
+      return INVALID_HANDLE_VALUE;
+    }
+    return real(path, access, sharing, security, disposition, flags, original);
+  }
+
+  static inline auto* const real = reinterpret_cast<decltype(&::CreateFileW)>(__imp_CreateFileW);
+  test::ImportHook hook{__imp_CreateFileW, &Create};
+};
+
+TEST_F(StartTracking2Test, BitmapThatGoesBeforeTheAnswerIsMadeAgain) {
+  FailingLoads::failing = 2;
+  const FailingLoads hook;
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_NE(info.BitmapId, 0u);
+  ASSERT_EQ(BitmapsOf().size(), 1u);
+  EXPECT_EQ(BitmapsOf()[0].BitmapId, info.BitmapId);
+  // It was shown to the driver the first time.
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", "verify C:\\data\\file 281474976710947"));
+}
+
+TEST_F(StartTracking2Test, BitmapThatCanNeverBeUsedIsAFailureAndLeavesNothing) {
+  FailingLoads::failing = 3;
+  const FailingLoads hook;
+  StartLogging(kGeneralOnly);
+  EXPECT_EQ(Start(100'000), (CallResult{0, 1}));
+  EXPECT_THAT(BitmapsOf(), IsEmpty());
+  EXPECT_EQ(info.BitmapId, 0u);
+  EXPECT_THAT(Messages(),
+              ::testing::Contains("ERROR StartTracking: no usable bitmap for Volume "
+                                  "01234567-89ab-cdef-0123-456789abcdef, FileId 0x0001000000000123 "
+                                  "after 3 tries"));
+}
+
+// Does something of the test's own before the cleanup lists a directory for the first time.
+struct BeforeListing {
+  static inline std::wstring directory;
+  static inline std::function<void()> action;
+
+  static HANDLE WINAPI Find(const wchar_t* pattern, WIN32_FIND_DATAW* entry) {
+    if (directory + L"\\*" == pattern && action) std::exchange(action, nullptr)();
+    return real(pattern, entry);
+  }
+
+  static inline auto* const real =
+      reinterpret_cast<decltype(&::FindFirstFileW)>(__imp_FindFirstFileW);
+  test::ImportHook hook{__imp_FindFirstFileW, &Find};
+};
+
+TEST_F(StartTracking2Test, StartDuringACleanupPassKeepsItsBitmap) {
+  Write(kKey, test::kCreated, test::GoodBitmap(kKey, "bits"));
+  BeforeListing::directory = DirectoryOf(kKey).wstring();
+  BeforeListing::action = [&] { EXPECT_EQ(Start(100'000), (CallResult{0, 0})); };
+  const BeforeListing hook;
+  CleanVolumeDirectory(kVolume);
+  EXPECT_NE(info.BitmapId, 0u);
+  ShutdownBitmapManager();
+  EXPECT_TRUE(std::filesystem::exists(DirectoryOf(kKey)));
+  EXPECT_EQ(BitmapsOf().size(), 1u);
+  EXPECT_FALSE(std::filesystem::is_empty(DirectoryOf(kKey)));
+}
+
+TEST_F(StartTracking2Test, StopAndStartInARowBesideTheCleanupAlwaysEndWithABitmap) {
+  const test::TestRegistryKey key;
+  SetTrackedFileListKey(key.Open());
+  ASSERT_TRUE(LoadTrackedFileList());
+  WhenFileHasNoBitmapsLeft(WakeCleanup);
+  ASSERT_TRUE(StartCleanupThread());
+  for (int row = 0; row < 500; ++row) {
+    ASSERT_EQ(Start(100'000), (CallResult{0, 0})) << row;
+    ASSERT_NE(info.BitmapId, 0u) << row;
+    ASSERT_TRUE(GetBitmapById(info.BitmapId)) << row;
+    ASSERT_EQ(client.StopTracking(kPath), (CallResult{0, 0})) << row;
+  }
+  EXPECT_TRUE(test::PollUntil([&] { return std::filesystem::is_empty(cbt()); }));
+  ShutdownTrackedFiles();
 }
 
 TEST_F(StartTracking2Test, PathTrackedUnderAnotherIdIsAConflict) {

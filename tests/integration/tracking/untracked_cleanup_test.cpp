@@ -3,6 +3,7 @@
 #include <process.h>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -18,6 +19,7 @@
 extern "C" {
 extern void* __imp_CloseHandle;
 extern void* __imp_CreateEventW;
+extern void* __imp_DeleteFileW;
 extern void* __imp_FindFirstFileW;
 extern void* __imp_TerminateThread;
 extern void* __imp_WaitForSingleObject;
@@ -154,12 +156,91 @@ TEST_F(CleanVolumeDirectoryTest, TreeGoesWithEverythingInIt) {
   test::WriteFileBytes(tree / L"a" / L"d", "");
   fs::create_directories(tree / L"e");
   StartLogging();
-  DeleteDirectoryTree(tree.wstring());
+  const auto may_delete = [] { return true; };
+  EXPECT_TRUE(DeleteDirectoryTree(tree.wstring(), may_delete));
   EXPECT_FALSE(fs::exists(tree));
-  DeleteDirectoryTree(tree.wstring());
+  EXPECT_TRUE(DeleteDirectoryTree(tree.wstring(), may_delete));
   EXPECT_THAT(StopLoggingAndGetMessages(),
               UnorderedElementsAre("DEBUG Deleted bitmap " + (tree / L"a" / L"b" / L"c").string(),
                                    "DEBUG Deleted bitmap " + (tree / L"a" / L"d").string()));
+}
+
+TEST_F(CleanVolumeDirectoryTest, TreeIsAskedForBeforeEachDeletionAndLeftWhenItMayNotGo) {
+  for (int allowed = 0; allowed < 5; ++allowed) {
+    const fs::path tree = cbt() / L"tree";
+    test::WriteFileBytes(tree / L"a" / L"b", "");
+    test::WriteFileBytes(tree / L"c", "");
+    int left = allowed;
+    const bool is_gone = DeleteDirectoryTree(tree.wstring(), [&] { return left-- > 0; });
+    EXPECT_EQ(is_gone, allowed == 4);  // two files and two directories
+    const auto entries =
+        fs::exists(tree) ? std::distance(fs::recursive_directory_iterator(tree), {}) + 1 : 0;
+    EXPECT_EQ(entries, 4 - allowed);
+    fs::remove_all(tree);
+  }
+}
+
+// Does something of the test's own at the cleanup's first deletion of a file, or before it lists
+// a directory.
+class AtFirst {
+ public:
+  enum class Call { kList, kDelete };
+  AtFirst(Call call, std::wstring path, std::function<void()> action) {
+    call_ = call;
+    path_ = std::move(path);
+    action_ = std::move(action);
+  }
+
+ private:
+  static void Act(Call call, std::wstring_view path) {
+    if (call == call_ && path.starts_with(path_) && action_) std::exchange(action_, nullptr)();
+  }
+  static HANDLE WINAPI FindFirst(const wchar_t* pattern, WIN32_FIND_DATAW* entry) {
+    Act(Call::kList, pattern);
+    return real_find_(pattern, entry);
+  }
+  static BOOL WINAPI Delete(const wchar_t* path) {
+    Act(Call::kDelete, path);
+    return real_delete_(path);
+  }
+
+  static inline Call call_;
+  static inline std::wstring path_;
+  static inline std::function<void()> action_;
+  static inline auto* const real_find_ =
+      reinterpret_cast<decltype(&::FindFirstFileW)>(__imp_FindFirstFileW);
+  static inline auto* const real_delete_ =
+      reinterpret_cast<decltype(&::DeleteFileW)>(__imp_DeleteFileW);
+  test::ImportHook find_{__imp_FindFirstFileW, &FindFirst};
+  test::ImportHook delete_{__imp_DeleteFileW, &Delete};
+};
+
+TEST_F(CleanVolumeDirectoryTest, FileThatBecomesTrackedDuringThePassKeepsItsNewBitmap) {
+  const fs::path path = AddDirectory(kFirstVolumeText, kTrackedName);
+  const AtFirst hook(AtFirst::Call::kList, path.wstring(), [&] {
+    Track(L"C:\\a", kFirstVolume, kTracked);
+    test::WriteFileBytes(path / L"new", "bits");
+  });
+  CleanVolumeDirectory(kFirstVolume);
+  EXPECT_TRUE(fs::exists(path / L"new"));
+}
+
+TEST_F(CleanVolumeDirectoryTest, FileThatBecomesTrackedBetweenTwoDeletionsKeepsTheRest) {
+  const fs::path path = AddDirectory(kFirstVolumeText, kTrackedName);
+  test::WriteFileBytes(path / L"other", "bits");
+  const AtFirst hook(AtFirst::Call::kDelete, path.wstring(),
+                     [&] { Track(L"C:\\a", kFirstVolume, kTracked); });
+  CleanVolumeDirectory(kFirstVolume);
+  // The call that was under way could not be called back.
+  EXPECT_EQ(std::distance(fs::directory_iterator(path), {}), 1);
+}
+
+TEST_F(CleanVolumeDirectoryTest, EmptiedDirectoryOfAFileThatBecomesTrackedStays) {
+  const fs::path path = AddDirectory(kFirstVolumeText, kTrackedName);
+  const AtFirst hook(AtFirst::Call::kDelete, path.wstring(),
+                     [&] { Track(L"C:\\a", kFirstVolume, kTracked); });
+  CleanVolumeDirectory(kFirstVolume);
+  EXPECT_TRUE(fs::exists(path));
 }
 
 // Sees the cleanup thread's waits for its event and the shutdown's wait for the thread.
@@ -340,6 +421,39 @@ TEST_F(UntrackedCleanupTest, WithoutAChangeAPassRunsEverySixtySeconds) {
   ASSERT_TRUE(waits.PassesReach(4));
   const fs::path untracked = AddDirectory(kFirstVolumeText, L"00000000000000ab");
   EXPECT_TRUE(PollUntil([&] { return !fs::exists(cbt() / kFirstVolumeText); }));
+}
+
+TEST_F(UntrackedCleanupTest, EndIsSeenBetweenTwoDeletions) {
+  (void)AddDirectory(kFirstVolumeText, L"00000000000000ab");
+  (void)AddDirectory(kFirstVolumeText, L"00000000000000cd");
+  const Waits waits;
+  const ThreadCalls calls;
+  std::jthread stopper;
+  const AtFirst hook(AtFirst::Call::kDelete, cbt().wstring(), [&] {
+    stopper = std::jthread(ShutdownTrackedFiles);
+    EXPECT_TRUE(PollUntil([&] { return waits.end_waits == 1; }));
+  });
+  EXPECT_TRUE(StartCleanupThread());
+  ASSERT_TRUE(PollUntil([&] { return waits.end_waits == 1; }));
+  stopper.join();
+  EXPECT_EQ(calls.ExitCode(), 0u);
+  EXPECT_EQ(calls.terminations, 0);
+  const auto left = [&](const wchar_t* name) {
+    return fs::exists(cbt() / kFirstVolumeText / name);
+  };
+  EXPECT_TRUE(left(L"00000000000000ab") && left(L"00000000000000cd"));
+  EXPECT_NE(left(L"00000000000000ab\\bitmap"), left(L"00000000000000cd\\bitmap"));
+}
+
+TEST_F(UntrackedCleanupTest, CanBeWoken) {
+  const Waits waits;
+  WakeCleanup();  // harmless
+  EXPECT_TRUE(StartCleanupThread());
+  ASSERT_TRUE(waits.PassesReach(1));
+  WakeCleanup();
+  ASSERT_TRUE(waits.PassesReach(2));
+  ShutdownTrackedFiles();
+  EXPECT_EQ(waits.passes, 2);
 }
 
 TEST_F(UntrackedCleanupTest, ThreadReservesOneMebibyteOfStack) {
