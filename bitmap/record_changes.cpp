@@ -19,8 +19,8 @@ void NoteRecorded(const PinnedBitmap& bitmap, Owed owed) {
 
 }  // namespace
 
-void UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t offset,
-                          std::uint32_t length) {
+std::size_t UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid,
+                                 std::uint64_t offset, std::uint32_t length) {
   const PinnedBitmaps bitmaps = FindBitmapsToChange(volume_guid, file_id);
   for (const PinnedBitmap& bitmap : bitmaps) {
     const auto recorded = bitmap->Changes->RecordWrite(offset, length, SystemTimeNow());
@@ -33,16 +33,20 @@ void UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid, std::ui
   LogMessage(kDriverCommDebug,
              L"FileId 0x%016I64x write at offset %I64u length %u; %u bitmaps updated\n", file_id,
              offset, length, static_cast<std::uint32_t>(bitmaps.size()));
+  return bitmaps.size();
 }
 
-void ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t new_size) {
-  for (const PinnedBitmap& bitmap : FindBitmapsToChange(volume_guid, file_id)) {
+std::size_t ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t new_size) {
+  const PinnedBitmaps bitmaps = FindBitmapsToChange(volume_guid, file_id);
+  for (const PinnedBitmap& bitmap : bitmaps) {
     NoteRecorded(bitmap, bitmap->Changes->RecordSize(new_size, SystemTimeNow()));
   }
+  return bitmaps.size();
 }
 
-void MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid) {
-  for (const PinnedBitmap& bitmap : FindBitmapsToChange(volume_guid, file_id)) {
+std::size_t MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid) {
+  const PinnedBitmaps bitmaps = FindBitmapsToChange(volume_guid, file_id);
+  for (const PinnedBitmap& bitmap : bitmaps) {
     const Owed owed = bitmap->Changes->Distrust(SystemTimeNow());
     NoteRecorded(bitmap, owed);
     if (owed == Owed::kNothing) continue;
@@ -51,6 +55,7 @@ void MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid) {
                L"BitmapId 0x%016I64x\n",
                GuidToString(volume_guid).c_str(), file_id, bitmap->BitmapId);
   }
+  return bitmaps.size();
 }
 
 }  // namespace zel

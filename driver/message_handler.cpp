@@ -6,6 +6,7 @@
 #include "bitmap/record_changes.h"
 #include "driver/driver_protocol.h"
 #include "driver/message_times.h"
+#include "driver/missing_bitmaps.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
 
@@ -52,11 +53,17 @@ void NoteVerified(const DriverMessage& message) {
   SetLastVerifyTime({message.VolumeGuid, message.FileId}, message.Timestamp);
 }
 
+// What follows a report that was recorded in so many bitmaps.
+void NoteRecorded(const DriverMessage& message, std::size_t bitmaps) {
+  if (bitmaps == 0) WarnOfMissingBitmap({message.VolumeGuid, message.FileId});
+}
+
 void Dispatch(const DriverMessage& message) {
   const FileId file = message.FileId;
   switch (message.Type) {
     case DriverMessageType::kWrite:
-      UpdateBitmapsForFile(file, message.VolumeGuid, message.OffsetOrSize, message.Length);
+      NoteRecorded(message, UpdateBitmapsForFile(file, message.VolumeGuid, message.OffsetOrSize,
+                                                 message.Length));
       break;
     case DriverMessageType::kOpened:
       LogMessage(kDriverCommDebug, L"FileId 0x%016I64x opened by PID %u\n", file,
@@ -80,7 +87,7 @@ void Dispatch(const DriverMessage& message) {
     case DriverMessageType::kSizeChanged:
       LogMessage(kDriverCommDebug, L"FileId 0x%016I64x size changed to %I64u\n", file,
                  message.OffsetOrSize);
-      ApplySizeChange(file, message.VolumeGuid, message.OffsetOrSize);
+      NoteRecorded(message, ApplySizeChange(file, message.VolumeGuid, message.OffsetOrSize));
       break;
     default:
       LogMessage(kDriverCommError, L"Unknown message type 0x%x\n",
@@ -100,7 +107,9 @@ void HandleDriverMessage(std::span<const std::byte> transferred) {
   if (!Accept(message, fault, transferred.size())) return;
   LogDetails(message);
   // Before the time is noted: who sees the time may rely on the marks.
-  if (message.UnreportedChanges != 0) MarkUnreportedChanges(message.FileId, message.VolumeGuid);
+  if (message.UnreportedChanges != 0) {
+    NoteRecorded(message, MarkUnreportedChanges(message.FileId, message.VolumeGuid));
+  }
   NoteTime(message);
   // What the service itself does to a file is no change of it; the verify code is its own by
   // nature.

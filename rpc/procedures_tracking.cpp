@@ -8,6 +8,7 @@
 #include "bitmap/create_bitmap.h"
 #include "bitmap/format/new_bitmap.h"
 #include "driver/driver_port.h"
+#include "driver/missing_bitmaps.h"
 #include "driver/synchronize.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
@@ -124,6 +125,7 @@ StartOutcome BeginBitmap(const FileToTrack& file, bool is_new, std::uint32_t blo
 }
 
 StartOutcome TryToStart(const FileToTrack& file, std::uint32_t block_size, wire::BitmapInfo& info) {
+  const BitmapInTheMaking first_bitmap({file.volume_guid, file.file_id});
   bool is_new = false;
   if (const std::uint32_t error = Track(file, is_new)) return {error};
   const StartOutcome outcome = BeginBitmap(file, is_new, block_size, info);

@@ -6,7 +6,9 @@
 
 #include <utility>
 
+#include "files/install_directory.h"
 #include "logging/log_message.h"
+#include "tracking/last_cbt_directory.h"
 #include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
 #include "tracking/untracked_cleanup.h"
@@ -34,8 +36,21 @@ constexpr const wchar_t* kObsoleteKeys[] = {
     L"SYSTEM\\CurrentControlSet\\Services\\VelmoraActivityMonitor\\Parameters\\TrackedFiles",
     L"SYSTEM\\CurrentControlSet\\Services\\VelmoraActivityMonitor\\Parameters\\FileReliability"};
 
+constexpr wchar_t kParametersKey[] =
+    L"SYSTEM\\CurrentControlSet\\Services\\VelmoraActivityMonitor\\Parameters";
 constexpr wchar_t kTrackedFileListKey[] =
     L"SYSTEM\\CurrentControlSet\\Services\\VelmoraActivityMonitor\\Parameters\\TrackedFileList";
+
+// Opens a key, or makes it. Null, which is logged, when it can be neither.
+UniqueRegistryKey CreateKey(const wchar_t* path) {
+  UniqueRegistryKey key;
+  const auto result =
+      static_cast<std::uint32_t>(::RegCreateKeyW(HKEY_LOCAL_MACHINE, path, key.put()));
+  if (result != ERROR_SUCCESS) {
+    LogMessage(kGeneralWarn, L"RegCreateKey %ls failed: %u\n", path, result);
+  }
+  return key;
+}
 
 }  // namespace
 
@@ -48,15 +63,14 @@ void DeleteObsoleteRegistryKeys() {
 }
 
 void StartTrackedFiles() {
-  UniqueRegistryKey key;
-  const auto result = static_cast<std::uint32_t>(
-      ::RegCreateKeyW(HKEY_LOCAL_MACHINE, kTrackedFileListKey, key.put()));
-  if (result != ERROR_SUCCESS) {
-    LogMessage(kGeneralWarn, L"RegCreateKey %ls failed: %u\n", kTrackedFileListKey, result);
-    return;
+  UniqueRegistryKey list_key = CreateKey(kTrackedFileListKey);
+  if (!list_key) return;
+  SetTrackedFileListKey(std::move(list_key));
+  const bool is_read = LoadTrackedFileList();
+  if (const UniqueRegistryKey key = CreateKey(kParametersKey)) {
+    NoteCbtDirectory(key.get(), GetCbtDirectory());
   }
-  SetTrackedFileListKey(std::move(key));
-  if (LoadTrackedFileList()) StartCleanupThread();
+  if (is_read) StartCleanupThread();
 }
 
 }  // namespace zel

@@ -1,7 +1,10 @@
 #include "driver/message_handler.h"
 
 #include "driver/message_times.h"
+#include "driver/missing_bitmaps.h"
 #include "tests/integration/support/driver_fixture.h"
+#include "tracking/registry_store.h"
+#include "tracking/tracked_file_table.h"
 
 namespace zel {
 namespace {
@@ -192,6 +195,64 @@ TEST_F(MessageHandlerTest, VerifyStampsEveryBitmapOfItsFile) {
 TEST_F(MessageHandlerTest, VerifyOfAFileWithoutBitmapsChangesNothing) {
   Handle(MakeMessage(Type::kVerify));
   EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+}
+
+class MissingBitmapTest : public MessageHandlerTest {
+ protected:
+  MissingBitmapTest() {
+    StartLogging("zelservicelog=warn\nzelservicelog:bitmap=none\nzelservicelog:drivercomm=none\n");
+  }
+  ~MissingBitmapTest() override { CloseTrackedFileList(); }
+
+  static void Track(FileId file_id) {
+    bool is_new = false;
+    EXPECT_TRUE(StartTrackingFile(L"C:\\" + std::to_wstring(file_id), kVolume, file_id, is_new));
+  }
+  static DriverMessage Of(FileId file_id, DriverMessage message) {
+    message.FileId = file_id;
+    return message;
+  }
+};
+
+TEST_F(MissingBitmapTest, ChangesOfATrackedFileWithoutABitmapAreOneWarningPerFile) {
+  Track(kFile);
+  Track(kFile + 1);
+  for (int i = 0; i < 3; ++i) Handle(MakeWrite(0, 1));
+  Handle(MakeSizeChange(1));
+  Handle(WithUnreportedChanges(MakeMessage(Type::kOpened)));
+  Handle(Of(kFile + 1, MakeSizeChange(1)));
+  Handle(Of(kFile + 1, MakeWrite(0, 1)));
+  const std::string begin =
+      "WARN  A change was reported for Volume 01234567-89ab-cdef-0123-456789abcdef, FileId ";
+  const std::string end = ", which is tracked but has no bitmap";
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(begin + "0x0001000000000123" + end, begin + "0x0001000000000124" + end));
+}
+
+TEST_F(MissingBitmapTest, UntrackedFilesAndOtherMessagesAreNoneOfIt) {
+  Handle(MakeWrite(0, 1));
+  Track(kFile);
+  Handle(MakeMessage(Type::kOpened));
+  Handle(MakeMessage(Type::kClosed));
+  EXPECT_THAT(StopLogging(), IsEmpty());
+}
+
+TEST_F(MissingBitmapTest, BitmapThatIsJustBeingMadeIsNotMissed) {
+  {
+    const BitmapInTheMaking making(kKey);
+    Track(kFile);
+    Handle(MakeWrite(0, 1));
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(cbt()));
+  Handle(MakeWrite(0, 1));
+  EXPECT_THAT(StopLogging(), ::testing::SizeIs(1));
+}
+
+TEST_F(MissingBitmapTest, BitmapThatCannotBeOpenedIsNotMissing) {
+  Track(kFile);
+  AddBitmap(kVolume, kFile, 7, L"C:\\gone\\" + test::BitmapName(test::kCreated), 600);
+  Handle(MakeWrite(0, 1));
+  EXPECT_THAT(StopLogging(), IsEmpty());
 }
 
 }  // namespace

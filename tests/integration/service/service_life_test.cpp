@@ -90,6 +90,22 @@ TEST_F(ZelServiceStartTest, StartsEverythingInItsOrder) {
                           "INFO  Completed synchronizing tracked files"));
 }
 
+TEST_F(ZelServiceStartTest, BitmapsInAnotherDirectoryThanAtTheLastStartAreOneWarning) {
+  constexpr wchar_t kLast[] = L"\\\\?\\C:\\velmora";
+  UniqueRegistryKey parameters;
+  ASSERT_EQ(::RegCreateKeyW(HKEY_LOCAL_MACHINE, L"Parameters", parameters.put()), ERROR_SUCCESS);
+  ASSERT_EQ(::RegSetValueExW(parameters.get(), L"BitmapDirectory", 0, REG_SZ,
+                             reinterpret_cast<const BYTE*>(kLast), sizeof kLast),
+            ERROR_SUCCESS);
+  StartLogging("zelservicelog=warn\nzelservicelog:bitmap=none\nzelservicelog:drivercomm=none\n");
+  StartedService service;
+  ASSERT_TRUE(ReachesRunning());
+  StopService();
+  EXPECT_EQ(service.Result(), 0u);
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(HasSubstr("were in \\\\?\\C:\\velmora at the last start")));
+}
+
 TEST_F(ZelServiceStartTest, MissingPrivilegeEndsTheStartBeforeAnythingElse) {
   world_.answers.privilege = ERROR_NOT_ALL_ASSIGNED;
   StartLogging();

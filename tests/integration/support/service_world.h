@@ -12,6 +12,7 @@
 #include <deque>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/integration/support/import_hook.h"
@@ -94,9 +95,11 @@ class ServiceWorld {
     Record("delete " + std::string(name.begin(), name.end()));
     return answers.obsolete_keys;
   }
-  static LONG WINAPI CreateKey(HKEY, LPCWSTR, PHKEY key) {
-    Record("list key");
-    if (answers.list_key != ERROR_SUCCESS) return answers.list_key;
+  static LONG WINAPI CreateKey(HKEY, LPCWSTR path, PHKEY key) {
+    if (std::wstring_view(path).ends_with(L"\\TrackedFileList")) {
+      Record("list key");
+      if (answers.list_key != ERROR_SUCCESS) return answers.list_key;
+    }
     return ::RegCreateKeyExW(HKEY_CURRENT_USER, KeyPath().c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
                              nullptr, key, nullptr);
   }
