@@ -253,7 +253,9 @@ void SetLastVerifyTime(const FileKey& file, FileTime time) {
   const LockGuard guard(bitmapCacheLock);
   const BitmapRecords* const records = KnownBitmaps().Find(file);
   if (records == nullptr) return;
-  for (const auto& record : *records) record->LastVerifyTime = time;
+  for (const auto& record : *records) {
+    record->LastVerifyTime = std::max(record->LastVerifyTime, time);
+  }
 }
 
 bool AllVerifiedSince(const FileKey& file, FileTime time) {
@@ -264,6 +266,16 @@ bool AllVerifiedSince(const FileKey& file, FileTime time) {
     if (record->LastVerifyTime < time) return false;
   }
   return true;
+}
+
+bool AnyVerifiedSince(const FileKey& file, FileTime time) {
+  const SharedGuard guard(bitmapCacheLock);
+  const BitmapRecords* const records = KnownBitmaps().Find(file);
+  if (records == nullptr) return false;
+  for (const auto& record : *records) {
+    if (record->LastVerifyTime >= time) return true;
+  }
+  return false;
 }
 
 }  // namespace zel

@@ -83,12 +83,17 @@ void DeleteBitmapById(BitmapId bitmap_id, VolumeGuid& volume_guid, FileId& file_
 // Deletes all bitmaps of one tracked file likewise.
 void DiscardBitmapsOfFile(const FileKey& file) ZEL_EXCLUDES(bitmapCacheLock);
 
-// Notes the driver's time of a verify message for every bitmap of a file, if it has any.
+// Notes the driver's time of a verify message for every bitmap of a file, if it has any; an earlier
+// one than a bitmap has changes nothing for it.
 void SetLastVerifyTime(const FileKey& file, FileTime time) ZEL_EXCLUDES(bitmapCacheLock);
 
 // Whether the manager knows the file and no bitmap of it was last verified before `time`. True for
 // a file without bitmaps that has been looked up.
 [[nodiscard]] bool AllVerifiedSince(const FileKey& file, FileTime time)
+    ZEL_EXCLUDES(bitmapCacheLock);
+
+// Whether some bitmap of the file was.
+[[nodiscard]] bool AnyVerifiedSince(const FileKey& file, FileTime time)
     ZEL_EXCLUDES(bitmapCacheLock);
 
 // Has `hook` called whenever a deletion leaves a file without bitmaps, and its directory perhaps

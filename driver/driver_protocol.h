@@ -66,6 +66,18 @@ enum class DriverMessageFault { kNone, kTooSmall, kWrongMagic };
 [[nodiscard]] DriverMessageFault ParseDriverMessage(std::span<const std::byte> transferred,
                                                     DriverMessage& message);
 
+// A process, told from those that have its id before and after it.
+struct ProcessIdentity {
+  std::uint32_t id = 0;
+  FileTime start = ~FileTime{0};  // what happened until then was another's; all ones: unknown
+};
+
+// Whether the message tells of something that `process` did.
+[[nodiscard]] constexpr bool IsOperationOf(const ProcessIdentity& process,
+                                           const DriverMessage& message) {
+  return message.ProcessId == process.id && message.Timestamp > process.start;
+}
+
 // --- Commands
 
 enum class DriverCommand : std::uint8_t {

@@ -4,11 +4,11 @@
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/record_changes.h"
-#include "driver/driver_protocol.h"
 #include "driver/message_times.h"
 #include "driver/missing_bitmaps.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
+#include "win32/file_time.h"
 
 namespace zel {
 
@@ -42,9 +42,11 @@ void LogDetails(const DriverMessage& message) {
 }
 
 void NoteTime(const DriverMessage& message) {
-  HighWaterMark& mark =
-      message.Type == DriverMessageType::kQueueSync ? LastSyncTime : LastMessageTime;
-  mark.Raise(message.Timestamp);
+  if (message.Type == DriverMessageType::kQueueSync) {
+    LastSyncTime.Raise(message.Timestamp);
+  } else {
+    LastMessageTime.Raise(message.Timestamp);
+  }
 }
 
 void NoteVerified(const DriverMessage& message) {
@@ -95,9 +97,24 @@ void Dispatch(const DriverMessage& message) {
   }
 }
 
+ProcessIdentity IdentifyThisProcess() {
+  ProcessIdentity process = {.id = ::GetCurrentProcessId()};
+  FILETIME start;
+  FILETIME unused[3];
+  if (::GetProcessTimes(::GetCurrentProcess(), &start, &unused[0], &unused[1], &unused[2])) {
+    process.start = JoinHalves(start.dwHighDateTime, start.dwLowDateTime);
+  }
+  return process;
+}
+
 }  // namespace
 
-void HandleDriverMessage(std::span<const std::byte> transferred) {
+const ProcessIdentity& ThisProcess() {
+  static const ProcessIdentity process = IdentifyThisProcess();
+  return process;
+}
+
+void HandleDriverMessage(std::span<const std::byte> transferred, const ProcessIdentity& receiver) {
   DriverMessage message;
   const DriverMessageFault fault = ParseDriverMessage(transferred, message);
   if (message.ReplyLength != 0) {
@@ -112,8 +129,8 @@ void HandleDriverMessage(std::span<const std::byte> transferred) {
   }
   NoteTime(message);
   // What the service itself does to a file is no change of it; the verify code is its own by
-  // nature.
-  if (message.ProcessId == ::GetCurrentProcessId() && message.Type != DriverMessageType::kVerify) {
+  // nature. The driver keeps messages while there is no service, and ids are used again.
+  if (IsOperationOf(receiver, message) && message.Type != DriverMessageType::kVerify) {
     LogMessage(kDriverCommTrace,
                L"Skipping processing message because this process performed the file operation\n");
     return;

@@ -88,14 +88,29 @@ bool GiveUpSync(SyncWatchdog& watchdog, std::uint64_t timeout_seconds) {
   }
 }
 
-// `send_time`: when the driver was asked.
-std::uint32_t WaitForSync(FileTime request_time, FileTime send_time) {
+// When the driver was asked, and what it had answered until then.
+struct Question {
+  FileTime send_time;
+  FileTime last_sync_time;
+
+  // A notification from the future stems from before the clock was set back, and from before what
+  // was written since.
+  [[nodiscard]] bool WasAnswered(FileTime request_time) const {
+    return request_time <= last_sync_time && last_sync_time <= send_time;
+  }
+};
+
+std::uint32_t WaitForSync(FileTime request_time, const Question& question,
+                          const SyncTime::Watch& notifications) {
   constexpr LogFormat<> kStopMessage = L"Synchronize aborting due to service shutdown\n";
   const std::uint64_t timeout_seconds = SyncTimeoutSeconds();
-  SyncWatchdog watchdog(send_time, LastMessageTime.Get(), SystemTimeNow(), timeout_seconds);
+  SyncWatchdog watchdog(question.send_time, LastMessageTime.Get(), SystemTimeNow(),
+                        timeout_seconds);
   const auto give_up = [&] { return GiveUpSync(watchdog, timeout_seconds); };
-  std::uint32_t error = WaitUntil([&] { return LastSyncTime.Get() >= request_time; }, give_up,
-                                  kStopMessage, kDriverWaitMs);
+  const auto reached = [&] {
+    return question.WasAnswered(request_time) || notifications.HasSeen(SystemTimeNow());
+  };
+  std::uint32_t error = WaitUntil(reached, give_up, kStopMessage, kDriverWaitMs);
   if (error != ERROR_SUCCESS) return error;
   // All of the messages have been received; another thread may have an earlier one in hand still.
   const ReaderBarrier barrier = RaiseReaderBarrier();
@@ -107,7 +122,15 @@ std::uint32_t WaitForSync(FileTime request_time, FileTime send_time) {
                    kInHandWaitMs);
 }
 
-std::uint32_t WaitForVerification(const FileKey& file, FileTime start) {
+// Whether every bitmap of the file is verified, or there is no file any more. The driver has
+// answered before some bitmap was made: it is asked again, for that one.
+bool IsVerified(const FileKey& file, const std::wstring& path, FileTime start) {
+  if (AllVerifiedSince(file, start)) return true;
+  return AnyVerifiedSince(file, start) &&
+         FileIsOutOfReach(OpenFileForDriver(path, kVerifyControlCode));
+}
+
+std::uint32_t WaitForVerification(const FileKey& file, const std::wstring& path, FileTime start) {
   const std::uint64_t timeout_seconds = SyncTimeoutSeconds();
   InactivityTimer timer(start, timeout_seconds);
   const auto give_up = [&] {
@@ -119,7 +142,7 @@ std::uint32_t WaitForVerification(const FileKey& file, FileTime start) {
     }
     return is_over;
   };
-  return WaitUntil([&] { return AllVerifiedSince(file, start); }, give_up,
+  return WaitUntil([&] { return IsVerified(file, path, start); }, give_up,
                    L"Verify file is tracked aborting due to service shutdown\n", kDriverWaitMs);
 }
 
@@ -127,11 +150,12 @@ std::uint32_t WaitForVerification(const FileKey& file, FileTime start) {
 
 std::uint32_t Synchronize(FileTime request_time) {
   FlushDriverState();
-  const FileTime send_time = SystemTimeNow();
+  const SyncTime::Watch notifications(LastSyncTime, request_time);
+  const Question question = {.send_time = SystemTimeNow(), .last_sync_time = LastSyncTime.Get()};
   if (const HRESULT result = RequestQueueSync(); result != S_OK) {
     return static_cast<std::uint32_t>(result);
   }
-  return WaitForSync(request_time, send_time);
+  return WaitForSync(request_time, question, notifications);
 }
 
 std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid& volume_guid,
@@ -140,7 +164,7 @@ std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid& vo
   const std::uint32_t error = OpenFileForDriver(path, kVerifyControlCode);
   if (FileIsOutOfReach(error)) return ERROR_SUCCESS;
   if (error != ERROR_SUCCESS) return error;
-  return WaitForVerification({volume_guid, file_id}, start);
+  return WaitForVerification({volume_guid, file_id}, path, start);
 }
 
 std::uint32_t ForceTrackingStop(const std::wstring& path, const VolumeGuid& volume_guid,

@@ -367,6 +367,23 @@ TEST_F(BitmapManagerTest, VerifyTimeCountsForEveryBitmapOfTheFile) {
   EXPECT_FALSE(AllVerifiedSince(kKey, 100));
 }
 
+TEST_F(BitmapManagerTest, VerifyTimeNeverGoesBack) {
+  AddGood();
+  SetLastVerifyTime(kKey, 100);
+  SetLastVerifyTime(kKey, 99);
+  EXPECT_TRUE(AllVerifiedSince(kKey, 100));
+}
+
+TEST_F(BitmapManagerTest, SomeBitmapIsVerifiedWhenOneCameLater) {
+  EXPECT_FALSE(AnyVerifiedSince(kKey, 0));
+  AddGood(kKey, kCreated);
+  EXPECT_FALSE(AnyVerifiedSince(kKey, 100));
+  SetLastVerifyTime(kKey, 100);
+  AddGood(kKey, kCreated + 1);
+  EXPECT_TRUE(AnyVerifiedSince(kKey, 100));
+  EXPECT_FALSE(AnyVerifiedSince(kKey, 101));
+}
+
 TEST_F(BitmapManagerTest, VerifyTimeOfAnUnknownFileMakesNoEntry) {
   SetLastVerifyTime(kKey, 100);
   EXPECT_FALSE(AllVerifiedSince(kKey, 0));

@@ -5,6 +5,7 @@
 #include "tests/integration/support/driver_fixture.h"
 #include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
+#include "win32/file_time.h"
 
 namespace zel {
 namespace {
@@ -30,8 +31,10 @@ constexpr char kDetails[] =
 
 class MessageHandlerTest : public test::DriverFixture {
  protected:
-  static DriverMessage ByThisProcess(DriverMessage message) {
+  // With a stamp from after this process began, `later` units of time.
+  static DriverMessage ByThisProcess(DriverMessage message, FileTime later = 1) {
     message.ProcessId = ::GetCurrentProcessId();
+    message.Timestamp = ThisProcess().start + later;
     return message;
   }
   static DriverMessage WithUnreportedChanges(DriverMessage message) {
@@ -150,18 +153,32 @@ TEST_F(MessageHandlerTest, WriteByThisProcessIsSkippedButItsMarkAndTimeCount) {
   StartLogging(kDriverTrace);
   Handle(ByThisProcess(MakeWrite(0, 1)));
   EXPECT_EQ(Header(id).Unreliable, 0);
-  Handle(ByThisProcess(WithUnreportedChanges(MakeWrite(0, 1, kEventTime + 1))));
+  Handle(ByThisProcess(WithUnreportedChanges(MakeWrite(0, 1)), 2));
   EXPECT_THAT(Bits(id), IsEmpty());
   EXPECT_EQ(Header(id).Unreliable, 1);
-  EXPECT_EQ(LastMessageTime.Get(), kEventTime + 1);
+  EXPECT_EQ(LastMessageTime.Get(), ThisProcess().start + 2);
   const std::vector<std::string> messages = StopLoggingAndGetMessages();
   ASSERT_EQ(messages.size(), 5u);
-  EXPECT_EQ(messages[0], kDetails);
+  EXPECT_THAT(messages[0], ::testing::EndsWith("UnreportedChanges no"));
   EXPECT_EQ(messages[1],
             "TRACE Skipping processing message because this process performed the file operation");
   EXPECT_THAT(messages[2], ::testing::EndsWith("UnreportedChanges yes"));
   EXPECT_THAT(messages[3], ::testing::StartsWith("INFO  Filter driver indicated unreported"));
   EXPECT_EQ(messages[4], messages[1]);
+}
+
+// The driver keeps messages while there is no service, and the next one may get any id.
+TEST_F(MessageHandlerTest, WriteByAnEarlierProcessOfTheSameIdCounts) {
+  const BitmapId id = Create(16);
+  Handle(ByThisProcess(MakeWrite(0, 1), 0));
+  Handle(ByThisProcess(MakeSizeChange(14 * 65'536), ~FileTime{0}));  // one unit before
+  EXPECT_THAT(Bits(id), ElementsAre(0, 14, 15));
+}
+
+TEST_F(MessageHandlerTest, ThisProcessHasBegunBeforeNow) {
+  EXPECT_EQ(ThisProcess().id, ::GetCurrentProcessId());
+  EXPECT_LE(ThisProcess().start, SystemTimeNow());
+  EXPECT_GT(ThisProcess().start, SystemTimeNow() - 3600 * test::kSecond);
 }
 
 TEST_F(MessageHandlerTest, NothingButAVerifyByThisProcessIsActedOn) {
@@ -170,7 +187,7 @@ TEST_F(MessageHandlerTest, NothingButAVerifyByThisProcessIsActedOn) {
                           Type::kQueueSync, Type{}}) {
     Handle(ByThisProcess(MakeMessage(type)));
   }
-  EXPECT_EQ(LastSyncTime.Get(), kEventTime);
+  EXPECT_EQ(LastSyncTime.Get(), ThisProcess().start + 1);
   EXPECT_THAT(StopLoggingAndGetMessages(), IsEmpty());
 }
 
@@ -185,11 +202,11 @@ TEST_F(MessageHandlerTest, UnreportedChangesMarkWhateverTheType) {
 TEST_F(MessageHandlerTest, VerifyStampsEveryBitmapOfItsFile) {
   Create(16);
   Create(16);
-  Handle(ByThisProcess(MakeMessage(Type::kVerify, 1000)));
+  Handle(MakeMessage(Type::kVerify, 1000));
   EXPECT_TRUE(AllVerifiedSince(kKey, 1000));
   EXPECT_FALSE(AllVerifiedSince(kKey, 1001));
-  Handle(MakeMessage(Type::kVerify, 2000));
-  EXPECT_TRUE(AllVerifiedSince(kKey, 2000));
+  Handle(ByThisProcess(MakeMessage(Type::kVerify)));
+  EXPECT_TRUE(AllVerifiedSince(kKey, ThisProcess().start + 1));
 }
 
 TEST_F(MessageHandlerTest, VerifyOfAFileWithoutBitmapsChangesNothing) {

@@ -222,6 +222,36 @@ TEST_F(SynchronizeTest, OlderNotificationDoesNot) {
   EXPECT_EQ(Synchronize(kEventTime), DWORD{ERROR_TIMEOUT});
 }
 
+// The clock was an hour ahead when the driver answered last, and was then set back.
+TEST_F(SynchronizeTest, NotificationFromTheFutureIsNoAnswer) {
+  Start();
+  SyncTimeout = 1;
+  LastSyncTime.Raise(kEventTime + 3600 * kSecond);
+  EXPECT_EQ(Synchronize(kEventTime), DWORD{ERROR_TIMEOUT});
+}
+
+TEST_F(SynchronizeTest, FurtherNotificationAfterOneFromTheFutureIs) {
+  WaitPatiently();
+  Start();
+  const BitmapId id = Create(16);
+  LastSyncTime.Raise(kEventTime + 3600 * kSecond);
+  port_.on_send = [this](int) {
+    port_.Post(MakeWrite(0, 1, test::FakeClock::now));
+    port_.Post(MakeMessage(Type::kQueueSync, test::FakeClock::now));
+  };
+  EXPECT_EQ(Synchronize(test::FakeClock::now), 0u);
+  EXPECT_THAT(Bits(id), ElementsAre(0));
+}
+
+TEST_F(SynchronizeTest, NotificationThatComesFromTheFutureIsNoAnswerEither) {
+  Start();
+  SyncTimeout = 1;
+  port_.on_send = [this](int) {
+    port_.Post(MakeMessage(Type::kQueueSync, kEventTime + 3600 * kSecond));
+  };
+  EXPECT_EQ(Synchronize(kEventTime), DWORD{ERROR_TIMEOUT});
+}
+
 TEST_F(SynchronizeTest, TwoInARowWithoutAMessageBetweenThemBothReturn) {
   WaitPatiently();
   Start();
@@ -352,6 +382,34 @@ TEST_F(VerifyFileIsTrackedTest, AnswerToAnEarlierControlCodeDoesNotCount) {
   SyncTimeout = 1;
   AnswerVerifies(kEventTime - 1);
   EXPECT_EQ(Verify(), DWORD{ERROR_TIMEOUT});
+}
+
+// As when another agent starts tracking of the file meanwhile.
+TEST_F(VerifyFileIsTrackedTest, BitmapMadeAfterTheAnswerIsVerifiedByAnotherOne) {
+  Create(16);
+  WaitPatiently();
+  Start();
+  int answers = 0;
+  opens_.on_control = [&] {
+    port_.Post(MakeMessage(Type::kVerify, test::FakeClock::now));
+    ASSERT_TRUE(port_.WaitForReads(kMessageThreads));
+    if (++answers == 1) Create(16);
+  };
+  EXPECT_EQ(Verify(), 0u);
+  EXPECT_EQ(answers, 2);
+  EXPECT_THAT(opens_.TakeControlCodes(), Each(kVerifyControlCode));
+}
+
+TEST_F(VerifyFileIsTrackedTest, FileThatGoesBeforeItsNewBitmapIsVerifiedNeedsNoMore) {
+  Create(16);
+  Start();
+  opens_.on_control = [&] {
+    port_.Post(MakeMessage(Type::kVerify, test::FakeClock::now));
+    ASSERT_TRUE(port_.WaitForReads(kMessageThreads));
+    Create(16);
+    opens_.open_errors[path_] = ERROR_FILE_NOT_FOUND;
+  };
+  EXPECT_EQ(Verify(), 0u);
 }
 
 TEST_F(VerifyFileIsTrackedTest, FileThatTheManagerDoesNotKnowIsNotVerified) {

@@ -93,5 +93,25 @@ TEST(DriverMessageTest, ReservedBytesMayBeAnything) {
   }
 }
 
+TEST(IsOperationOfTest, ProcessDidWhatHasItsIdAndIsFromAfterItsStart) {
+  const ProcessIdentity process = {.id = 4711, .start = 1000};
+  DriverMessage message = {};
+  message.ProcessId = 4711;
+  message.Timestamp = 1001;
+  EXPECT_TRUE(IsOperationOf(process, message));
+  message.Timestamp = 1000;
+  EXPECT_FALSE(IsOperationOf(process, message));
+  message.Timestamp = 1001;
+  message.ProcessId = 4712;
+  EXPECT_FALSE(IsOperationOf(process, message));
+}
+
+TEST(IsOperationOfTest, NothingIsTheOperationOfAProcessWhoseStartIsUnknown) {
+  DriverMessage message = {};
+  message.ProcessId = 4711;
+  message.Timestamp = ~FileTime{0};
+  EXPECT_FALSE(IsOperationOf({.id = 4711}, message));
+}
+
 }  // namespace
 }  // namespace zel

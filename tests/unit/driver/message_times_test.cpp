@@ -52,5 +52,57 @@ TEST(HighWaterMarkTest, ReaderOfATimeSeesWhatWasDoneBefore) {
   EXPECT_EQ(done, 1);  // ThreadSanitizer watches
 }
 
+TEST(SyncTimeTest, WatchSeesWhatCameSinceAtOrPastItsPoint) {
+  SyncTime times;
+  times.Raise(100);
+  const SyncTime::Watch watch(times, 50);
+  EXPECT_FALSE(watch.HasSeen(1000));
+  times.Raise(49);
+  EXPECT_FALSE(watch.HasSeen(1000));
+  times.Raise(50);  // although 100 stays the latest
+  EXPECT_TRUE(watch.HasSeen(1000));
+  EXPECT_EQ(times.Get(), 100u);
+}
+
+TEST(SyncTimeTest, WatchDoesNotSeeTheFuture) {
+  SyncTime times;
+  const SyncTime::Watch watch(times, 50);
+  times.Raise(70);
+  EXPECT_FALSE(watch.HasSeen(69));
+  times.Raise(60);
+  EXPECT_FALSE(watch.HasSeen(59));
+  EXPECT_TRUE(watch.HasSeen(60));
+}
+
+TEST(SyncTimeTest, EveryWatchSeesUntilItGoes) {
+  SyncTime times;
+  const SyncTime::Watch first(times, 1);
+  {
+    const SyncTime::Watch second(times, 1);
+    const SyncTime::Watch third(times, 2);
+    times.Raise(1);
+    EXPECT_TRUE(first.HasSeen(1));
+    EXPECT_TRUE(second.HasSeen(1));
+    EXPECT_FALSE(third.HasSeen(1));
+  }
+  times.Raise(2);
+  const SyncTime::Watch later(times, 1);
+  EXPECT_FALSE(later.HasSeen(2));
+}
+
+TEST(SyncTimeTest, WatchesComeAndGoWhileTimesAreRaised) {
+  SyncTime times;
+  std::vector<std::jthread> threads;
+  for (FileTime thread = 1; thread <= 4; ++thread) {
+    threads.emplace_back([&times, thread] {
+      for (int i = 0; i < 1000; ++i) {
+        const SyncTime::Watch watch(times, thread);
+        times.Raise(thread);
+        EXPECT_TRUE(watch.HasSeen(thread));
+      }
+    });
+  }
+}
+
 }  // namespace
 }  // namespace zel
