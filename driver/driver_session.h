@@ -12,6 +12,7 @@
 
 #include "driver/driver_port.h"
 #include "driver/reader_barrier.h"
+#include "driver/receive_slots.h"
 #include "win32/handles.h"
 
 namespace zel {
@@ -22,6 +23,7 @@ struct DriverSession {
   UniqueEvent serviceThreadStartEvent;     // manual reset: the threads may read
   UniqueEvent serviceThreadShutdownEvent;  // manual reset: they and those who wait are to end
   ReaderStates readers;
+  ReceiveSlots slots;
   // Set for every probe of a reader; each resets itself. Made by its thread before the first read,
   // and not replaced.
   std::array<UniqueEvent, kMessageThreads> probe_events;

@@ -1,11 +1,9 @@
-
 #include <windows.h>
 
 // After <windows.h>:
 #include <fltuser.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <utility>
 
@@ -18,18 +16,18 @@ namespace zel {
 
 namespace {
 
-constexpr std::size_t kReceiveBufferBytes = 65'536;
 constexpr DWORD kPauseMs = 1'000;
-// For a cancelled read to end, and for one that could not be cancelled because it has ended: the
-// system may be about to tell so.
-constexpr DWORD kCancelledLimitMs = 1'000;
+// For a read that could not be cancelled because it has ended: the system may be about to tell so.
 constexpr DWORD kEndedLimitMs = 100;
 
 class MessageReader {
  public:
   // `received`: manual reset, for this reader alone.
-  MessageReader(const DriverSession& session, ReaderState& state, HANDLE probe, HANDLE received)
-      : session_(session), state_(state), probe_(probe), received_(received) {}
+  MessageReader(const DriverSession& session, ReaderState& state, ReceiveSlot& slot, HANDLE probe,
+                HANDLE received)
+      : session_(session), state_(state), slot_(slot), probe_(probe), received_(received) {
+    ClaimSlot(slot_, ThisProcess());
+  }
 
   void Run() {
     while (!driverThreadsStopping) {
@@ -51,38 +49,47 @@ class MessageReader {
   // message has left the driver's queue and is handled: the driver will not send it again.
   void TakeReadBack();
 
-  void HandleReceived() {
-    HandleDriverMessage(
-        std::span(buffer_).first(std::min<std::size_t>(overlapped_.InternalHigh, buffer_.size())));
+  void HandleReceived(std::size_t bytes) {
+    HandleDriverMessage(std::span(slot_.Message).first(std::min(bytes, kReceiveBufferBytes)));
+  }
+
+  // What the message tells is recorded: the next start of the service need not handle it again.
+  void EndRead() {
+    MarkEmpty(slot_);
+    state_.EndRead();
   }
 
   const DriverSession& session_;
   ReaderState& state_;
+  ReceiveSlot& slot_;
   const HANDLE probe_;     // set for every probe; resets itself
   const HANDLE received_;  // set from the end of a read until the beginning of the next
   bool is_reading_ = false;
   bool last_read_was_refused_ = false;
   OVERLAPPED overlapped_;
-  // Not cleared between reads: only what a read has transferred is ever looked at.
-  alignas(FILTER_MESSAGE_HEADER) std::array<std::byte, kReceiveBufferBytes> buffer_;
 };
+
+static_assert(offsetof(ReceiveSlot, Message) % alignof(FILTER_MESSAGE_HEADER) == 0);
 
 bool MessageReader::BeginRead() {
   TakeReadBack();  // if the wait for it failed
   ::ResetEvent(received_);
   overlapped_ = {};
   overlapped_.hEvent = received_;
+  PrepareForRead(slot_);
   state_.BeginRead();
-  const HRESULT result = ::FilterGetMessage(
-      session_.port->get(), reinterpret_cast<FILTER_MESSAGE_HEADER*>(buffer_.data()),
-      static_cast<DWORD>(buffer_.size()), &overlapped_);
+  const HRESULT result = ::FilterGetMessage(session_.port->get(),
+                                            reinterpret_cast<FILTER_MESSAGE_HEADER*>(slot_.Message),
+                                            kReceiveBufferBytes, &overlapped_);
   is_reading_ = result == HRESULT_FROM_WIN32(ERROR_IO_PENDING);
   const bool refused_before = std::exchange(last_read_was_refused_, !is_reading_);
   if (is_reading_) return true;
-  state_.EndRead();
   if (!refused_before) {
     LogMessage(kDriverCommError, L"Unexpected result 0x%08x from FilterGetMessage\n", result);
   }
+  // Unexpected, but its message has left the driver's queue.
+  if (result == S_OK && HoldsMessage(slot_)) HandleReceived(sizeof(DriverMessage));
+  EndRead();
   ::WaitForSingleObject(session_.serviceThreadShutdownEvent.get(), kPauseMs);
   return false;
 }
@@ -111,20 +118,24 @@ bool MessageReader::WaitForRead() {
 void MessageReader::FinishRead() {
   is_reading_ = false;
   if (overlapped_.Internal == 0) {
-    HandleReceived();
+    HandleReceived(overlapped_.InternalHigh);
   } else {
     const ErrorInfo error(static_cast<std::uint32_t>(overlapped_.Internal));
     LogMessage(kDriverCommError, L"FilterGetMessage failed: %hs\n", error.text());
   }
-  state_.EndRead();
+  EndRead();
 }
 
 void MessageReader::TakeReadBack() {
   if (!std::exchange(is_reading_, false)) return;
   const bool cancelled = ::CancelIoEx(session_.port->get(), &overlapped_);
-  const DWORD wait =
-      ::WaitForSingleObject(received_, cancelled ? kCancelledLimitMs : kEndedLimitMs);
-  if (wait == WAIT_OBJECT_0 && overlapped_.Internal == 0) HandleReceived();
+  // A cancelled read is the system's until it has ended.
+  const DWORD wait = ::WaitForSingleObject(received_, cancelled ? INFINITE : kEndedLimitMs);
+  // Else the port may still put a message into the slot, which then tells the next start of it.
+  if (wait == WAIT_OBJECT_0) {
+    if (overlapped_.Internal == 0) HandleReceived(overlapped_.InternalHigh);
+    MarkEmpty(slot_);
+  }
   state_.EndRead();
 }
 
@@ -157,7 +168,9 @@ unsigned __stdcall DriverMessageThread(void* start_information) {
   UniqueEvent received;
   if (!MakeEvent(probe, FALSE) || !MakeEvent(received, TRUE)) return 0;
   if (!WaitForStart(session)) return 0;
-  MessageReader(session, session.readers.at(reader), probe.get(), received.get()).Run();
+  MessageReader(session, session.readers.at(reader), session.slots.at(reader), probe.get(),
+                received.get())
+      .Run();
   LogMessage(kDriverCommDebug, L"Service thread shutdown\n");
   return 0;
 }

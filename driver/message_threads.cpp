@@ -64,6 +64,7 @@ std::uint32_t MakeSession() ZEL_EXCLUDES(threadsLock) {
   const auto session = std::make_shared<DriverSession>();
   session->port = CurrentDriverPort();
   if (const std::uint32_t error = MakeEvents(*session); error != ERROR_SUCCESS) return error;
+  session->slots = OpenReceiveSlots();
   currentSession.Set(session);
   if (const std::uint32_t error = MakeThreads(*session); error != ERROR_SUCCESS) return error;
   ::SetEvent(session->serviceThreadStartEvent.get());
@@ -90,7 +91,8 @@ std::uint32_t StartDriverThreads() {
 void StopDriverThreads() ZEL_EXCLUDES(threadsLock) {
   driverThreadsStopping = true;
   const LockGuard guard(threadsLock);
-  if (const std::shared_ptr<DriverSession> session = currentSession.Get()) {
+  const std::shared_ptr<DriverSession> session = currentSession.Get();
+  if (session != nullptr) {
     ::SetEvent(session->serviceThreadStartEvent.get());
     ::SetEvent(session->serviceThreadShutdownEvent.get());
     WaitForThreads();
@@ -98,6 +100,8 @@ void StopDriverThreads() ZEL_EXCLUDES(threadsLock) {
     currentSession.Set(nullptr);
   }
   CloseDriverPort();
+  // After the port, which may still have a read that could not be taken back.
+  if (session != nullptr) session->slots.Close();
 }
 
 bool WaitForDriverStop(DWORD timeout_ms) {

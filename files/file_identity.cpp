@@ -94,7 +94,7 @@ std::vector<VolumeGuid> ListVolumeGuids(const std::wstring& directory) {
     const std::optional<VolumeGuid> guid = ParseVolumeGuid(entry->cFileName);
     if (guid && *guid != VolumeGuid{}) {
       guids.push_back(*guid);
-    } else {
+    } else if (entry->cFileName != kReceivedMessagesName) {
       LogMessage(kBitmapDebug, L"Entry in CBT directory is not a VolumeGuid: %ls\n",
                  entry->cFileName);
     }

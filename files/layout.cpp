@@ -39,6 +39,11 @@ std::wstring ComposeCbtDirectory(std::wstring_view install_directory) {
   return directory.append(install_directory).append(LR"(\cbt)");
 }
 
+std::wstring ComposeReceivedMessagesPath(std::wstring_view cbt_directory) {
+  std::wstring path(cbt_directory);
+  return path.append(1, L'\\').append(kReceivedMessagesName);
+}
+
 std::wstring_view GuidTextInVolumeName(std::wstring_view volume_name) {
   constexpr std::wstring_view kPrefix = LR"(\\?\Volume{)";
   constexpr std::size_t kGuidChars = 36;

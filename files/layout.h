@@ -23,6 +23,10 @@ inline constexpr std::size_t kMaxPathLength = 259;
 // May be longer than kMaxPathLength.
 [[nodiscard]] std::wstring ComposeCbtDirectory(std::wstring_view install_directory);
 
+// The file beside the volumes' directories that keeps the messages in hand.
+inline constexpr std::wstring_view kReceivedMessagesName = L"received-messages";
+[[nodiscard]] std::wstring ComposeReceivedMessagesPath(std::wstring_view cbt_directory);
+
 // The characters between the braces of \\?\Volume{...}\, where a volume name has its GUID: up to
 // 36 of them, fewer when the name is shorter. What they are is not checked.
 [[nodiscard]] std::wstring_view GuidTextInVolumeName(std::wstring_view volume_name);

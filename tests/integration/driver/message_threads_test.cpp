@@ -257,6 +257,19 @@ TEST_F(MessageThreadsTest, ImmediateSuccessIsUnexpectedAndItsPauseASecond) {
               ElementsAre("ERROR Unexpected result 0x00000000 from FilterGetMessage"));
 }
 
+TEST_F(MessageThreadsTest, MessageOfAnImmediateSuccessIsHandledBeforeThePause) {
+  test::ShortWaits waits;
+  const BitmapId id = Create(16);
+  port_.AnswerReads(S_OK);
+  port_.Post(MakeWrite(0, 1));
+  OneReader reader;
+  reader.Release();
+  ASSERT_TRUE(PollUntil([&] { return port_.refused_reads() >= 3; }));
+  reader.Stop();
+  EXPECT_THAT(Bits(id), ElementsAre(0));
+  EXPECT_THAT(waits.Take(), ::testing::Each(1000u));
+}
+
 // Fails the waits of the message threads while it is armed, with whatever is ready left unseen.
 std::atomic<int> failing_waits{0};
 decltype(&::WaitForMultipleObjects) real_wait_for_multiple = nullptr;

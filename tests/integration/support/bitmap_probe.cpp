@@ -11,7 +11,7 @@
 
 #include "bitmap/zel_set_bits.h"
 #include "tests/integration/support/bitmap_file.h"
-#include "win32/handles.h"
+#include "tests/integration/support/wait_to_be_killed.h"
 
 namespace zel::test {
 namespace {
@@ -44,10 +44,7 @@ int RunHold(BitmapRecord& record, const wchar_t* event_name) {
   const RtlBitmap* const bitmap = &record.Data->BitmapHeader;
   for (std::uint32_t bit = 0; bit < bitmap->SizeOfBitMap; bit += 3) ZelSetBits(bitmap, bit, 1);
   ZelSetBits(bitmap, 1000, 2000);
-  const UniqueEvent event(::OpenEventW(EVENT_MODIFY_STATE, FALSE, event_name));
-  if (!event || !::SetEvent(event.get())) return 1;
-  ::WaitForSingleObject(::GetCurrentProcess(), INFINITE);
-  return 1;
+  return WaitToBeKilled(event_name);
 }
 
 }  // namespace

@@ -14,6 +14,10 @@ TEST(ComposeCbtDirectoryTest, WithoutInstallDirectoryHasNoCbtComponent) {
   EXPECT_EQ(ComposeCbtDirectory(L""), L"\\\\?\\C:\\velmora");
 }
 
+TEST(ComposeReceivedMessagesPathTest, StandsInTheCbtDirectory) {
+  EXPECT_EQ(ComposeReceivedMessagesPath(L"\\\\?\\D:\\cbt"), L"\\\\?\\D:\\cbt\\received-messages");
+}
+
 TEST(ComposeCbtDirectoryTest, InstallDirectoryOf251CharactersIsTheLongestPossible) {
   EXPECT_EQ(ComposeCbtDirectory(std::wstring(251, L'd')).size(), kMaxPathLength);
   EXPECT_GT(ComposeCbtDirectory(std::wstring(252, L'd')).size(), kMaxPathLength);
