@@ -42,7 +42,13 @@ LoadFailure OpenAndMapBitmap(BitmapData& data) {
   data.FileSize = data.File->size();
   // Read once: another program that has the file mapped could change it. A file shorter than a
   // header reads as zeros from its end on, so that its BitmapSize does not fit either.
-  data.BitmapSize = data.header()->BitmapSize;
+  std::uint32_t bitmap_size = 0;
+  if (const std::uint32_t fault =
+          TouchView(data, [&] { bitmap_size = data.header()->BitmapSize; })) {
+    data.File.reset();
+    return {LoadFault::kFault, fault};
+  }
+  data.BitmapSize = bitmap_size;
   if (!FitsBitmapFile(data.BitmapSize, data.FileSize)) {
     data.File.reset();
     return {LoadFault::kCorrupted, data.BitmapSize};
@@ -67,17 +73,22 @@ FlushResult FlushChanges(BitmapData& data) {
   return result;
 }
 
-void FlushOwedMark(BitmapData& data) {
+bool FlushOwedMark(BitmapData& data) {
   const LockGuard guard(data.FlushLock);
-  if (!data.OwesMark.exchange(false, std::memory_order_acq_rel) || !data.File) return;
+  if (!data.OwesMark.exchange(false, std::memory_order_acq_rel) || !data.File) return true;
   // Each is tried, whatever comes of the other.
-  LogFlushFailure(data, Outcome(FlushResult::Step::kHeader, data.File->FlushHeader()));
-  LogFlushFailure(data, Outcome(FlushResult::Step::kFile, data.File->FlushToDevice()));
+  const FlushResult header = Outcome(FlushResult::Step::kHeader, data.File->FlushHeader());
+  LogFlushFailure(data, header);
+  const FlushResult file = Outcome(FlushResult::Step::kFile, data.File->FlushToDevice());
+  LogFlushFailure(data, file);
+  return header.ok() && file.ok();
 }
 
 FlushResult MarkClosedCleanly(BitmapData& data) {
   const LockGuard guard(data.FlushLock);
-  data.header()->ClosedCleanly = 1;
+  if (const std::uint32_t fault = TouchView(data, [&] { data.header()->ClosedCleanly = 1; })) {
+    return {FlushResult::Step::kTouch, fault};
+  }
   return Outcome(FlushResult::Step::kView, data.File->FlushView());
 }
 
@@ -91,6 +102,7 @@ void LogFlushFailure(const BitmapData& data, const FlushResult& result) {
   const ErrorInfo error(result.code);
   switch (result.failed) {
     case FlushResult::Step::kNone:
+    case FlushResult::Step::kTouch:  // the bitmap has failed, which has been logged
       return;
     case FlushResult::Step::kHeader:
       LogMessage(kBitmapError, L"Failed to flush bitmap header to disk: %hs\n", error.text());
@@ -102,6 +114,11 @@ void LogFlushFailure(const BitmapData& data, const FlushResult& result) {
       LogMessage(kBitmapError, L"Failed to flush bitmap file %s to disk: %hs\n",
                  data.FileName.c_str(), error.text());
   }
+}
+
+void LogViewFault(const std::wstring& file_name, std::uint32_t fault) {
+  LogMessage(kBitmapError, L"Reading or writing bitmap %s failed: %hs\n", file_name.c_str(),
+             ErrorInfo(fault).text());
 }
 
 }  // namespace zel

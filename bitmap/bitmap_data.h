@@ -15,6 +15,7 @@
 #include "bitmap/bitmap_file.h"
 #include "bitmap/change/change_bitmap.h"
 #include "win32/mutex.h"
+#include "win32/view_fault.h"
 
 namespace zel {
 
@@ -38,13 +39,21 @@ struct BitmapData {
   [[nodiscard]] BitmapFileHeader* header() const { return File ? File->header() : nullptr; }
 };
 
+// Does `work`, which reads or writes the header or the bits and owns nothing (win32/view_fault.h):
+// outside of it nobody touches them. Returns 0, or the code of a fault.
+template <class Work>
+[[nodiscard]] std::uint32_t TouchView(const BitmapData& data, Work work) {
+  return CatchViewFault(data.header(), kBitmapHeaderSize + std::size_t{data.BitmapSize}, work);
+}
+
 // Why a bitmap could not be loaded, and how the system or the file says so.
 enum class LoadFault : std::uint8_t {
   kNone,
-  kOpen,  // these four: what a system call said
+  kOpen,  // these five: what the system said
   kSize,
   kMapping,
   kView,
+  kFault,      // the view could not be read or written
   kCorrupted,  // too short for its header
   kBlockSize,  // the header's is not that of the name
   kMagic,      // this and the next two: what stands in the header
@@ -63,7 +72,7 @@ struct LoadFailure {
 
 // What a flush came to.
 struct FlushResult {
-  enum class Step { kNone, kHeader, kView, kFile } failed = Step::kNone;
+  enum class Step { kNone, kTouch, kHeader, kView, kFile } failed = Step::kNone;
   std::uint32_t code = 0;
 
   [[nodiscard]] bool ok() const { return failed == Step::kNone; }
@@ -73,10 +82,11 @@ struct FlushResult {
 FlushResult FlushChanges(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
 
 // Takes a mark that is owed, and has not been flushed, to the device. A failure is logged. The file
-// may have been closed meanwhile: then nothing is owed any more.
-void FlushOwedMark(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
+// may have been closed meanwhile: then nothing is owed any more. False for a failure.
+bool FlushOwedMark(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
 
-// Writes the mark of a clean close into the file cache.
+// Writes the mark of a clean close into the file cache. It stands there, unless the step that
+// failed is kTouch.
 FlushResult MarkClosedCleanly(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
 
 // Closes the file, unless somebody holds a pin: then it goes with the last one's data.
@@ -84,5 +94,8 @@ void CloseIfUnpinned(BitmapData& data) ZEL_EXCLUDES(data.FlushLock);
 
 // Logs a failure; nothing for a success.
 void LogFlushFailure(const BitmapData& data, const FlushResult& result);
+
+// Logs that the view of a bitmap's file failed.
+void LogViewFault(const std::wstring& file_name, std::uint32_t fault);
 
 }  // namespace zel

@@ -57,6 +57,15 @@ class BitmapFiles {
   // Marks a file Unreliable on the device, whoever else has it open and shares writing; one too
   // short for a header stays as it is, and is no failure.
   [[nodiscard]] virtual std::uint32_t Distrust(const std::wstring& path) = 0;
+
+  // The mark beside a file that cannot be opened: changes are missing from it. On the device once
+  // it is left; one that is there already is no failure, nor is one that is not there to be
+  // removed.
+  [[nodiscard]] virtual std::uint32_t LeaveMissedMark(const std::wstring& path) = 0;
+  [[nodiscard]] virtual std::uint32_t RemoveMissedMark(const std::wstring& path) = 0;
+
+  // True in doubt.
+  [[nodiscard]] virtual bool HasMissedMark(const std::wstring& path) = 0;
 };
 
 // The files of this system. Lives as long as the process.

@@ -1,11 +1,14 @@
 #include "bitmap/bitmap_manager.h"
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <utility>
 
 #include "bitmap/bitmap_cache.h"
 #include "bitmap/bitmap_sweep.h"
+#include "bitmap/missed_changes.h"
+#include "errors/error_info.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "win32/file_time.h"
@@ -43,13 +46,12 @@ std::optional<PinnedBitmap> PinIfLoaded(const BitmapRecord& record, Purpose purp
   const SharedGuard guard(bitmapCacheLock);
   if (IsPassedBy(record, purpose)) return PinnedBitmap();
   if (record.Data != nullptr) return PinnedBitmap(record.Data);
-  if (!loadsAreAllowed) return PinnedBitmap();
   return std::nullopt;
 }
 
-void NoteMissedChange(BitmapRecord& record) {
-  const LockGuard guard(bitmapCacheLock);
-  record.ChangeMissed = !record.Discarded;
+bool MayLoad() {
+  const SharedGuard guard(bitmapCacheLock);
+  return loadsAreAllowed;
 }
 
 // Waits for whoever is loading, unloading or deleting this bitmap.
@@ -58,7 +60,7 @@ PinnedBitmap LoadAndPin(BitmapRecord& record, Purpose purpose) {
   const LockGuard file(record.Lock);
   if (auto pinned = PinIfLoaded(record, purpose)) return std::move(*pinned);
   const bool is_change = purpose == Purpose::kChange;
-  if (LoadBitmap(record, is_change ? LoadLog::kFirstOfRun : LoadLog::kEvery)) {
+  if (MayLoad() && LoadBitmap(record, is_change ? LoadLog::kFirstOfRun : LoadLog::kEvery)) {
     return PinIfLoaded(record, purpose).value_or(PinnedBitmap());
   }
   if (is_change) NoteMissedChange(record);
@@ -232,6 +234,25 @@ std::map<FileKey, std::vector<BitmapInfo>> ListAllBitmaps() {
     }
   }
   return bitmaps;
+}
+
+void FailBitmapInUse(const PinnedBitmap& bitmap, std::uint32_t fault) {
+  for (const auto& record : RecordsWithId(bitmap->BitmapId)) {
+    if (record->FileName != bitmap->FileName) continue;
+    const LockGuard file(record->Lock);
+    FailBitmap(*record, bitmap.data(), fault);
+  }
+}
+
+std::uint32_t ReadBitmap(const PinnedBitmap& bitmap, std::size_t offset,
+                         std::span<std::byte> bytes) {
+  const std::uint32_t fault = TouchView(*bitmap, [&] {
+    const auto* const file = reinterpret_cast<const std::byte*>(bitmap->header());
+    std::memcpy(bytes.data(), file + offset, bytes.size());
+  });
+  if (fault == 0) return 0;
+  FailBitmapInUse(bitmap, fault);
+  return ErrorInfo(fault).code();
 }
 
 void DeleteBitmapById(BitmapId bitmap_id, VolumeGuid& volume_guid, FileId& file_id) {

@@ -6,8 +6,10 @@
 // Lifetime: pinned bitmaps stay mapped until their guard goes, also over deletion and shutdown.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -70,6 +72,15 @@ bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id
 
 // One bitmap, loaded and pinned; empty when there is none with this id that can be used.
 [[nodiscard]] PinnedBitmap GetBitmapById(BitmapId bitmap_id) ZEL_EXCLUDES(bitmapCacheLock);
+
+// Copies bytes of the bitmap's file, which has them, header included. 0, or the Win32 code of a
+// fault, with which the bitmap has failed as FailBitmapInUse says.
+[[nodiscard]] std::uint32_t ReadBitmap(const PinnedBitmap& bitmap, std::size_t offset,
+                                       std::span<std::byte> bytes) ZEL_EXCLUDES(bitmapCacheLock);
+
+// For whoever meets a fault in the bitmap's view (TouchView): it alone counts from then on as one
+// that could not be opened and misses changes. Its pins stay what they are.
+void FailBitmapInUse(const PinnedBitmap& bitmap, std::uint32_t fault) ZEL_EXCLUDES(bitmapCacheLock);
 
 // A snapshot of every bitmap that is not discarded, by file; nothing is loaded.
 [[nodiscard]] std::map<FileKey, std::vector<BitmapInfo>> ListAllBitmaps()

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <utility>
 
+#include "bitmap/missed_changes.h"
 #include "errors/error_info.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
@@ -16,10 +17,6 @@ namespace {
 // Win32 codes, in words of this file's own: it is built where there is no <windows.h>, too.
 constexpr std::uint32_t kFileNotFound = 2;
 constexpr std::uint32_t kPathNotFound = 3;
-
-bool IsMissing(std::uint32_t error) {
-  return error == kFileNotFound || error == kPathNotFound;
-}
 
 // Lets go of the loaded bitmap: no new pin comes.
 void Detach(BitmapRecord& record) {
@@ -38,9 +35,12 @@ bool DetachIdle(BitmapRecord& record, const UnloadOutcome& outcome) {
   return true;
 }
 
-bool IsIdle(BitmapData& data, FileTime cutoff) {
-  return data.InUseCount.load(std::memory_order_acquire) == 0 &&
-         std::atomic_ref(data.header()->LastUpdateTime).load() <= cutoff;
+// The code of a fault in the view, or 0.
+std::uint32_t SeeIfIdle(BitmapData& data, FileTime cutoff, bool& is_idle) {
+  is_idle = false;
+  if (data.InUseCount.load(std::memory_order_acquire) != 0) return 0;
+  return TouchView(
+      data, [&] { is_idle = std::atomic_ref(data.header()->LastUpdateTime).load() <= cutoff; });
 }
 
 bool IsDiscarded(const BitmapRecord& record) {
@@ -48,31 +48,45 @@ bool IsDiscarded(const BitmapRecord& record) {
   return record.Discarded;
 }
 
-// No change reaches a discarded bitmap any more; should its file outlive this, it says so.
-void DistrustDiscarded(const BitmapRecord& record, BitmapData& data) {
-  if (!IsDiscarded(record)) return;
-  std::atomic_ref(data.header()->Unreliable).store(1);
+// No change reaches a discarded bitmap any more; should its file outlive this, it says so. The code
+// of a fault in the view, or 0.
+std::uint32_t DistrustDiscarded(const BitmapRecord& record, BitmapData& data) {
+  if (!IsDiscarded(record)) return 0;
   data.HasChanges = true;
+  return TouchView(data, [&] { std::atomic_ref(data.header()->Unreliable).store(1); });
+}
+
+FlushResult FlushBits(const BitmapRecord& record, BitmapData& data) {
+  if (const std::uint32_t fault = DistrustDiscarded(record, data)) {
+    return {FlushResult::Step::kTouch, fault};
+  }
+  return FlushChanges(data);
 }
 
 // What follows the flush of the bits: the mark that vouches for them. Without them it stays away,
 // and the next load takes the bitmap for unreliable; a mark that waits its turn goes now, as well
 // as it can.
-void MarkAndClose(UnloadOutcome& outcome) {
+void MarkAndClose(BitmapRecord& record, UnloadOutcome& outcome) ZEL_REQUIRES(record.Lock) {
   if (outcome.bits.ok()) {
     outcome.mark = MarkClosedCleanly(*outcome.data);
   } else {
     FlushOwedMark(*outcome.data);
   }
   CloseIfUnpinned(*outcome.data);
+  if (const std::uint32_t fault = outcome.Fault()) FailBitmap(record, outcome.data, fault);
 }
 
-UnloadOutcome UnloadIdle(BitmapRecord& record, UnloadOutcome outcome, FileTime cutoff) {
-  if (!IsIdle(*outcome.data, cutoff)) return {};
-  DistrustDiscarded(record, *outcome.data);
-  outcome.bits = FlushChanges(*outcome.data);
+UnloadOutcome UnloadIdle(BitmapRecord& record, UnloadOutcome outcome, FileTime cutoff)
+    ZEL_REQUIRES(record.Lock) {
+  bool is_idle = false;
+  if (const std::uint32_t fault = SeeIfIdle(*outcome.data, cutoff, is_idle)) {
+    FailBitmap(record, outcome.data, fault);
+    return {};
+  }
+  if (!is_idle) return {};
+  outcome.bits = FlushBits(record, *outcome.data);
   if (!DetachIdle(record, outcome)) return {};
-  MarkAndClose(outcome);
+  MarkAndClose(record, outcome);
   return outcome;
 }
 
@@ -85,6 +99,10 @@ void LogRecord(int selector, LogFormat<std::uint64_t, const wchar_t*, std::uint6
              record.FileId);
 }
 
+bool IsMissingFile(std::uint32_t error) {
+  return error == kFileNotFound || error == kPathNotFound;
+}
+
 std::shared_ptr<BitmapData> LoadedData(const BitmapRecord& record) {
   const SharedGuard guard(bitmapCacheLock);
   return record.Data;
@@ -95,9 +113,8 @@ UnloadOutcome UnloadBitmap(BitmapRecord& record, UnloadIf condition, FileTime cu
   if (outcome.data == nullptr) return {};
   if (condition == UnloadIf::kIdle) return UnloadIdle(record, std::move(outcome), cutoff);
   Detach(record);  // first: only those who have a pin already can change it from now on
-  DistrustDiscarded(record, *outcome.data);
-  outcome.bits = FlushChanges(*outcome.data);
-  MarkAndClose(outcome);
+  outcome.bits = FlushBits(record, *outcome.data);
+  MarkAndClose(record, outcome);
   return outcome;
 }
 
@@ -105,7 +122,7 @@ void LogUnload(const BitmapRecord& record, const UnloadOutcome& outcome) {
   if (outcome.data == nullptr) return;
   LogFlushFailure(*outcome.data, outcome.bits);
   LogFlushFailure(*outcome.data, outcome.mark);
-  if (outcome.bits.ok()) {
+  if (outcome.bits.ok() && outcome.Fault() == 0) {
     LogRecord(kBitmapDebug,
               L"Cleanly unloaded BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x\n", record);
   } else {
@@ -118,13 +135,17 @@ void LogUnload(const BitmapRecord& record, const UnloadOutcome& outcome) {
 }
 
 bool DeleteOutcome::IsFinal() const {
-  return error == 0 || IsMissing(error) || mark_error == 0;
+  return error == 0 || IsMissingFile(error) || is_marked;
 }
 
 DeleteOutcome DeleteBitmapFile(BitmapRecord& record) {
   DeleteOutcome outcome = {.unload = UnloadBitmap(record, UnloadIf::kAlways)};
-  outcome.mark_error = SystemBitmapFiles().Distrust(record.FileName);
+  outcome.mark_error = LeaveMark(record);
+  outcome.is_marked = record.Mark == MissedMark::kInFile;
   outcome.error = SystemBitmapFiles().Delete(record.FileName);
+  const bool is_gone = outcome.error == 0 || IsMissingFile(outcome.error);
+  // Perhaps an earlier process left it. Without its file it tells nobody anything.
+  if (is_gone) (void)SystemBitmapFiles().RemoveMissedMark(record.FileName);
   return outcome;
 }
 
@@ -135,7 +156,7 @@ void LogDelete(const BitmapRecord& record, const DeleteOutcome& outcome) {
     LogMessage(kBitmapDebug, L"Deleted bitmap %s\n", name);
     return;
   }
-  if (IsMissing(outcome.error)) return;
+  if (IsMissingFile(outcome.error)) return;
   LogMessage(kBitmapError, L"Failed to delete bitmap %s: %hs\n", name,
              ErrorInfo(outcome.error).text());
   if (outcome.mark_error == 0) return;

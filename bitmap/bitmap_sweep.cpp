@@ -8,6 +8,7 @@
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/flusher.h"
 #include "bitmap/idle_cutoff.h"
+#include "bitmap/missed_changes.h"
 #include "config/settings.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
@@ -58,14 +59,11 @@ void TellIfLast(bool was_last) {
   if (const auto hook = noBitmapsLeft.load(); was_last && hook != nullptr) hook();
 }
 
-bool HasMissedAChange(const BitmapRecord& record) {
-  const SharedGuard guard(bitmapCacheLock);
-  return record.ChangeMissed && !record.Discarded;
-}
-
-// Has a bitmap that missed a change marked, now that it can perhaps be loaded again.
-void LoadIfChangeMissed(BitmapRecord& record) ZEL_REQUIRES(record.Lock) {
-  if (HasMissedAChange(record)) static_cast<void>(LoadBitmap(record, LoadLog::kFirstOfRun));
+// Has a bitmap that missed a change marked, now that it can perhaps be loaded again; or the mark
+// left that it could not be given before.
+void LoadIfChangeMissed(BitmapRecord& record, bool may_load) ZEL_REQUIRES(record.Lock) {
+  if (!HasMissedAChange(record)) return;
+  if (!may_load || !LoadBitmap(record, LoadLog::kFirstOfRun)) NoteMissedChange(record);
 }
 
 void UnloadIfIdle(BitmapRecord& record, FileTime cutoff) ZEL_REQUIRES(record.Lock) {
@@ -79,7 +77,7 @@ void UnloadIfIdle(BitmapRecord& record, FileTime cutoff) ZEL_REQUIRES(record.Loc
 
 bool ScanRecord(const SharedRecord& record, FileTime cutoff) {
   const LockGuard file(record->Lock);
-  if (!CannotBeLoadedForNow(*record)) LoadIfChangeMissed(*record);
+  LoadIfChangeMissed(*record, !CannotBeLoadedForNow(*record));
   UnloadIfIdle(*record, cutoff);
   return DeleteIfDue(record);
 }
@@ -88,12 +86,13 @@ bool ScanRecord(const SharedRecord& record, FileTime cutoff) {
 // The cache keeps the record.
 void LetGo(BitmapRecord& record) {
   const LockGuard file(record.Lock);
-  LoadIfChangeMissed(record);
+  LoadIfChangeMissed(record, true);
   if (MayBeDeleted(record)) {
     static_cast<void>(DeleteAndLog(record));
   } else {
     LogUnload(record, UnloadBitmap(record, UnloadIf::kAlways));
   }
+  LogIfChangesAreMissed(record);
 }
 
 // Of the records, those that have something to be done for, in the order of the cache: with kBusy

@@ -6,6 +6,7 @@
 
 #include "bitmap/flusher.h"
 #include "bitmap/format/header_checks.h"
+#include "bitmap/missed_changes.h"
 #include "bitmap/zel_set_bits.h"
 #include "errors/error_info.h"
 #include "files/layout.h"
@@ -46,6 +47,8 @@ void LogLoadFailure(const BitmapRecord& record, const LoadFailure& failure,
       return LogOpenFailure(L"CreateFileMapping(%s) failed: %hs\n", record, failure.detail);
     case LoadFault::kView:
       return LogOpenFailure(L"MapViewOfFile(%s) failed: %hs\n", record, failure.detail);
+    case LoadFault::kFault:
+      return LogViewFault(record.FileName, failure.detail);
     case LoadFault::kCorrupted:
       LogMessage(kBitmapError,
                  L"Bitmap %s is corrupted: header(%u) + bitmap size(%lu) > file size (%lu)\n", name,
@@ -70,17 +73,23 @@ void LogLoadFailure(const BitmapRecord& record, const LoadFailure& failure,
   }
 }
 
-// Whoever trusted the file until now must not trust it after a power cut.
-void MarkLoaded(const BitmapRecord& record, BitmapData& data) {
-  const InUseMark mark = MarkInUse(*data.header(), SystemTimeNow());
+// Whoever trusted the file until now must not trust it after a power cut. The code of a fault in
+// the view, or 0.
+std::uint32_t MarkLoaded(const BitmapRecord& record, BitmapData& data) {
+  auto mark = InUseMark::kStillUnreliable;
+  const FileTime now = SystemTimeNow();
+  if (const std::uint32_t fault = TouchView(data, [&] { mark = MarkInUse(*data.header(), now); })) {
+    return fault;
+  }
   if (mark != InUseMark::kStillUnreliable) data.OwesMark = true;
   // A clean close must not be marked before the device has this: it may still have the old header.
   if (mark == InUseMark::kNewlyUnreliable) data.HasChanges = true;
-  if (mark == InUseMark::kWasClean) return;
+  if (mark == InUseMark::kWasClean) return 0;
   LogRecord(kBitmapInfo,
             L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because it "
             L"was not closed cleanly\n",
             record);
+  return 0;
 }
 
 LoadFailure Refusal(HeaderStep step, const BitmapFileHeader& header) {
@@ -96,53 +105,58 @@ LoadFailure Refusal(HeaderStep step, const BitmapFileHeader& header) {
   }
 }
 
+struct StepTaken {
+  HeaderStep step;
+  LoadFailure refusal;  // for a step that refuses
+};
+
+StepTaken TakeHeaderStep(const BitmapRecord& record, BitmapFileHeader& header) {
+  const HeaderStep step = NextHeaderStep(header, record.BlockSize);
+  if (step == HeaderStep::kUpgradeVersion) {
+    UpgradeVersion(header, record.BitmapId, record.CreationTime);
+  } else if (step == HeaderStep::kRepairHeaderSize) {
+    RepairHeaderSize(header);
+  }
+  return {step, Refusal(step, header)};
+}
+
 // Checks the header and mends what older versions left in it.
 LoadFailure AcceptHeader(const BitmapRecord& record, BitmapData& data) {
-  BitmapFileHeader& header = *data.header();
   for (;;) {
-    switch (const HeaderStep step = NextHeaderStep(header, record.BlockSize)) {
+    StepTaken taken = {};
+    if (const std::uint32_t fault =
+            TouchView(data, [&] { taken = TakeHeaderStep(record, *data.header()); })) {
+      return {LoadFault::kFault, fault};
+    }
+    switch (taken.step) {
       case HeaderStep::kAccept:
         return {};
       case HeaderStep::kUpgradeVersion:
-        UpgradeVersion(header, record.BitmapId, record.CreationTime);
         LogMessage(kBitmapDebug, L"Upgraded bitmap %s\n", record.FileName.c_str());
         break;
       case HeaderStep::kRepairHeaderSize:
-        RepairHeaderSize(header);
         break;
       default:
-        return Refusal(step, header);
+        return taken.refusal;
     }
     data.OwesMark = true;
   }
 }
 
+LoadFailure Accept(const BitmapRecord& record, BitmapData& data) {
+  const std::uint32_t fault = TouchView(data, [&] {
+    data.Changes.emplace(*data.header(), record.BlockSize, data.BitmapHeader, ZelSetBits);
+  });
+  return fault == 0 ? LoadFailure{} : LoadFailure{LoadFault::kFault, fault};
+}
+
 LoadFailure OpenAndCheck(const BitmapRecord& record, BitmapData& data) {
   if (const LoadFailure failure = OpenAndMapBitmap(data); failure != LoadFailure{}) return failure;
-  MarkLoaded(record, data);
+  if (const std::uint32_t fault = MarkLoaded(record, data)) return {LoadFault::kFault, fault};
   const LoadFailure refusal = AcceptHeader(record, data);
-  if (refusal != LoadFailure{}) {
-    FlushOwedMark(data);  // now: nobody looks after the file of a bitmap that is refused
-  } else {
-    data.Changes.emplace(*data.header(), record.BlockSize, data.BitmapHeader, ZelSetBits);
-  }
+  if (refusal == LoadFailure{}) return Accept(record, data);
+  FlushOwedMark(data);  // now: nobody looks after the file of a bitmap that is refused
   return refusal;
-}
-
-// The changes reported while the bitmap could not be loaded are in no bit of it.
-void DistrustAfterMissedChange(const BitmapRecord& record, BitmapData& data) {
-  data.HasChanges = true;
-  if (data.Changes->Distrust(SystemTimeNow()) == ChangeBitmap::Owed::kNothing) return;
-  data.OwesMark = true;
-  LogRecord(kBitmapWarn,
-            L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because a "
-            L"change was reported while it could not be opened\n",
-            record);
-}
-
-bool HasMissedAChange(const BitmapRecord& record) {
-  const SharedGuard guard(bitmapCacheLock);
-  return record.ChangeMissed;
 }
 
 // Hands the load's marks over and makes the record a loaded one, in this order: whoever finds it
@@ -204,7 +218,9 @@ bool LoadBitmap(BitmapRecord& record, LoadLog log) {
   }
   record.ReportedFailure = {};
   LogRecord(kBitmapDebug, L"Loaded BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x\n", record);
-  if (HasMissedAChange(record)) DistrustAfterMissedChange(record, *data);
+  if (const std::uint32_t fault = SettleMissedChanges(record, *data)) {
+    return FailLoad(record, {LoadFault::kFault, fault}, data->FileSize, log);
+  }
   Publish(record, data);
   return true;
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "bitmap/bitmap_file.h"
+#include "files/layout.h"
 #include "win32/handles.h"
 
 namespace zel {
@@ -61,6 +62,28 @@ class MappedBitmapFile : public BitmapFile {
   UniqueView<BitmapFileHeader> view_;  // file
 };
 
+std::uint32_t ErrorUnless(bool done) {
+  return done ? ERROR_SUCCESS : ::GetLastError();
+}
+
+bool IsMissing(DWORD error) {
+  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+// For writing alone, whatever others do with it: they need not even share reading.
+UniqueFile OpenShared(const std::wstring& path, DWORD flags) {
+  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_WRITE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, flags, nullptr));
+}
+
+// Has the device know what the directory of `path` holds.
+std::uint32_t FlushDirectoryOf(const std::wstring& path) {
+  const std::wstring directory = path.substr(0, path.rfind(L'\\'));
+  const UniqueFile handle = OpenShared(directory, FILE_FLAG_BACKUP_SEMANTICS);
+  return ErrorUnless(handle && ::FlushFileBuffers(handle.get()));
+}
+
 class Win32BitmapFiles : public BitmapFiles {
  public:
   std::unique_ptr<BitmapFile> Open(const std::wstring& path, OpenError& error) override {
@@ -70,13 +93,11 @@ class Win32BitmapFiles : public BitmapFiles {
   }
 
   std::uint32_t Delete(const std::wstring& path) override {
-    return ::DeleteFileW(path.c_str()) ? ERROR_SUCCESS : ::GetLastError();
+    return ErrorUnless(::DeleteFileW(path.c_str()));
   }
 
   std::uint32_t Distrust(const std::wstring& path) override {
-    const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const UniqueFile file = OpenShared(path, FILE_ATTRIBUTE_NORMAL);
     LARGE_INTEGER length = {};
     if (!file || !::GetFileSizeEx(file.get(), &length)) return ::GetLastError();
     if (length.QuadPart < kBitmapHeaderSize) return ERROR_SUCCESS;
@@ -84,10 +105,24 @@ class Win32BitmapFiles : public BitmapFiles {
     place.Offset = offsetof(BitmapFileHeader, Unreliable);
     const std::uint8_t mark = 1;
     DWORD written = 0;
-    return ::WriteFile(file.get(), &mark, sizeof mark, &written, &place) &&
-                   ::FlushFileBuffers(file.get())
-               ? ERROR_SUCCESS
-               : ::GetLastError();
+    return ErrorUnless(::WriteFile(file.get(), &mark, sizeof mark, &written, &place) &&
+                       ::FlushFileBuffers(file.get()));
+  }
+
+  std::uint32_t LeaveMissedMark(const std::wstring& path) override {
+    const std::wstring mark = MissedMarkPath(path);
+    const std::uint32_t error = ErrorUnless(::CreateDirectoryW(mark.c_str(), nullptr));
+    return error == ERROR_SUCCESS || error == ERROR_ALREADY_EXISTS ? FlushDirectoryOf(mark) : error;
+  }
+
+  std::uint32_t RemoveMissedMark(const std::wstring& path) override {
+    const std::uint32_t error = ErrorUnless(::RemoveDirectoryW(MissedMarkPath(path).c_str()));
+    return IsMissing(error) ? ERROR_SUCCESS : error;
+  }
+
+  bool HasMissedMark(const std::wstring& path) override {
+    return ::GetFileAttributesW(MissedMarkPath(path).c_str()) != INVALID_FILE_ATTRIBUTES ||
+           !IsMissing(::GetLastError());
   }
 };
 

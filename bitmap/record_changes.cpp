@@ -11,6 +11,15 @@ namespace {
 
 using Owed = ChangeBitmap::Owed;
 
+// Has `verb` record a change in the bitmap's view. False when that fails: the bitmap says so then.
+template <class Verb>
+bool Record(const PinnedBitmap& bitmap, Verb verb) {
+  const std::uint32_t fault = TouchView(*bitmap, verb);
+  if (fault != 0) [[unlikely]]
+    FailBitmapInUse(bitmap, fault);
+  return fault == 0;
+}
+
 // Stored although it may stand there: a flush that is clearing it must find this change's.
 void NoteRecorded(const PinnedBitmap& bitmap, Owed owed) {
   bitmap->HasChanges.store(true, std::memory_order_release);
@@ -23,7 +32,11 @@ std::size_t UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid,
                                  std::uint64_t offset, std::uint32_t length) {
   const PinnedBitmaps bitmaps = FindBitmapsToChange(volume_guid, file_id);
   for (const PinnedBitmap& bitmap : bitmaps) {
-    const auto recorded = bitmap->Changes->RecordWrite(offset, length, SystemTimeNow());
+    const FileTime now = SystemTimeNow();
+    ChangeBitmap::WriteRecorded recorded = {};
+    if (!Record(bitmap, [&] { recorded = bitmap->Changes->RecordWrite(offset, length, now); })) {
+      continue;
+    }
     NoteRecorded(bitmap, recorded.owed);
     if (recorded.block_number_cut) {
       LogMessage(kDriverCommError,
@@ -39,7 +52,11 @@ std::size_t UpdateBitmapsForFile(FileId file_id, const VolumeGuid& volume_guid,
 std::size_t ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::uint64_t new_size) {
   const PinnedBitmaps bitmaps = FindBitmapsToChange(volume_guid, file_id);
   for (const PinnedBitmap& bitmap : bitmaps) {
-    NoteRecorded(bitmap, bitmap->Changes->RecordSize(new_size, SystemTimeNow()));
+    const FileTime now = SystemTimeNow();
+    auto owed = Owed::kNothing;
+    if (Record(bitmap, [&] { owed = bitmap->Changes->RecordSize(new_size, now); })) {
+      NoteRecorded(bitmap, owed);
+    }
   }
   return bitmaps.size();
 }
@@ -47,7 +64,9 @@ std::size_t ApplySizeChange(FileId file_id, const VolumeGuid& volume_guid, std::
 std::size_t MarkUnreportedChanges(FileId file_id, const VolumeGuid& volume_guid) {
   const PinnedBitmaps bitmaps = FindBitmapsToChange(volume_guid, file_id);
   for (const PinnedBitmap& bitmap : bitmaps) {
-    const Owed owed = bitmap->Changes->Distrust(SystemTimeNow());
+    const FileTime now = SystemTimeNow();
+    auto owed = Owed::kNothing;
+    if (!Record(bitmap, [&] { owed = bitmap->Changes->Distrust(now); })) continue;
     NoteRecorded(bitmap, owed);
     if (owed == Owed::kNothing) continue;
     LogMessage(kDriverCommInfo,

@@ -72,6 +72,10 @@ std::optional<std::uint32_t> ParseNameBlockSize(std::wstring_view name) {
   return ParseHexName<std::uint32_t>(name.substr(kTimeDigits));
 }
 
+std::wstring MissedMarkPath(std::wstring_view bitmap_path) {
+  return std::wstring(bitmap_path) + L".missed";
+}
+
 std::wstring_view LastPathComponent(std::wstring_view path) {
   return path.substr(path.rfind(L'\\') + 1);  // npos + 1 is 0
 }

@@ -45,6 +45,10 @@ inline constexpr std::size_t kBitmapNameLength = 24;
 [[nodiscard]] std::optional<FileTime> ParseNameCreationTime(std::wstring_view name);
 [[nodiscard]] std::optional<std::uint32_t> ParseNameBlockSize(std::wstring_view name);
 
+// The directory that says, beside a bitmap file that cannot be opened, that changes are missing
+// from it. The start-up scan and the listings look at files alone.
+[[nodiscard]] std::wstring MissedMarkPath(std::wstring_view bitmap_path);
+
 // The text after the last backslash; the whole path without one.
 [[nodiscard]] std::wstring_view LastPathComponent(std::wstring_view path);
 

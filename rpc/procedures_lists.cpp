@@ -26,7 +26,8 @@ std::unique_ptr<ListContext> SnapshotFiles() {
 std::vector<ListedBitmap> DescribeBitmapsOf(const FileKey& file) {
   std::vector<ListedBitmap> described;
   for (const PinnedBitmap& bitmap : FindBitmapsForFile(file.volume, file.file_id)) {
-    ListedBitmap entry = {DescribeBitmap(*bitmap), bitmap->FileName};
+    ListedBitmap entry = {.info = {}, .name = bitmap->FileName};
+    if (DescribeBitmap(bitmap, entry.info) != ERROR_SUCCESS) continue;
     // As it was found, whatever its header says.
     entry.info.BitmapId = bitmap->BitmapId;
     entry.info.VolumeGuid = file.volume;

@@ -1,4 +1,9 @@
 // The two procedures that answer with a pipe.
+#include <algorithm>
+#include <cstddef>
+#include <span>
+#include <vector>
+
 #include "bitmap/bitmap_manager.h"
 #include "files/file_identity.h"
 #include "logging/log_message.h"
@@ -29,6 +34,18 @@ PipeOutcome EndPipe(PipeWriter& writer, error_status_t code) {
   return {code, writer.exception()};
 }
 
+// Pushes the first `length` bytes of the bitmap's file, through memory that does not fail as a view
+// can: a fault inside the runtime would leave its locks behind. The code of a fault, or 0.
+std::uint32_t PushBitmap(const PinnedBitmap& bitmap, std::uint32_t length, PipeWriter& writer) {
+  std::vector<std::byte> chunk(std::min<std::size_t>(length, PipeWriter::kMaxChunk));
+  for (std::size_t offset = 0; offset < length && writer.exception() == 0; offset += chunk.size()) {
+    chunk.resize(std::min(length - offset, chunk.size()));
+    if (const std::uint32_t fault = ReadBitmap(bitmap, offset, chunk)) return fault;
+    writer.Push(chunk);
+  }
+  return ERROR_SUCCESS;
+}
+
 PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
   LogMessage(kBitmapDebug, L"CopyBitmap invoked: BitmapId 0x%016I64x\n", bitmap_id);
   PipeWriter writer(pipe);
@@ -38,11 +55,12 @@ PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
     LogMessage(kBitmapError, L"Failed to find BitmapId 0x%016I64x to copy\n", bitmap_id);
     return EndPipe(writer, ERROR_NOT_FOUND);
   }
-  const BitmapFileHeader& header = *bitmap->header();
+  BitmapFileHeader header = {};
   const std::uint32_t length = kBitmapHeaderSize + bitmap->BitmapSize;
-  writer.Push({reinterpret_cast<const std::byte*>(&header), length});
-  const PipeOutcome outcome = EndPipe(writer, ERROR_SUCCESS);
-  if (outcome.exception == 0) {
+  std::uint32_t fault = ReadBitmap(bitmap, 0, std::as_writable_bytes(std::span(&header, 1)));
+  if (fault == ERROR_SUCCESS) fault = PushBitmap(bitmap, length, writer);
+  const PipeOutcome outcome = EndPipe(writer, fault);
+  if (outcome.exception == 0 && fault == ERROR_SUCCESS) {
     LogMessage(kBitmapInfo, L"Copied BitmapId 0x%016I64x, %u bytes, Volume %s, FileId 0x%016I64x\n",
                bitmap_id, length, GuidToString(header.Volume).c_str(), header.FileId);
   }

@@ -85,7 +85,8 @@ std::uint32_t Track(const FileToTrack& file, bool& is_new) {
 bool Describe(const FileToTrack& file, BitmapId bitmap_id, wire::BitmapInfo& info) {
   const PinnedBitmap bitmap = GetBitmapById(bitmap_id);
   if (!bitmap) return false;
-  const wire::BitmapInfo found = DescribeBitmap(*bitmap);
+  wire::BitmapInfo found = {};
+  if (DescribeBitmap(bitmap, found) != 0) return false;
   // The file system may have given the id of a file that is gone to the next one.
   if (FileKey{found.VolumeGuid, found.FileId} != FileKey{file.volume_guid, file.file_id}) {
     return false;

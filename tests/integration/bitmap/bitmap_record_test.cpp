@@ -8,6 +8,8 @@
 #include "win32/file_time.h"
 #include "win32/handles.h"
 
+extern "C" void* __imp_CreateDirectoryW;
+
 namespace zel {
 namespace {
 
@@ -460,11 +462,17 @@ TEST_F(DeleteBitmapFileTest, MissingFileOrDirectoryIsNoFailure) {
   EXPECT_THAT(StopLoggingAndGetMessages(), IsEmpty());
 }
 
+BOOL WINAPI RefuseDirectory(const wchar_t*, SECURITY_ATTRIBUTES*) {
+  ::SetLastError(ERROR_ACCESS_DENIED);
+  return FALSE;
+}
+
 TEST_F(DeleteBitmapFileTest, OtherFailuresAreLogged) {
   StartLogging();
   WriteFile(good_);
   const UniqueFile holder(::CreateFileW(path().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const test::ImportHook no_mark_beside(__imp_CreateDirectoryW, &RefuseDirectory);
   Delete();
   EXPECT_TRUE(std::filesystem::exists(path()));
   EXPECT_THAT(

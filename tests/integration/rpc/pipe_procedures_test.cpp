@@ -2,6 +2,7 @@
 #include "client/tracked_files_reader.h"
 #include "rpc/procedures.h"
 #include "tests/integration/support/bitmap_fixture.h"
+#include "tests/integration/support/failing_view.h"
 #include "tests/integration/support/recording_pipe.h"
 #include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
@@ -85,6 +86,21 @@ TEST_F(CopyBitmapTest, UnknownBitmapIsNotFoundAndItsPipeIsEndedAllTheSame) {
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre("DEBUG CopyBitmap invoked: BitmapId 0x0000000000000123",
                           "ERROR Failed to find BitmapId 0x0000000000000123 to copy"));
+}
+
+// In the third chunk: what went before is out, and the client gets the code.
+TEST_F(CopyBitmapTest, FaultInTheViewEndsThePipeWithItsCodeAndLeavesNoPin) {
+  const BitmapId id = AddOfLength(200'000);
+  std::byte* const view = reinterpret_cast<std::byte*>(GetBitmapById(id)->header());
+  {
+    const test::FailingView failing(view + 131'072, 4096);
+    RecordingPipe pipe;
+    EXPECT_EQ(Copy(id, pipe), (Answer{0, ERROR_NOACCESS}));
+    EXPECT_THAT(pipe.Sizes(), ElementsAre(65'536, 65'536, 0));
+  }
+  RecordingPipe again;  // loaded anew
+  EXPECT_EQ(Copy(id, again), (Answer{0, 0}));
+  EXPECT_EQ(test::Get(again.Bytes(), test::kAtUnreliable, 1), 1u);
 }
 
 TEST_F(CopyBitmapTest, CopyIsLoggedWithLengthAndIdentity) {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "bitmap/bitmap_cache.h"
 #include "bitmap/format/new_bitmap.h"
 #include "files/layout.h"
 
@@ -28,8 +29,12 @@ struct MemoryBitmapFiles::Stored {
   std::vector<std::uint64_t> cache;
   std::vector<std::uint64_t> device;
   std::mutex device_mutex;
-  bool is_open = false;  // under the files' mutex
+  FileId file = 0;
+  BitmapId id = 0;
+  bool is_open = false;  // these under the files' mutex
   bool is_held = false;
+  bool is_held_sharing = false;
+  bool has_mark = false;
 
   BitmapContents Contents(std::vector<std::uint64_t>& words) {
     std::vector<std::uint64_t> copy(words.size());
@@ -94,6 +99,8 @@ std::wstring MemoryBitmapFiles::Create(FileId file, BitmapId id, std::uint32_t b
   const std::wstring path =
       L"M:\\" + std::to_wstring(file) + L"\\" + FormatBitmapName(id, kBlockSize);
   const auto stored = std::make_shared<Stored>();
+  stored->file = file;
+  stored->id = id;
   stored->size = NewBitmapLength(bitmap.bitmap_size);
   stored->cache.resize(stored->size / 8 + 1);
   const BitmapFileHeader header = ComposeNewBitmapBytes(bitmap, id).header;
@@ -142,11 +149,53 @@ void MemoryBitmapFiles::Hold(const std::wstring& path, bool held) {
   files_.at(path)->is_held = held;
 }
 
+void MemoryBitmapFiles::HoldSharing(const std::wstring& path, bool held) {
+  const std::lock_guard guard(mutex_);
+  files_.at(path)->is_held_sharing = held;
+}
+
+bool MemoryBitmapFiles::HasMark(const std::wstring& path) {
+  const std::lock_guard guard(mutex_);
+  return files_.at(path)->has_mark;
+}
+
+void MemoryBitmapFiles::FailView(const std::wstring& path, int touches) {
+  touches_until_fault_ = touches;
+  failing_view_ = Find(path)->cache.data();
+}
+
+std::uint32_t MemoryBitmapFiles::Touch(const void* view) {
+  if (view != failing_view_) return 0;
+  return touches_until_fault_-- > 0 ? 0 : kViewFault;
+}
+
+void MemoryBitmapFiles::StartAnew(End end) {
+  std::vector<std::shared_ptr<BitmapRecord>> records;
+  {
+    const LockGuard guard(bitmapCacheLock);
+    for (const auto& [file, of_file] : KnownBitmaps().entries()) {
+      records.insert(records.end(), of_file.begin(), of_file.end());
+    }
+    for (const auto& record : records) KnownBitmaps().Erase(record);
+  }
+  records.clear();  // closes what is open
+  std::map<std::wstring, std::shared_ptr<Stored>> files;
+  {
+    const std::lock_guard guard(mutex_);
+    files = files_;
+  }
+  for (const auto& [path, stored] : files) {
+    if (end == End::kPowerCut) Copy(stored->device, stored->cache);
+    AddBitmap(kVolume, stored->file, stored->id, path, stored->size);
+  }
+}
+
 std::unique_ptr<BitmapFile> MemoryBitmapFiles::Open(const std::wstring& path, OpenError& error) {
   Call(FileOperation::kOpen, path);
   const std::lock_guard guard(mutex_);
   const auto found = files_.find(path);
-  if (found == files_.end() || found->second->is_open || found->second->is_held) {
+  if (found == files_.end() || found->second->is_open || found->second->is_held ||
+      found->second->is_held_sharing) {
     error = {OpenStep::kOpen, found == files_.end() ? kFileNotFound : kSharingViolation};
     return nullptr;
   }
@@ -159,7 +208,8 @@ std::uint32_t MemoryBitmapFiles::Delete(const std::wstring& path) {
   const std::lock_guard guard(mutex_);
   const auto found = files_.find(path);
   if (found == files_.end()) return kFileNotFound;
-  if (found->second->is_open || found->second->is_held) return kSharingViolation;
+  const Stored& stored = *found->second;
+  if (stored.is_open || stored.is_held || stored.is_held_sharing) return kSharingViolation;
   files_.erase(found);
   return 0;
 }
@@ -170,12 +220,34 @@ std::uint32_t MemoryBitmapFiles::Distrust(const std::wstring& path) {
   if (stored == nullptr) return kFileNotFound;
   {
     const std::lock_guard guard(mutex_);
-    if (stored->is_held) return kSharingViolation;
+    if (stored->is_held || stored->is_open) return kSharingViolation;
   }
   reinterpret_cast<BitmapFileHeader*>(stored->cache.data())->Unreliable = 1;
   const std::lock_guard guard(stored->device_mutex);
   Copy(stored->cache, stored->device);
   return 0;
+}
+
+std::uint32_t MemoryBitmapFiles::LeaveMissedMark(const std::wstring& path) {
+  Call(FileOperation::kLeaveMark, path);
+  if (marks_fail_) return kWriteFault;
+  const std::lock_guard guard(mutex_);
+  files_.at(path)->has_mark = true;
+  return 0;
+}
+
+std::uint32_t MemoryBitmapFiles::RemoveMissedMark(const std::wstring& path) {
+  Call(FileOperation::kRemoveMark, path);
+  const std::lock_guard guard(mutex_);
+  if (const auto found = files_.find(path); found != files_.end()) found->second->has_mark = false;
+  return 0;
+}
+
+bool MemoryBitmapFiles::HasMissedMark(const std::wstring& path) {
+  Call(FileOperation::kLookForMark, path);
+  const std::lock_guard guard(mutex_);
+  const auto found = files_.find(path);
+  return found != files_.end() && found->second->has_mark;
 }
 
 MemoryBitmapFiles& Files() {

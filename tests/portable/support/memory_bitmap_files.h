@@ -28,7 +28,10 @@ enum class FileOperation {
   kFlushToDevice,
   kClose,
   kDistrust,
-  kDelete
+  kDelete,
+  kLookForMark,
+  kLeaveMark,
+  kRemoveMark
 };
 using FileHook = std::function<void(FileOperation, const std::wstring& path)>;
 
@@ -55,8 +58,29 @@ class MemoryBitmapFiles : public BitmapFiles {
   // Called before every operation; set while no other thread uses the files.
   void SetHook(FileHook hook) { hook_ = std::move(hook); }
 
-  // Lets the file be opened again, or no longer.
+  // Lets the file be opened again, or no longer: neither loaded nor marked.
   void Hold(const std::wstring& path, bool held);
+
+  // The same by a program that shares writing, so that it can be marked.
+  void HoldSharing(const std::wstring& path, bool held);
+
+  // Lets the marks beside bitmaps be left again, or no longer.
+  void FailMarks(bool fail) { marks_fail_ = fail; }
+  [[nodiscard]] bool HasMark(const std::wstring& path);
+
+  // Has whoever touches the file's view fail with kViewFault, from the touch after `touches` others
+  // on, until HealViews.
+  static constexpr std::uint32_t kViewFault = 998;
+  void FailView(const std::wstring& path, int touches = 0);
+  void HealViews() { failing_view_ = nullptr; }
+  // What a touch of this view comes to: a fault, or 0.
+  [[nodiscard]] std::uint32_t Touch(const void* view);
+
+  // Ends the process, as far as bitmaps go, and starts the next: all that was in memory is gone.
+  // With kPowerCut what the device did not have is gone too. No other thread uses the files, and
+  // nobody has a pin.
+  enum class End { kKill, kPowerCut };
+  void StartAnew(End end);
 
   // Lets each FlushView fail, or succeed again.
   void FailFlushes(bool fail) { flushes_fail_ = fail; }
@@ -71,6 +95,9 @@ class MemoryBitmapFiles : public BitmapFiles {
   std::unique_ptr<BitmapFile> Open(const std::wstring& path, OpenError& error) override;
   std::uint32_t Delete(const std::wstring& path) override;
   std::uint32_t Distrust(const std::wstring& path) override;
+  std::uint32_t LeaveMissedMark(const std::wstring& path) override;
+  std::uint32_t RemoveMissedMark(const std::wstring& path) override;
+  bool HasMissedMark(const std::wstring& path) override;
 
  private:
   struct Stored;
@@ -84,6 +111,9 @@ class MemoryBitmapFiles : public BitmapFiles {
   FileHook hook_;
   std::atomic<bool> flushes_fail_{false};
   std::atomic<bool> views_reach_device_{true};
+  std::atomic<bool> marks_fail_{false};
+  std::atomic<const void*> failing_view_{nullptr};
+  std::atomic<int> touches_until_fault_{0};
   std::mutex mutex_;
   std::map<std::wstring, std::shared_ptr<Stored>> files_;
 };

@@ -9,6 +9,7 @@
 #include "logging/log_message.h"
 #include "tests/portable/support/memory_bitmap_files.h"
 #include "win32/file_time.h"
+#include "win32/view_fault.h"
 
 namespace zel {
 
@@ -40,6 +41,13 @@ void DescribeBits(RtlBitmap& bitmap, std::uint32_t* buffer, std::uint32_t bits) 
 void ZelSetBits(const RtlBitmap* BitmapHeader, std::uint32_t StartingIndex,
                 std::uint32_t NumberToSet) {
   SetBitsInRange(*BitmapHeader, StartingIndex, NumberToSet);
+}
+
+std::uint32_t CatchViewFault(const void* view, std::size_t, void (*function)(void*),
+                             void* argument) {
+  if (const std::uint32_t fault = test::Files().Touch(view)) return fault;
+  function(argument);
+  return 0;
 }
 
 BitmapFiles& SystemBitmapFiles() {
