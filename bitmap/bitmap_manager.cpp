@@ -135,6 +135,30 @@ bool Append(const std::shared_ptr<BitmapRecord>& record) {
   return true;
 }
 
+std::shared_ptr<BitmapRecord> MakeRecord(const VolumeGuid& volume_guid, FileId file_id,
+                                         BitmapId bitmap_id, const std::wstring& file_name,
+                                         std::uint32_t file_size) {
+  auto record = std::make_shared<BitmapRecord>();
+  record->VolumeGuid = volume_guid;
+  record->FileId = file_id;
+  record->BitmapId = bitmap_id;
+  record->FileName = file_name;
+  record->FileSize = file_size;
+  return record;
+}
+
+// Completes the record, which nobody else has yet. False when its file has one of this id.
+bool AppendIfNew(const std::shared_ptr<BitmapRecord>& record) {
+  if (HasBitmap({record->VolumeGuid, record->FileId}, record->BitmapId)) return false;
+  ExtractFromBitmapName(record->FileName, &record->BlockSize, &record->CreationTime);
+  return Append(record);
+}
+
+void NoteMissedChangeOfNew(BitmapRecord& record) {
+  const LockGuard guard(bitmapCacheLock);
+  record.ChangeMissed = true;
+}
+
 // False when it has been deleted meanwhile.
 bool Discard(BitmapRecord& record) {
   const LockGuard guard(bitmapCacheLock);
@@ -169,20 +193,32 @@ void AllowLoads(bool allow) {
 
 bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                const std::wstring& file_name, std::uint32_t file_size) {
-  const auto record = std::make_shared<BitmapRecord>();
-  record->VolumeGuid = volume_guid;
-  record->FileId = file_id;
-  record->BitmapId = bitmap_id;
-  record->FileName = file_name;
-  record->FileSize = file_size;
-  if (!HasBitmap({volume_guid, file_id}, bitmap_id)) {
-    ExtractFromBitmapName(file_name, &record->BlockSize, &record->CreationTime);
-    if (Append(record)) return true;
-  }
+  if (AppendIfNew(MakeRecord(volume_guid, file_id, bitmap_id, file_name, file_size))) return true;
   // Misprinted, and known to those who search logs for it: left as it is.
   LogMessage(kBitmapError,
              UncheckedLogFormat{L"AddBitmap: Bitmap is already added: %s, 0x%016I4x, 0x%016I64x"},
              GuidToString(volume_guid).c_str(), file_id, bitmap_id);
+  return false;
+}
+
+bool AddBitmapFoundLate(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
+                        const std::wstring& file_name, std::uint32_t file_size) {
+  // Nor is one that waits for its deletion found again.
+  if (IsBitmapKnown({volume_guid, file_id}, bitmap_id, file_name)) return false;
+  const auto record = MakeRecord(volume_guid, file_id, bitmap_id, file_name, file_size);
+  NoteMissedChangeOfNew(*record);
+  if (!AppendIfNew(record)) return false;
+  const LockGuard file(record->Lock);
+  // Unless a lookup was faster, which has seen to it.
+  if (HasMissedAChange(*record)) NoteMissedChange(*record);
+  return true;
+}
+
+bool IsBitmapKnown(const FileKey& file, BitmapId bitmap_id, const std::wstring& file_name) {
+  for (const auto& record : RecordsWithId(bitmap_id)) {
+    const FileKey key = {record->VolumeGuid, record->FileId};
+    if (key == file && record->FileName == file_name) return true;
+  }
   return false;
 }
 

@@ -48,6 +48,16 @@ bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id
                const std::wstring& file_name, std::uint32_t file_size)
     ZEL_EXCLUDES(bitmapCacheLock);
 
+// The same for one that the start-up scan could not read: it misses the changes that were reported
+// until now. False, without a word, for one that is known.
+bool AddBitmapFoundLate(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
+                        const std::wstring& file_name, std::uint32_t file_size)
+    ZEL_EXCLUDES(bitmapCacheLock);
+
+// Whether a file has a bitmap of this id and name, be it one that waits for its deletion.
+[[nodiscard]] bool IsBitmapKnown(const FileKey& file, BitmapId bitmap_id,
+                                 const std::wstring& file_name) ZEL_EXCLUDES(bitmapCacheLock);
+
 // All usable bitmaps of one tracked file in creation order, loaded and pinned. A file not heard of
 // gets an empty entry, which listings show. No heap allocation for up to four loaded bitmaps.
 [[nodiscard]] PinnedBitmaps FindBitmapsForFile(const VolumeGuid& volume_guid, FileId file_id)

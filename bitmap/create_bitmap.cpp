@@ -148,6 +148,8 @@ bool CreateNewBitmap(const VolumeGuid& volume_guid, FileId file_id, std::uint32_
   if (AddBitmap(volume_guid, file_id, bitmap_id, paths.file, NewBitmapLength(bitmap_size))) {
     return true;
   }
+  // A late look at the directory was faster, and takes it for one that missed changes.
+  if (IsBitmapKnown({volume_guid, file_id}, bitmap_id, paths.file)) return true;
   // The id still belongs to a bitmap whose file somebody has removed. Nothing would be set in this
   // one, and the next start would trust it.
   ::DeleteFileW(paths.file.c_str());

@@ -4,17 +4,27 @@
 #include "bitmap/flusher.h"
 #include "bitmap/idle_scanner.h"
 #include "bitmap/startup_scan.h"
+#include "bitmap/unread_directories.h"
 #include "files/install_directory.h"
 #include "logging/log_message.h"
 
 namespace zel {
 
+namespace {
+
+void Scan() {
+  UnloadIdleBitmaps();
+  ReadUnreadDirectories(AddBitmapFoundLate);
+}
+
+}  // namespace
+
 void InitBitmapManager() {
   AllowLoads(true);
   StartFlusher();
-  StartIdleScanner(UnloadIdleBitmaps);
+  StartIdleScanner(Scan);
   LogMessage(kBitmapInfo, L"InitBitmapManager: initializing cache\n");
-  FindBitmapFiles(GetCbtDirectory(), AddBitmap);
+  SetUnreadDirectories(FindBitmapFiles({.path = GetCbtDirectory()}, AddBitmap));
 }
 
 void ShutdownBitmapManager() {
@@ -23,6 +33,8 @@ void ShutdownBitmapManager() {
   HurryScans(false);
   AllowLoads(false);
   UnloadAllBitmaps();
+  LogUnreadDirectories();
+  SetUnreadDirectories({});
   StopFlusher();
 }
 

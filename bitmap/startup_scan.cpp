@@ -16,46 +16,64 @@ namespace {
 
 constexpr std::size_t kThreads = 4;
 
-// Where the bitmaps of one tracked file lie.
-struct FileDirectory {
-  VolumeGuid volume_guid;
-  FileId file_id;
-  std::wstring path;
-};
+using BitmapDirectories = std::vector<BitmapDirectory>;
 
-std::vector<FileDirectory> ListFileDirectories(const std::wstring& cbt_directory) {
-  std::vector<FileDirectory> directories;
-  for (const VolumeGuid& volume_guid : ListVolumeGuids(cbt_directory)) {
-    const std::wstring volume_directory = cbt_directory + L'\\' + GuidToString(volume_guid);
-    DirectoryListing listing(volume_directory);
-    while (const WIN32_FIND_DATAW* entry = listing.Next()) {
-      if (const std::optional<FileId> file_id = FileIdOfDirectory(*entry)) {
-        directories.push_back({volume_guid, *file_id, volume_directory + L'\\' + entry->cFileName});
-      }
+// Appends those of a volume's tracked files.
+void AppendOfVolume(const BitmapDirectory& volume, BitmapDirectories& files,
+                    BitmapDirectories& unread) {
+  DirectoryListing listing(volume.path);
+  while (const WIN32_FIND_DATAW* entry = listing.Next()) {
+    if (const std::optional<FileId> file_id = FileIdOfDirectory(*entry)) {
+      files.push_back({volume.path + L'\\' + entry->cFileName, volume.volume_guid, *file_id});
     }
   }
-  return directories;
+  if (listing.HasFailed()) unread.push_back(volume);
 }
 
-void FindBitmapsOfFile(const FileDirectory& directory, FoundBitmap* found) {
-  for (const IdentifiedFile& file : ListIdentifiedFiles(directory.path)) {
+BitmapDirectories ListFileDirectories(const BitmapDirectory& directory, BitmapDirectories& unread) {
+  BitmapDirectories files;
+  if (directory.file_id != 0) return {directory};
+  if (directory.volume_guid) {
+    AppendOfVolume(directory, files, unread);
+    return files;
+  }
+  bool has_failed = false;
+  for (const VolumeGuid& volume_guid : ListVolumeGuids(directory.path, &has_failed)) {
+    AppendOfVolume({directory.path + L'\\' + GuidToString(volume_guid), volume_guid}, files,
+                   unread);
+  }
+  if (has_failed) unread.push_back(directory);
+  return files;
+}
+
+// False when some file's bitmaps may be missing.
+bool FindBitmapsOfFile(const BitmapDirectory& directory, FoundBitmap* found) {
+  bool is_complete = false;
+  for (const IdentifiedFile& file : ListIdentifiedFiles(directory.path, &is_complete)) {
     const std::wstring path = directory.path + L'\\' + file.name;
     LogMessage(kBitmapDebug, L"Adding bitmap FileName %s, BitmapId 0x%016I64x to cache\n",
                path.c_str(), file.id);
-    found(directory.volume_guid, directory.file_id, file.id, path,
+    found(*directory.volume_guid, directory.file_id, file.id, path,
           static_cast<std::uint32_t>(file.size));
   }
+  return is_complete;
 }
 
 }  // namespace
 
-void FindBitmapFiles(const std::wstring& cbt_directory, FoundBitmap* found) {
-  const std::vector<FileDirectory> directories = ListFileDirectories(cbt_directory);
+std::vector<BitmapDirectory> FindBitmapFiles(const BitmapDirectory& directory, FoundBitmap* found) {
+  BitmapDirectories unread;
+  const BitmapDirectories files = ListFileDirectories(directory, unread);
+  std::vector<char> is_complete(files.size());  // each is one thread's
   ThreadPool threads;
-  if (directories.size() > 1) threads.Start(kThreads - 1);  // and this one
-  threads.RunAll(directories.size(), kThreads,
-                 [&](std::size_t i) { FindBitmapsOfFile(directories[i], found); });
+  if (files.size() > 1) threads.Start(kThreads - 1);  // and this one
+  threads.RunAll(files.size(), kThreads,
+                 [&](std::size_t i) { is_complete[i] = FindBitmapsOfFile(files[i], found); });
   threads.Stop();
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (!is_complete[i]) unread.push_back(files[i]);
+  }
+  return unread;
 }
 
 }  // namespace zel

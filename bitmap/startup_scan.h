@@ -1,8 +1,10 @@
-// Finding the bitmap files on disk at start.
+// Finding the bitmap files on disk at start, and later those that could not be read then.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "files/types.h"
 
@@ -13,10 +15,20 @@ namespace zel {
 using FoundBitmap = bool(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                          const std::wstring& file_name, std::uint32_t file_size);
 
-// Calls found() for every bitmap file below the CBT directory: the bitmaps of one tracked file in
-// the order of the file system, those of different files in any order. No file is opened where its
-// directory tells its id; files whose id cannot be read are left out. Every call of found() has
-// ended when this returns.
-void FindBitmapFiles(const std::wstring& cbt_directory, FoundBitmap* found);
+// A directory that has bitmap files, or directories of them: the CBT directory, a volume's in it or
+// a tracked file's in that one.
+struct BitmapDirectory {
+  std::wstring path;
+  std::optional<VolumeGuid> volume_guid = std::nullopt;  // none for the CBT directory
+  FileId file_id = 0;                                    // 0 for a volume's and the CBT directory
+};
+
+// Calls found() for every bitmap file below the directory: the bitmaps of one tracked file in the
+// order of the file system, those of different files in any order. No file is opened where its
+// directory tells its id. Every call of found() has ended when this returns. Returns the
+// directories that could not be read to their end, or in which a file's id could not be read: their
+// bitmaps may be missing.
+[[nodiscard]] std::vector<BitmapDirectory> FindBitmapFiles(const BitmapDirectory& directory,
+                                                           FoundBitmap* found);
 
 }  // namespace zel

@@ -51,7 +51,8 @@ bool DirectoryListing::Advance() {
 // Called right after the search's failure.
 void DirectoryListing::Finish() {
   const DWORD error = ::GetLastError();
-  if (!IsEndOfListing(error)) LogFailedListing(directory_, error);
+  has_failed_ = !IsEndOfListing(error);
+  if (has_failed_) LogFailedListing(directory_, error);
   find_.reset();
 }
 

@@ -28,6 +28,9 @@ class DirectoryListing {
   // Null after the last entry. The entry is valid until the next call.
   [[nodiscard]] const WIN32_FIND_DATAW* Next();
 
+  // After the last entry: whether there may be more, which a failure has kept back.
+  [[nodiscard]] bool HasFailed() const { return has_failed_; }
+
  private:
   [[nodiscard]] bool Advance();
   void Finish();
@@ -36,6 +39,7 @@ class DirectoryListing {
   UniqueFind find_;
   WIN32_FIND_DATAW entry_;
   bool entry_is_new_ = false;  // the search has filled it and nobody has seen it
+  bool has_failed_ = false;
 };
 
 // The file id of the tracked file whose bitmaps the entry is the directory of; none for any other

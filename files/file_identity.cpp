@@ -87,7 +87,7 @@ std::uint32_t GetVolumeGuidForPath(const wchar_t* path, VolumeGuid& guid) {
   return ERROR_SUCCESS;
 }
 
-std::vector<VolumeGuid> ListVolumeGuids(const std::wstring& directory) {
+std::vector<VolumeGuid> ListVolumeGuids(const std::wstring& directory, bool* has_failed) {
   std::vector<VolumeGuid> guids;
   DirectoryListing listing(directory);
   while (const WIN32_FIND_DATAW* entry = listing.Next()) {
@@ -99,6 +99,7 @@ std::vector<VolumeGuid> ListVolumeGuids(const std::wstring& directory) {
                  entry->cFileName);
     }
   }
+  if (has_failed != nullptr) *has_failed = listing.HasFailed();
   return guids;
 }
 

@@ -31,6 +31,8 @@ namespace zel {
 
 // The entries of `directory` whose names are GUIDs, in the file system's order. Every other entry,
 // and the all-zero GUID, is logged at Bitmap/Debug. Empty for a directory that does not exist.
-[[nodiscard]] std::vector<VolumeGuid> ListVolumeGuids(const std::wstring& directory);
+// `has_failed`, if given, tells whether a failure may have kept entries back.
+[[nodiscard]] std::vector<VolumeGuid> ListVolumeGuids(const std::wstring& directory,
+                                                      bool* has_failed = nullptr);
 
 }  // namespace zel

@@ -28,38 +28,46 @@ bool TellsFileId(const FILE_ID_BOTH_DIR_INFO& entry) {
          !IsNoId(static_cast<FileId>(entry.FileId.QuadPart));
 }
 
+struct Found {
+  std::vector<IdentifiedFile> files;
+  bool is_complete = true;
+};
+
+// A file that is gone by now was none that is missing.
 void AppendByLookup(const std::wstring& directory, std::wstring name, std::uint64_t size,
-                    std::vector<IdentifiedFile>& files) {
+                    Found& found) {
   FileId id;
   const std::wstring path = directory + L'\\' + name;
-  if (GetFileIdAndSize(path.c_str(), &id, nullptr) != ERROR_SUCCESS) return;
-  files.push_back({std::move(name), id, size});
+  const std::uint32_t error = GetFileIdAndSize(path.c_str(), &id, nullptr);
+  if (error == ERROR_SUCCESS) {
+    found.files.push_back({std::move(name), id, size});
+  } else if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) {
+    found.is_complete = false;
+  }
 }
 
-void AppendEntry(const std::wstring& directory, const FILE_ID_BOTH_DIR_INFO& entry,
-                 std::vector<IdentifiedFile>& files) {
+void AppendEntry(const std::wstring& directory, const FILE_ID_BOTH_DIR_INFO& entry, Found& found) {
   if ((entry.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return;
   std::wstring name(entry.FileName, entry.FileNameLength / sizeof(wchar_t));
   const auto size = static_cast<std::uint64_t>(entry.EndOfFile.QuadPart);
   if (TellsFileId(entry)) {
-    files.push_back({std::move(name), static_cast<FileId>(entry.FileId.QuadPart), size});
+    found.files.push_back({std::move(name), static_cast<FileId>(entry.FileId.QuadPart), size});
   } else {
-    AppendByLookup(directory, std::move(name), size, files);
+    AppendByLookup(directory, std::move(name), size, found);
   }
 }
 
 // The entries lie one after the other, each with the distance to the next.
-void AppendBatch(const std::wstring& directory, const std::byte* batch,
-                 std::vector<IdentifiedFile>& files) {
+void AppendBatch(const std::wstring& directory, const std::byte* batch, Found& found) {
   for (DWORD distance = 1; distance != 0; batch += distance) {
     const auto& entry = *reinterpret_cast<const FILE_ID_BOTH_DIR_INFO*>(batch);
-    AppendEntry(directory, entry, files);
+    AppendEntry(directory, entry, found);
     distance = entry.NextEntryOffset;
   }
 }
 
 // Returns the error that ended the listing.
-DWORD AppendFromDirectory(const std::wstring& directory, std::vector<IdentifiedFile>& files) {
+DWORD AppendFromDirectory(const std::wstring& directory, Found& found) {
   const UniqueFile handle(::CreateFileW(directory.c_str(), FILE_LIST_DIRECTORY | SYNCHRONIZE,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                         nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
@@ -68,33 +76,41 @@ DWORD AppendFromDirectory(const std::wstring& directory, std::vector<IdentifiedF
   const auto batch = std::make_unique_for_overwrite<std::byte[]>(kBatchBytes);
   auto info_class = FileIdBothDirectoryRestartInfo;
   while (::GetFileInformationByHandleEx(handle.get(), info_class, batch.get(), kBatchBytes)) {
-    AppendBatch(directory, batch.get(), files);
+    AppendBatch(directory, batch.get(), found);
     info_class = FileIdBothDirectoryInfo;
   }
   return ::GetLastError();
 }
 
-std::vector<IdentifiedFile> LookUpEach(const std::wstring& directory) {
-  std::vector<IdentifiedFile> files;
+Found LookUpEach(const std::wstring& directory) {
+  Found found;
   DirectoryListing listing(directory);
   while (const WIN32_FIND_DATAW* entry = listing.Next()) {
     if ((entry->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
     const auto high = static_cast<std::uint64_t>(entry->nFileSizeHigh) << 32;
-    AppendByLookup(directory, entry->cFileName, high | entry->nFileSizeLow, files);
+    AppendByLookup(directory, entry->cFileName, high | entry->nFileSizeLow, found);
   }
-  return files;
+  if (listing.HasFailed()) found.is_complete = false;
+  return found;
+}
+
+Found FindIn(const std::wstring& directory) {
+  Found found;
+  const DWORD error = AppendFromDirectory(directory, found);
+  if (IsEndOfListing(error)) return found;
+  // Not every file system can list ids, and they differ in how they refuse.
+  if (found.files.empty()) return LookUpEach(directory);
+  LogFailedListing(directory, error);
+  found.is_complete = false;
+  return found;
 }
 
 }  // namespace
 
-std::vector<IdentifiedFile> ListIdentifiedFiles(const std::wstring& directory) {
-  std::vector<IdentifiedFile> files;
-  const DWORD error = AppendFromDirectory(directory, files);
-  if (IsEndOfListing(error)) return files;
-  // Not every file system can list ids, and they differ in how they refuse.
-  if (files.empty()) return LookUpEach(directory);
-  LogFailedListing(directory, error);
-  return files;
+std::vector<IdentifiedFile> ListIdentifiedFiles(const std::wstring& directory, bool* is_complete) {
+  Found found = FindIn(directory);
+  if (is_complete != nullptr) *is_complete = found.is_complete;
+  return std::move(found.files);
 }
 
 }  // namespace zel

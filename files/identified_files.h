@@ -18,13 +18,15 @@ struct IdentifiedFile {
 };
 
 // The files in `directory`, in the file system's order, each with the id that GetFileIdAndSize
-// gives. Subdirectories, and files whose id cannot be read, are left out.
+// gives. Subdirectories, and files whose id cannot be read, are left out; `is_complete`, if given,
+// tells whether no file is missing.
 //
 // Errors: a directory that does not exist has no files; any other failure is logged at Bitmap/Error
 // and ends the listing.
 // Threads: any thread.
 // Cost: one system call for some hundred files; a file is opened only where the directory does not
 // tell its id.
-[[nodiscard]] std::vector<IdentifiedFile> ListIdentifiedFiles(const std::wstring& directory);
+[[nodiscard]] std::vector<IdentifiedFile> ListIdentifiedFiles(const std::wstring& directory,
+                                                              bool* is_complete = nullptr);
 
 }  // namespace zel

@@ -22,6 +22,7 @@ using test::IdOf;
 using test::kCreated;
 using test::kFile;
 using test::kVolume;
+using ::testing::IsEmpty;
 
 using Found = std::tuple<VolumeGuid, FileId, BitmapId, std::wstring, std::uint32_t>;
 
@@ -86,14 +87,14 @@ class FindBitmapFilesTest : public test::BitmapFixture {
 TEST_F(FindBitmapFilesTest, SeveralThreadsFindEachFileOnceAndHaveEndedOnReturn) {
   const std::vector<Found> made = MakeBitmaps();
   second_finder = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  FindBitmapFiles(cbt().wstring(), NoteInTwoThreads);
+  EXPECT_THAT(FindBitmapFiles({.path = cbt().wstring()}, NoteInTwoThreads), IsEmpty());
   EXPECT_EQ(Sorted(), made);
   ::CloseHandle(second_finder);
 }
 
 TEST_F(FindBitmapFilesTest, BitmapsOfOneFileComeInTheOrderOfTheFileSystem) {
   MakeBitmaps();
-  FindBitmapFiles(cbt().wstring(), Note);
+  EXPECT_THAT(FindBitmapFiles({.path = cbt().wstring()}, Note), IsEmpty());
   const LockGuard guard(foundLock);
   for (FileId file = kFile; file < kFile + kFiles; ++file) {
     std::vector<std::wstring> listed;
@@ -116,7 +117,7 @@ TEST_F(FindBitmapFilesTest, BitmapsOfOneFileComeInTheOrderOfTheFileSystem) {
 TEST_F(FindBitmapFilesTest, WithoutAnotherThreadTheCallingOneFindsEverything) {
   const std::vector<Found> made = MakeBitmaps();
   const test::ImportHook hook(__imp__beginthreadex, &FailToBeginThread);
-  FindBitmapFiles(cbt().wstring(), Note);
+  EXPECT_THAT(FindBitmapFiles({.path = cbt().wstring()}, Note), IsEmpty());
   EXPECT_EQ(Sorted(), made);
 }
 
