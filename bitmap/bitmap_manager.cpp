@@ -67,15 +67,16 @@ PinnedBitmap LoadAndPin(BitmapRecord& record, Purpose purpose) {
   return {};
 }
 
-bool LoadsAreAllowed() {
-  const SharedGuard guard(bitmapCacheLock);
-  return loadsAreAllowed;
-}
-
-// Returns when the mark is on the device, or its failure has been logged. One that stands there
+// Returns when a mark is on the device, or its failure has been logged. One that stands there
 // already is flushed, too: whoever has set it may not have got so far.
 void DistrustUntracked(const BitmapRecord& record, const PinnedBitmap& bitmap) {
-  if (bitmap->Changes->Distrust(SystemTimeNow()) != ChangeBitmap::Owed::kNothing) {
+  auto owed = ChangeBitmap::Owed::kNothing;
+  const FileTime now = SystemTimeNow();
+  if (const std::uint32_t fault =
+          TouchView(*bitmap, [&] { owed = bitmap->Changes->Distrust(now); })) {
+    return FailBitmapInUse(bitmap, fault);
+  }
+  if (owed != ChangeBitmap::Owed::kNothing) {
     LogRecord(
         kBitmapWarn,
         L"Marking BitmapId 0x%016I64x for Volume %s, FileId 0x%016I64x unreliable because its "
@@ -175,15 +176,6 @@ BitmapRecords DiscardAll(const FileKey& file) {
   return *records;
 }
 
-BitmapInfo InfoOf(const BitmapRecord& record) {
-  return {.FileSize = record.FileSize,
-          .CreationTime = record.CreationTime,
-          .BlockSize = record.BlockSize,
-          .BitmapId = record.BitmapId,
-          .VolumeGuid = record.VolumeGuid,
-          .FileId = record.FileId};
-}
-
 }  // namespace
 
 void AllowLoads(bool allow) {
@@ -230,23 +222,12 @@ PinnedBitmaps FindBitmapsToChange(const VolumeGuid& volume_guid, FileId file_id)
   return FindBitmaps({volume_guid, file_id}, Purpose::kChange);
 }
 
-std::vector<BitmapId> BitmapIdsOfFile(const FileKey& file) {
-  std::vector<BitmapId> bitmaps;
-  const SharedGuard guard(bitmapCacheLock);
-  const BitmapRecords* const records = KnownBitmaps().Find(file);
-  if (records == nullptr) return bitmaps;
-  for (const auto& record : *records) {
-    if (!record->Discarded) bitmaps.push_back(record->BitmapId);
-  }
-  return bitmaps;
-}
-
 bool DistrustBitmapsOfFile(const FileKey& file, const std::vector<BitmapId>& bitmaps) {
   for (const auto& record : bitmaps.empty() ? BitmapRecords{} : RecordsOf(file)) {
     if (std::ranges::find(bitmaps, record->BitmapId) == bitmaps.end()) continue;
     if (const PinnedBitmap bitmap = LoadAndPin(*record, Purpose::kChange)) {
       DistrustUntracked(*record, bitmap);
-    } else if (!LoadsAreAllowed()) {
+    } else if (!MayLoad()) {
       return false;
     }
   }
@@ -258,18 +239,6 @@ PinnedBitmap GetBitmapById(BitmapId bitmap_id) {
     if (PinnedBitmap bitmap = LoadAndPin(*record, Purpose::kReading)) return bitmap;
   }
   return {};
-}
-
-std::map<FileKey, std::vector<BitmapInfo>> ListAllBitmaps() {
-  std::map<FileKey, std::vector<BitmapInfo>> bitmaps;
-  const SharedGuard guard(bitmapCacheLock);
-  for (const auto& [file, records] : KnownBitmaps().entries()) {
-    std::vector<BitmapInfo>& listed = bitmaps.emplace_hint(bitmaps.end(), file, 0)->second;
-    for (const auto& record : records) {
-      if (!record->Discarded) listed.push_back(InfoOf(*record));
-    }
-  }
-  return bitmaps;
 }
 
 void FailBitmapInUse(const PinnedBitmap& bitmap, std::uint32_t fault) {
@@ -304,35 +273,6 @@ void DeleteBitmapById(BitmapId bitmap_id, VolumeGuid& volume_guid, FileId& file_
 
 void DiscardBitmapsOfFile(const FileKey& file) {
   for (const auto& record : DiscardAll(file)) DeleteIfUnpinned(record);
-}
-
-void SetLastVerifyTime(const FileKey& file, FileTime time) {
-  const LockGuard guard(bitmapCacheLock);
-  const BitmapRecords* const records = KnownBitmaps().Find(file);
-  if (records == nullptr) return;
-  for (const auto& record : *records) {
-    record->LastVerifyTime = std::max(record->LastVerifyTime, time);
-  }
-}
-
-bool AllVerifiedSince(const FileKey& file, FileTime time) {
-  const SharedGuard guard(bitmapCacheLock);
-  const BitmapRecords* const records = KnownBitmaps().Find(file);
-  if (records == nullptr) return false;
-  for (const auto& record : *records) {
-    if (record->LastVerifyTime < time) return false;
-  }
-  return true;
-}
-
-bool AnyVerifiedSince(const FileKey& file, FileTime time) {
-  const SharedGuard guard(bitmapCacheLock);
-  const BitmapRecords* const records = KnownBitmaps().Find(file);
-  if (records == nullptr) return false;
-  for (const auto& record : *records) {
-    if (record->LastVerifyTime >= time) return true;
-  }
-  return false;
 }
 
 }  // namespace zel
