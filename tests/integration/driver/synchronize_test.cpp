@@ -387,7 +387,6 @@ TEST_F(VerifyFileIsTrackedTest, AnswerToAnEarlierControlCodeDoesNotCount) {
 // As when another agent starts tracking of the file meanwhile.
 TEST_F(VerifyFileIsTrackedTest, BitmapMadeAfterTheAnswerIsVerifiedByAnotherOne) {
   Create(16);
-  WaitPatiently();
   Start();
   int answers = 0;
   opens_.on_control = [&] {
