@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "files/file_identity.h"
+#include "files/layout.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/handle_count.h"
 #include "tests/integration/support/import_hook.h"
@@ -148,6 +149,13 @@ TEST_F(CleanVolumeDirectoryTest, FileThatIsHeldOpenStaysAndTheRestGoes) {
   }
   CleanVolumeDirectory(kFirstVolume);
   EXPECT_FALSE(fs::exists(cbt() / kFirstVolumeText));
+}
+
+TEST_F(CleanVolumeDirectoryTest, MarkBesideABitmapGoesWithIt) {
+  const fs::path untracked = AddDirectory(kFirstVolumeText, L"00000000000000ab");
+  fs::create_directory(MissedMarkPath((untracked / L"bitmap").wstring()));
+  CleanVolumeDirectory(kFirstVolume);
+  EXPECT_FALSE(fs::exists(untracked));
 }
 
 TEST_F(CleanVolumeDirectoryTest, TreeGoesWithEverythingInIt) {
