@@ -25,10 +25,10 @@ DWORD MillisecondsUntil(FileTime due, FileTime now) {
 
 Driver::Driver()
     : model_(ReadTrackedFiles, Now(), TakeCleanShutdownMark()),
-      read_table_mapping_(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                               sizeof(ReadTable), kReadTableName)),
-      read_table_(static_cast<ReadTable*>(
-          ::MapViewOfFile(read_table_mapping_.get(), FILE_MAP_READ, 0, 0, sizeof(ReadTable)))),
+      receipts_mapping_(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                             sizeof(ReceiptLog), kReceiptsName)),
+      receipts_(static_cast<ReceiptLog*>(
+          ::MapViewOfFile(receipts_mapping_.get(), FILE_MAP_WRITE, 0, 0, sizeof(ReceiptLog)))),
       changed_event_(::CreateEventW(nullptr, FALSE, FALSE, nullptr)),
       stop_event_(::CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
 
@@ -39,7 +39,7 @@ Driver::Told Driver::Tell(std::string_view line) {
   std::string answer;
   {
     const LockGuard guard(lock_);
-    model_.Acknowledge(NewestReads().newest);
+    ReadReceipts();
     answer = model_.Obey(order, Now());
   }
   ::SetEvent(changed_event_.get());
@@ -48,23 +48,26 @@ Driver::Told Driver::Tell(std::string_view line) {
 
 void Driver::Shutdown() {
   const LockGuard guard(lock_);
-  model_.Acknowledge(NewestReads().newest);
+  ReadReceipts();
   if (model_.Idle()) LeaveCleanShutdownMark();
 }
 
 void Driver::Connect() {
   const LockGuard guard(lock_);
+  receipts_.get()->count = 0;
+  receipts_read_ = 0;
   model_.Connect();
 }
 
 void Driver::Disconnect() {
   const LockGuard guard(lock_);
-  model_.Disconnect(NewestReads().newest);
+  ReadReceipts();
+  model_.Disconnect();
 }
 
 std::optional<Bytes> Driver::Offer(DWORD& wait_ms) {
   const LockGuard guard(lock_);
-  model_.Acknowledge(NewestReads().newest);
+  ReadReceipts();
   const FileTime now = Now();
   if (const Message* const message = model_.Offer(now)) return message->bytes;
   const std::optional<FileTime> due = model_.WhenDue(now);
@@ -77,11 +80,15 @@ void Driver::HandedOver() {
   model_.HandedOver();
 }
 
-Driver::Reads Driver::NewestReads() const {
-  Reads reads;
-  std::ranges::transform(read_table_.get()->newest, reads.newest,
-                         [](const auto& newest) { return newest.load(); });
-  return reads;
+void Driver::ReadReceipts() {
+  for (const std::uint64_t count = receipts_.get()->count; receipts_read_ < count;) {
+    const Receipt receipt = receipts_.get()->receipts[receipts_read_++ % kReceipts];
+    if (receipt.processed) {
+      model_.Processed(receipt.message_id);
+    } else {
+      model_.Received(receipt.message_id);
+    }
+  }
 }
 
 }  // namespace zel::sim

@@ -21,7 +21,7 @@ class Driver {
   Driver();
 
   // False when the system refused what a driver needs; nothing else may be called then.
-  [[nodiscard]] bool usable() const { return read_table_ && changed_event_ && stop_event_; }
+  [[nodiscard]] bool usable() const { return receipts_ && changed_event_ && stop_event_; }
   // Obeys a line of the control channel. After "stop" it is the caller's to set the stop event,
   // once the answer is on its way: the process may end at once.
   struct Told {
@@ -43,15 +43,14 @@ class Driver {
   void HandedOver();
 
  private:
-  struct Reads {
-    std::uint64_t newest[kMaxReaders];
-  };
-  Reads NewestReads() const;
+  // Tells the model what the user library has written down since it was last asked.
+  void ReadReceipts() ZEL_REQUIRES(lock_);
 
   CriticalSection lock_;
   DriverModel model_ ZEL_GUARDED_BY(lock_);
-  UniqueMapping read_table_mapping_;
-  UniqueView<ReadTable> read_table_;
+  UniqueMapping receipts_mapping_;
+  UniqueView<ReceiptLog> receipts_;
+  std::uint64_t receipts_read_ ZEL_GUARDED_BY(lock_) = 0;
   UniqueEvent changed_event_;  // set by itself again after a wait
   UniqueEvent stop_event_;     // manual reset
 };

@@ -76,6 +76,10 @@ std::string DriverModel::Obey(const Order& order, FileTime now) {
       return refused_connects_ ? Refused(*refused_connects_) : "ok";
     case Verb::kSend:
       return Send(order, now);
+    case Verb::kForget:
+    case Verb::kRedeliver:
+      redelivers_ = order.verb == Verb::kRedeliver;
+      break;
     case Verb::kHold:
     case Verb::kRelease:
       queue_.SetHeld(order.verb == Verb::kHold);
@@ -179,15 +183,25 @@ StatusReply DriverModel::Status() const {
 std::string DriverModel::Counters() const {
   const MessageQueue::Counters& queue = queue_.counters();
   const std::pair<const char*, std::uint64_t> counters[] = {
-      {"connected", connected_},        {"connections", connections_},
-      {"tracked", tracked_.size()},     {"waiting", Waiting()},
-      {"in_flight", handed_.size()},    {"pending", queue_.pending()},
-      {"queued", queue.queued},         {"handed_over", handed_over_},
-      {"redelivered", redelivered_},    {"dropped", queue.dropped},
-      {"overflowed", queue.overflowed}, {"corrupted", queue.corrupted},
-      {"duplicated", queue.duplicated}, {"untracked", untracked_},
-      {"vaulted", queue.vaulted},       {"from_vault", from_vault_},
-      {"list_changes", list_changes_},  {"syncs", syncs_},
+      {"connected", connected_},
+      {"connections", connections_},
+      {"tracked", tracked_.size()},
+      {"waiting", Waiting()},
+      {"in_flight", handed_.size()},
+      {"pending", queue_.pending()},
+      {"queued", queue.queued},
+      {"handed_over", handed_over_},
+      {"forgotten", forgotten_},
+      {"redelivered", redelivered_},
+      {"dropped", queue.dropped},
+      {"overflowed", queue.overflowed},
+      {"corrupted", queue.corrupted},
+      {"duplicated", queue.duplicated},
+      {"untracked", untracked_},
+      {"vaulted", queue.vaulted},
+      {"from_vault", from_vault_},
+      {"list_changes", list_changes_},
+      {"syncs", syncs_},
   };
   std::string line = "ok";
   for (const auto& [name, value] : counters) {
@@ -199,39 +213,57 @@ std::string DriverModel::Counters() const {
 void DriverModel::Connect() {
   connected_ = true;
   ++connections_;
-  handed_on_connection_ = 0;
   queue_.SetConnected(true);
 }
 
-void DriverModel::Disconnect(std::span<const std::uint64_t> reads) {
-  Acknowledge(reads);
+void DriverModel::Disconnect() {
   connected_ = false;
   queue_.SetConnected(false);
-  redelivered_ += handed_.size();
-  std::deque<Message> unprocessed;
+  if (offered_) handed_.push_back(*std::exchange(offered_, std::nullopt));
+  std::deque<Message> back;
   for (Handed& handed : std::exchange(handed_, {})) {
-    unprocessed.push_back(std::move(handed.message));
+    const bool received = handed.stage != Stage::kOffered;
+    if (received) ++(redelivers_ ? redelivered_ : forgotten_);
+    if (!received || redelivers_) back.push_back(std::move(handed.message));
   }
-  if (offered_) unprocessed.push_back(*std::exchange(offered_, std::nullopt));
-  queue_.PutBack(std::move(unprocessed));
+  queue_.PutBack(std::move(back));
 }
 
 const Message* DriverModel::Offer(FileTime now) {
-  if (!offered_) offered_ = queue_.Take(now);
-  return offered_ ? &*offered_ : nullptr;
+  if (!offered_) {
+    if (std::optional<Message> message = queue_.Take(now)) offered_.emplace(std::move(*message));
+  }
+  return offered_ ? &offered_->message : nullptr;
 }
 
 void DriverModel::HandedOver() {
   ++handed_over_;
-  from_vault_ += std::exchange(offered_->vaulted, false);
-  handed_.push_back({++handed_on_connection_, std::move(*offered_)});
+  from_vault_ += std::exchange(offered_->message.vaulted, false);
+  Handed handed = std::move(*offered_);
   offered_.reset();
+  if (handed.stage != Stage::kProcessed) handed_.push_back(std::move(handed));
 }
 
-void DriverModel::Acknowledge(std::span<const std::uint64_t> reads) {
-  std::erase_if(handed_, [&](const Handed& handed) {
-    return std::ranges::find(reads, handed.read) == reads.end();
-  });
+void DriverModel::Received(std::uint64_t message_id) {
+  Advance(message_id, Stage::kOffered, Stage::kReceived);
+}
+
+void DriverModel::Processed(std::uint64_t message_id) {
+  Advance(message_id, Stage::kReceived, Stage::kProcessed);
+  std::erase_if(handed_, [](const Handed& h) { return h.stage == Stage::kProcessed; });
+}
+
+// Duplicates have one id: it is the oldest at that stage.
+void DriverModel::Advance(std::uint64_t message_id, Stage from, Stage to) {
+  const auto is_it = [&](const Handed& handed) {
+    const Bytes& bytes = handed.message.bytes;
+    return handed.stage == from && MessageIdOf(bytes.data(), bytes.size()) == message_id;
+  };
+  if (const auto handed = std::ranges::find_if(handed_, is_it); handed != handed_.end()) {
+    handed->stage = to;
+  } else if (offered_ && is_it(*offered_)) {
+    offered_->stage = to;
+  }
 }
 
 }  // namespace zel::sim

@@ -32,6 +32,8 @@ constexpr Grammar kGrammar[] = {
     {"raw", Verb::kRaw, "B"},
     {"connect", Verb::kConnect, ""},
     {"send", Verb::kSend, "BN"},
+    {"forget", Verb::kForget, ""},
+    {"redeliver", Verb::kRedeliver, ""},
     {"hold", Verb::kHold, ""},
     {"release", Verb::kRelease, ""},
     {"delay", Verb::kDelay, "N"},

@@ -27,6 +27,8 @@ enum class Verb {
   kConnect,
   kSend,
   // How the driver behaves.
+  kForget,
+  kRedeliver,
   kHold,
   kRelease,
   kDelay,

@@ -77,6 +77,15 @@ static_assert(sizeof(StatusReply) == 48 && offsetof(StatusReply, start_time) == 
 // What the simulated driver says of its saved messages: it saves none.
 inline constexpr std::uint8_t kLoadStatusDoesNotExist = 3;
 
+// The id in the header of a message that was transferred whole; 0 when it does not reach that far.
+[[nodiscard]] inline std::uint64_t MessageIdOf(const void* message, std::size_t size) {
+  std::uint64_t id = 0;
+  if (size < offsetof(EventMessage, magic)) return 0;
+  std::memcpy(&id, static_cast<const std::byte*>(message) + offsetof(EventMessage, message_id),
+              sizeof id);
+  return id;
+}
+
 template <class Layout>
 [[nodiscard]] Bytes ToBytes(const Layout& layout) {
   static_assert(std::is_trivially_copyable_v<Layout>);

@@ -8,4 +8,12 @@ namespace zel::sim {
 // no other thread run.
 void* ReplaceImport(const char* dll, const char* function, void* replacement);
 
+// The same, with the imported one in `original`.
+template <class Function>
+void ReplaceImport(const char* dll, const char* function, Function* replacement,
+                   Function*& original) {
+  original = reinterpret_cast<Function*>(
+      ReplaceImport(dll, function, reinterpret_cast<void*>(replacement)));
+}
+
 }  // namespace zel::sim

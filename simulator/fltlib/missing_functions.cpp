@@ -14,6 +14,7 @@
 #include "simulator/fltlib/import_table.h"
 #include "simulator/fltlib/patient_send.h"
 #include "simulator/fltlib/pipe_calls.h"
+#include "simulator/fltlib/port_reads.h"
 
 namespace zel::sim {
 namespace {
@@ -74,22 +75,18 @@ BOOL WINAPI NamingVolumeName(const wchar_t* mount_point, wchar_t* name, DWORD ch
   return TRUE;
 }
 
-template <class Function>
-void Replace(const char* dll, const char* name, Function* replacement, Function*& original) {
-  original =
-      reinterpret_cast<Function*>(ReplaceImport(dll, name, reinterpret_cast<void*>(replacement)));
-}
-
 }  // namespace
 }  // namespace zel::sim
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
   using namespace zel::sim;
   if (reason != DLL_PROCESS_ATTACH) return TRUE;
-  Replace("KERNEL32.dll", "DeviceIoControl", &VerifyingDeviceIoControl, system_device_io_control);
-  Replace("KERNEL32.dll", "GetVolumeNameForVolumeMountPointW", &NamingVolumeName,
-          system_volume_name);
-  Replace("RPCRT4.dll", "NdrServerCall2", &PipingServerCall, system_server_call);
+  ReplaceImport("KERNEL32.dll", "DeviceIoControl", &VerifyingDeviceIoControl,
+                system_device_io_control);
+  ReplaceImport("KERNEL32.dll", "GetVolumeNameForVolumeMountPointW", &NamingVolumeName,
+                system_volume_name);
+  ReplaceImport("RPCRT4.dll", "NdrServerCall2", &PipingServerCall, system_server_call);
+  WatchPortReads();
   InstallPatientSend();
   return TRUE;
 }

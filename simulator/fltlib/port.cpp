@@ -6,11 +6,11 @@
 // Behind <windows.h>.
 #include <fltuser.h>
 
-#include <atomic>
 #include <string>
 
 #include "simulator/channels.h"
 #include "simulator/control_client.h"
+#include "simulator/fltlib/port_reads.h"
 #include "simulator/text.h"
 #include "win32/handles.h"
 
@@ -21,62 +21,6 @@ namespace {
 constexpr DWORD kBusyLimitMs = 5'000;
 
 constexpr HRESULT kNoWaiterForReply = static_cast<HRESULT>(0x801F0020);
-
-// Which reader made which read, for the driver; the table is the driver's memory.
-class Reads {
- public:
-  HRESULT Open() {
-    const LockGuard guard(lock_);
-    mapping_.reset(::OpenFileMappingW(FILE_MAP_WRITE, FALSE, kReadTableName));
-    table_.reset(static_cast<ReadTable*>(
-        ::MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, sizeof(ReadTable))));
-    if (!table_) return HRESULT_FROM_WIN32(::GetLastError());
-    for (std::size_t i = 0; i < kMaxReaders; ++i) {
-      readers_[i] = nullptr;
-      table_.get()->newest[i] = 0;
-    }
-    count_ = 0;
-    return S_OK;
-  }
-
-  // Reads of a pipe are served in the order in which they were made, which is that of the numbers.
-  HRESULT Read(HANDLE port, void* buffer, DWORD size, OVERLAPPED* overlapped) {
-    const LockGuard guard(lock_);
-    std::atomic<std::uint64_t>* const newest = Newest(overlapped);
-    if (newest == nullptr) return HRESULT_FROM_WIN32(ERROR_NO_SYSTEM_RESOURCES);
-    *newest = ++count_;
-    // What is there at once still completes through the event.
-    if (::ReadFile(port, buffer, size, nullptr, overlapped)) return PendingResult();
-    const DWORD error = ::GetLastError();
-    if (error == ERROR_IO_PENDING) return PendingResult();
-    *newest = 0;
-    --count_;
-    return HRESULT_FROM_WIN32(error);
-  }
-
- private:
-  static HRESULT PendingResult() { return HRESULT_FROM_WIN32(ERROR_IO_PENDING); }
-
-  std::atomic<std::uint64_t>* Newest(const OVERLAPPED* reader) ZEL_REQUIRES(lock_) {
-    if (!table_) return nullptr;
-    for (std::size_t i = 0; i < kMaxReaders; ++i) {
-      if (readers_[i] == nullptr) readers_[i] = reader;
-      if (readers_[i] == reader) return &table_.get()->newest[i];
-    }
-    return nullptr;
-  }
-
-  CriticalSection lock_;
-  UniqueMapping mapping_ ZEL_GUARDED_BY(lock_);
-  UniqueView<ReadTable> table_ ZEL_GUARDED_BY(lock_);
-  const OVERLAPPED* readers_[kMaxReaders] ZEL_GUARDED_BY(lock_) = {};
-  std::uint64_t count_ ZEL_GUARDED_BY(lock_) = 0;
-};
-
-Reads& PortReads() {
-  static Reads& reads = *new Reads;  // outlives every thread
-  return reads;
-}
 
 // Gives the driver an order: S_OK with what stands behind "ok", or what the driver refuses with.
 HRESULT Ask(const std::string& order, std::string& answer) {
@@ -114,8 +58,11 @@ HRESULT ReadAndWait(HANDLE port, Read read) {
   const HRESULT result = read(&overlapped);
   if (result != HRESULT_FROM_WIN32(ERROR_IO_PENDING)) return result;
   DWORD received = 0;
-  if (::GetOverlappedResult(port, &overlapped, &received, TRUE)) return S_OK;
-  return HRESULT_FROM_WIN32(::GetLastError());
+  if (!::GetOverlappedResult(port, &overlapped, &received, TRUE)) {
+    return HRESULT_FROM_WIN32(::GetLastError());
+  }
+  EndPortRead(event.get());
+  return S_OK;
 }
 
 // The driver knows of the connection when it has greeted.
@@ -129,9 +76,8 @@ HRESULT AwaitGreeting(HANDLE port) {
 
 // Without an OVERLAPPED the call lasts until there is a message.
 HRESULT GetMessageAndWait(HANDLE port, void* buffer, DWORD size) {
-  return ReadAndWait(port, [&](OVERLAPPED* overlapped) {
-    return PortReads().Read(port, buffer, size, overlapped);
-  });
+  return ReadAndWait(
+      port, [&](OVERLAPPED* overlapped) { return BeginPortRead(port, buffer, size, overlapped); });
 }
 
 HRESULT Connect(const wchar_t* name, HANDLE* port) {
@@ -146,7 +92,7 @@ HRESULT Connect(const wchar_t* name, HANDLE* port) {
     return HRESULT_FROM_WIN32(::GetLastError());
   }
   result = AwaitGreeting(pipe.get());
-  if (SUCCEEDED(result)) result = PortReads().Open();
+  if (SUCCEEDED(result)) result = BeginPortReads();
   if (SUCCEEDED(result)) *port = pipe.release();
   return result;
 }
@@ -184,7 +130,7 @@ HRESULT WINAPI FilterGetMessage(HANDLE port, PFILTER_MESSAGE_HEADER buffer, DWOR
                                 LPOVERLAPPED overlapped) {
   if (size < sizeof *buffer) return E_INVALIDARG;
   if (overlapped == nullptr) return zel::sim::GetMessageAndWait(port, buffer, size);
-  return zel::sim::PortReads().Read(port, buffer, size, overlapped);
+  return zel::sim::BeginPortRead(port, buffer, size, overlapped);
 }
 
 HRESULT WINAPI FilterSendMessage(HANDLE port, LPVOID in, DWORD in_size, LPVOID out, DWORD out_size,

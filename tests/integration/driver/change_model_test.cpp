@@ -395,6 +395,8 @@ TEST(ChangeModelTest, TwoHundredRandomHistoriesThroughTheModulesAgreeWithTheMode
   const TempDirectory directory;
   std::filesystem::create_directories(directory.path() / "cbt");
   SimulatedDriver driver;
+  // What a host has in hand when it is killed is not the model's subject.
+  driver.Order("redeliver");
   std::optional<ModuleHost> host;
   host.emplace(directory.path());
   Counts counts;

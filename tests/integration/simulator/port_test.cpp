@@ -271,20 +271,77 @@ TEST_F(PortTest, WhatWasQueuedIsHandedToTheNextConnection) {
   Write(4);
   const PortClient port;
   PortReader reader(port);
-  EXPECT_EQ(Offsets(reader, 3), (std::vector<std::uint64_t>{2, 3, 4}));
-  EXPECT_EQ(driver_.Counter("redelivered"), 1u);
+  EXPECT_EQ(Offsets(reader, 2), (std::vector<std::uint64_t>{3, 4}));
+  EXPECT_EQ(driver_.Counter("forgotten"), 1u);
 }
 
-TEST_F(PortTest, MessageThatDiedWithItsReaderIsDeliveredAgain) {
-  const ChildProcess reader(BesideThisProgram(L"port_reader.exe") + L" zel_port_reader_has_one");
-  const UniqueEvent has_one(::CreateEventW(nullptr, TRUE, FALSE, L"zel_port_reader_has_one"));
+TEST_F(PortTest, MessageInABufferThatNobodyWaitedForIsStillTheDrivers) {
+  {
+    const PortClient port;
+    PortReader reader(port);
+    Write(1);
+    reader.Post();
+    ASSERT_TRUE(driver_.WaitForCounter("handed_over", 1));
+  }
+  const PortClient port;
+  PortReader reader(port);
+  EXPECT_EQ(reader.Next().offset_or_size, 1u);
+  EXPECT_EQ(driver_.Counter("forgotten"), 0u);
+}
+
+TEST_F(PortTest, EveryReaderOfSeveralReceivesForItself) {
+  {
+    const PortClient port;
+    PortReader first(port);
+    PortReader second(port);
+    PortReader third(port);
+    first.Post();
+    second.Post();
+    third.Post();
+    for (int i = 1; i <= 3; ++i) Write(i);
+    ASSERT_TRUE(driver_.WaitForCounter("handed_over", 3));
+    const HANDLE events[] = {third.event(), second.event()};
+    EXPECT_EQ(::WaitForMultipleObjects(2, events, TRUE, 10'000), WAIT_OBJECT_0);
+  }
+  const PortClient port;
+  PortReader reader(port);
+  EXPECT_EQ(reader.Next().offset_or_size, 1u);
+  EXPECT_EQ(driver_.Counter("forgotten"), 2u);
+}
+
+// As a service that is killed while it works on a message.
+class DeadReader {
+ public:
+  explicit DeadReader(SimulatedDriver& driver) {
+    EXPECT_EQ(::WaitForSingleObject(has_one_.get(), 20'000), WAIT_OBJECT_0);
+    EXPECT_TRUE(driver.WaitForCounter("in_flight", 1));
+    process_.Kill();
+    EXPECT_TRUE(driver.WaitForCounter("connected", 0));
+  }
+
+ private:
+  UniqueEvent has_one_{::CreateEventW(nullptr, TRUE, FALSE, L"zel_port_reader_has_one")};
+  ChildProcess process_{BesideThisProgram(L"port_reader.exe") + L" zel_port_reader_has_one"};
+};
+
+TEST_F(PortTest, MessageThatDiedWithItsReaderIsForgotten) {
   Write(1);
-  ASSERT_EQ(::WaitForSingleObject(has_one.get(), 20'000), WAIT_OBJECT_0);
-  ASSERT_TRUE(driver_.WaitForCounter("in_flight", 1));
-  reader.Kill();
+  DeadReader reader(driver_);
+  Write(2);
+  const PortClient port;
+  PortReader next(port);
+  EXPECT_EQ(next.Next().offset_or_size, 2u);
+  EXPECT_EQ(driver_.Counter("forgotten"), 1u);
+}
+
+TEST_F(PortTest, MessageThatDiedWithItsReaderIsDeliveredAgainByAnOrder) {
+  driver_.Order("redeliver");
+  Write(1);
+  DeadReader reader(driver_);
   const PortClient port;
   PortReader next(port);
   EXPECT_EQ(next.Next().offset_or_size, 1u);
+  EXPECT_EQ(driver_.Counter("redelivered"), 1u);
 }
 
 TEST_F(PortTest, ProcessedMessagesAreNotDeliveredAgain) {

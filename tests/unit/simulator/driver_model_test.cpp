@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-
 #include "simulator/text.h"
 
 namespace zel::sim {
@@ -155,15 +153,86 @@ TEST_F(DriverModelTest, RefusalLastsUntilItIsTakenBack) {
   EXPECT_EQ(Tell("connect"), "refused 0x80070005");
 }
 
-TEST_F(DriverModelTest, OnlyWhatIsNotProcessedIsDeliveredAgain) {
+TEST_F(DriverModelTest, WhatAReaderHasReceivedIsForgotten) {
+  model.Connect();
+  for (int i = 1; i <= 4; ++i) Write(i);
+  for (int i = 1; i <= 3; ++i) EXPECT_EQ(HandOver(), i);
+  // In any order; the second is in no buffer yet, though a read has taken it.
+  model.Received(3);
+  model.Received(1);
+  EXPECT_NE(Tell("counters").find(" in_flight=3 "), std::string::npos);
+  model.Disconnect();
+  EXPECT_NE(Tell("counters").find(" forgotten=2 redelivered=0 "), std::string::npos);
+  model.Connect();
+  for (const int expected : {2, 4, -1}) EXPECT_EQ(HandOver(), expected);
+}
+
+TEST_F(DriverModelTest, WhatIsNotProcessedIsDeliveredAgainByAnOrder) {
+  Tell("redeliver");
   model.Connect();
   for (int i = 1; i <= 5; ++i) Write(i);
   for (int i = 1; i <= 4; ++i) EXPECT_EQ(HandOver(), i);
-  // One reader made the reads 1 and 5, others 2, 3 and 4; the one with 3 has read again, too.
-  const std::uint64_t reads[] = {5, 2, 6, 4, 0};
-  model.Disconnect(reads);
+  for (int i = 1; i <= 3; ++i) model.Received(i);
+  model.Processed(2);
+  model.Disconnect();
+  EXPECT_NE(Tell("counters").find(" forgotten=0 redelivered=2 "), std::string::npos);
   model.Connect();
-  for (const int expected : {2, 4, 5, -1}) EXPECT_EQ(HandOver(), expected);
+  for (const int expected : {1, 3, 4, 5, -1}) EXPECT_EQ(HandOver(), expected);
+  Tell("forget");
+  model.Received(4);
+  model.Disconnect();
+  model.Connect();
+  for (const int expected : {1, 3, 5, -1}) EXPECT_EQ(HandOver(), expected);
+}
+
+TEST_F(DriverModelTest, MessageMayBeReceivedBeforeItsWriteHasEnded) {
+  model.Connect();
+  Write(1);
+  Write(2);
+  EXPECT_NE(model.Offer(kNow), nullptr);
+  model.Received(1);
+  model.HandedOver();
+  EXPECT_NE(model.Offer(kNow), nullptr);
+  model.Received(2);
+  model.Processed(2);
+  model.HandedOver();
+  EXPECT_NE(Tell("counters").find(" in_flight=1 "), std::string::npos);
+  model.Disconnect();
+  model.Connect();
+  EXPECT_EQ(HandOver(), -1);
+}
+
+TEST_F(DriverModelTest, OfferedMessageThatWasReceivedIsForgottenToo) {
+  model.Connect();
+  Write(1);
+  EXPECT_NE(model.Offer(kNow), nullptr);
+  model.Received(1);
+  model.Disconnect();
+  model.Connect();
+  EXPECT_EQ(HandOver(), -1);
+}
+
+TEST_F(DriverModelTest, ReceiptsOfDuplicatesCountOnceEach) {
+  model.Connect();
+  Tell("duplicate");
+  Write(1);
+  EXPECT_EQ(HandOver(), 1);
+  EXPECT_EQ(HandOver(), 1);
+  model.Received(1);
+  model.Disconnect();
+  model.Connect();
+  EXPECT_EQ(HandOver(), 1);
+  EXPECT_EQ(HandOver(), -1);
+}
+
+TEST_F(DriverModelTest, BytesTooShortForAnIdAreReceivedLikeOthers) {
+  model.Connect();
+  Tell("raw 0102");
+  EXPECT_NE(model.Offer(kNow), nullptr);
+  model.HandedOver();
+  model.Received(0);
+  model.Disconnect();
+  EXPECT_EQ(model.Offer(kNow), nullptr);
 }
 
 TEST_F(DriverModelTest, OfferedMessageThatNobodyTookIsDeliveredAgain) {
@@ -171,7 +240,7 @@ TEST_F(DriverModelTest, OfferedMessageThatNobodyTookIsDeliveredAgain) {
   Write(1);
   EXPECT_NE(model.Offer(kNow), nullptr);
   EXPECT_NE(Tell("counters").find(" waiting=1 "), std::string::npos);
-  model.Disconnect({});
+  model.Disconnect();
   model.Connect();
   EXPECT_EQ(HandOver(), 1);
 }
@@ -183,7 +252,9 @@ TEST_F(DriverModelTest, DriverIsIdleWhenEverythingIsProcessed) {
   EXPECT_FALSE(model.Idle());
   HandOver();
   EXPECT_FALSE(model.Idle());
-  model.Acknowledge(std::array<std::uint64_t, 1>{2});
+  model.Received(1);
+  EXPECT_FALSE(model.Idle());
+  model.Processed(1);
   EXPECT_TRUE(model.Idle());
   Tell("unreported " + VolumeText(kFile.volume) + " 7");
   EXPECT_FALSE(model.Idle());

@@ -55,6 +55,8 @@ TEST(OrdersTest, EveryOrderIsKnown) {
       {"raw 00ff", Verb::kRaw},
       {"connect", Verb::kConnect},
       {"send 00 48", Verb::kSend},
+      {"forget", Verb::kForget},
+      {"redeliver", Verb::kRedeliver},
       {"hold", Verb::kHold},
       {"release", Verb::kRelease},
       {"delay 5", Verb::kDelay},
