@@ -225,6 +225,7 @@ PinnedBitmaps FindBitmapsToChange(const VolumeGuid& volume_guid, FileId file_id)
 bool DistrustBitmapsOfFile(const FileKey& file, const std::vector<BitmapId>& bitmaps) {
   for (const auto& record : bitmaps.empty() ? BitmapRecords{} : RecordsOf(file)) {
     if (std::ranges::find(bitmaps, record->BitmapId) == bitmaps.end()) continue;
+    if (!MayLoad()) return false;
     if (const PinnedBitmap bitmap = LoadAndPin(*record, Purpose::kChange)) {
       DistrustUntracked(*record, bitmap);
     } else if (!MayLoad()) {

@@ -61,8 +61,10 @@ std::uint32_t DistrustWhatWasNotTracked(const FileKey& file) {
   // Before the question: one that is made after it belongs to somebody who has made the file
   // tracked.
   const std::vector<BitmapId> bitmaps = BitmapIdsOfFile(file);
-  if (IsTracked(file) || DistrustBitmapsOfFile(file, bitmaps)) return ERROR_SUCCESS;
-  return ERROR_SHUTDOWN_IN_PROGRESS;
+  if (IsTracked(file)) return ERROR_SUCCESS;
+  // Asked in this order: the stop is requested before it empties the list.
+  if (StopRequested || !DistrustBitmapsOfFile(file, bitmaps)) return ERROR_SHUTDOWN_IN_PROGRESS;
+  return ERROR_SUCCESS;
 }
 
 // Makes the file tracked. 0, or why not, which has been logged.
