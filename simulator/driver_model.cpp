@@ -231,7 +231,7 @@ void DriverModel::Disconnect() {
 
 const Message* DriverModel::Offer(FileTime now) {
   if (!offered_) {
-    if (std::optional<Message> message = queue_.Take(now)) offered_.emplace(std::move(*message));
+    if (std::optional<Message> message = queue_.Take(now)) offered_ = Handed{std::move(*message)};
   }
   return offered_ ? &offered_->message : nullptr;
 }

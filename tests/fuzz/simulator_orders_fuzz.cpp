@@ -13,7 +13,7 @@ void Require(bool condition) {
   if (!condition) std::abort();
 }
 
-// Hands everything over; whether some message told of unreported changes.
+// Hands everything over and has it processed; whether some message told of unreported changes.
 bool Drain(zel::sim::DriverModel& model) {
   bool told = false;
   while (const zel::sim::Message* const message = model.Offer(UINT64_MAX)) {
@@ -22,7 +22,10 @@ bool Drain(zel::sim::DriverModel& model) {
       std::memcpy(&event, message->bytes.data(), sizeof event);
       told = told || event.unreported_changes != 0;
     }
+    const std::uint64_t id = zel::sim::MessageIdOf(message->bytes.data(), message->bytes.size());
     model.HandedOver();
+    model.Received(id);
+    model.Processed(id);
   }
   return told;
 }
@@ -52,7 +55,6 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     Require(model.Obey(order, 2) == "ok");
   }
   Drain(model);
-  model.Acknowledge({});
   Require(model.Idle());
   order.verb = zel::sim::Verb::kUnreported;
   order.file = file;
