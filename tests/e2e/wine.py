@@ -92,6 +92,11 @@ class Wine:
         return [int(entry.name) for entry in pathlib.Path("/proc").iterdir()
                 if entry.name.isdigit() and self._is_process(entry, windows_path)]
 
+    def all_processes(self):
+        """The process ids of everything that runs in this prefix, Wine's own programs included."""
+        return [int(entry.name) for entry in pathlib.Path("/proc").iterdir()
+                if entry.name.isdigit() and self._is_of_prefix(entry)]
+
     def listening_ports(self):
         """The TCP ports on which programs of this prefix listen; Wine's server holds the sockets."""
         listeners = subprocess.run(["ss", "-Hltnp"], stdout=subprocess.PIPE, text=True, check=True)
