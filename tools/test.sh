@@ -19,6 +19,7 @@ leave_nothing_running() {
   [ -z "${pytest:-}" ] || kill "$pytest" 2>/dev/null
   tools/wine-run.sh --stop
   ZEL_WINEPREFIX=$PWD/build/wine/e2e tools/wine-run.sh --stop
+  for prefix in build/wine/crash-*/; do ZEL_WINEPREFIX=$PWD/${prefix%/} tools/wine-run.sh --stop; done
 }
 trap leave_nothing_running EXIT
 
@@ -81,6 +82,8 @@ build mingw-clang
 run_ctest mingw
 check demo tools/demo.sh
 finish_pytest
+check crash-oracle /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/crash
+check crash tools/crash.sh 100
 build native-asan && run_ctest native-asan
 build native-tsan && run_ctest native-tsan
 
