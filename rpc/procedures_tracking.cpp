@@ -107,8 +107,8 @@ void GiveUpBitmap(const FileToTrack& file, BitmapId bitmap_id) {
   DeleteBitmapById(bitmap_id, volume_guid, file_id);
 }
 
-// No code when the number of blocks cannot be computed because a block has no bytes; done unless the
-// bitmap went, or could not be used, before anybody had heard of it.
+// No code when the number of blocks cannot be computed because a block has no bytes; done unless
+// the bitmap went, or could not be used, before anybody had heard of it.
 struct StartOutcome {
   std::optional<std::uint32_t> result;
   bool is_done = true;

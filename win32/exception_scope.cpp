@@ -1,6 +1,6 @@
 #include "win32/exception_scope.h"
 
-#include <cstring>
+#include <cstddef>
 
 namespace zel {
 
