@@ -40,7 +40,8 @@ class Inspection(World):
             answer = self.probe.ask(*words)
             if not answer.startswith(NOT_CARRIED_OUT):
                 break
-            require("" if self.machine.lives() else f"the service has ended by itself, and {words} failed")
+            if not self.machine.lives():
+                raise Violation(f"the service has ended by itself: {words} failed")
         return answer
 
     def synchronize(self):
