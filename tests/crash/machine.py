@@ -100,6 +100,11 @@ class Machine:
         self.agent.install()
         self.probe = Probe(self.wine)
 
+    def replace_probe(self):
+        """What the old one held open is let go of."""
+        self.probe.close()
+        self.probe = Probe(self.wine)
+
     def tear_down(self):
         try:
             self.wine.stop()

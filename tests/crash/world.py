@@ -22,7 +22,6 @@ class Violation(Exception):
 class World:
     def __init__(self, machine, seed, number, report, redelivers=False):
         self.machine, self.seed, self.number, self.report = machine, seed, number, report
-        self.probe = machine.probe
         self.redelivers = redelivers
         self.trace = []
         self.sent = []         # reports whose answers are not read yet
@@ -32,6 +31,10 @@ class World:
         self.cut_off = set()   # files of which a call that makes a bitmap had no answer
         self.dead = {}         # {bitmap: state}, as the last death left them
         self.made = 0          # bitmaps that were laid out
+
+    @property
+    def probe(self):
+        return self.machine.probe
 
     def note(self, text):
         self.trace.append(text)

@@ -1,18 +1,25 @@
 """The program run by hand: usage and debug mode."""
 
+import subprocess
+
 import pytest
 
-from wine import BIN
+from wine import BIN, wait_until
 
 
 def interrupt(agent, *arguments):
-    """Runs the program in a console and presses Ctrl+C until it ends: (outcome, exit code).
+    """Runs the program in a console and, once it serves calls, presses Ctrl+C until it ends:
+    (outcome, exit code).
 
     Wine ends a program without a handler with exit code 0 as well, so what is seen here is that
     debug mode lasts until Ctrl+C; that the program's own handler ends it is an integration test.
     """
-    ended = agent.wine.run(str(BIN / "console_interrupt.exe"), "400", agent.program, *arguments)
-    return tuple(ended.stdout.strip().rsplit(" ", 1))
+    console = agent.wine.popen(str(BIN / "console_interrupt.exe"), agent.program, *arguments,
+                               stdin=subprocess.PIPE)
+    ping = [str(BIN / "zelctl.exe"), "ping"]
+    wait_until(lambda: agent.wine.run(*ping).returncode == 0, "the program serves calls")
+    output, _ = console.communicate("\n", timeout=60)
+    return tuple(output.strip().rsplit(" ", 1))
 
 
 @pytest.mark.parametrize("arguments", [["-debug"], ["/debug"], ["-debug", "-nodriver"]])
