@@ -261,6 +261,10 @@ std::uint32_t ReadBitmap(const PinnedBitmap& bitmap, std::size_t offset,
   return ErrorInfo(fault).code();
 }
 
+std::uint32_t ReadBitmapHeader(const PinnedBitmap& bitmap, BitmapFileHeader& header) {
+  return ReadBitmap(bitmap, 0, std::as_writable_bytes(std::span(&header, 1)));
+}
+
 void DeleteBitmapById(BitmapId bitmap_id, VolumeGuid& volume_guid, FileId& file_id) {
   volume_guid = {};
   file_id = 0;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "bitmap/bitmap_record.h"
+#include "bitmap/format/bitmap_header.h"
 #include "bitmap/pinned_bitmap.h"
 
 namespace zel {
@@ -87,6 +88,8 @@ bool AddBitmapFoundLate(const VolumeGuid& volume_guid, FileId file_id, BitmapId 
 // fault, with which the bitmap has failed as FailBitmapInUse says.
 [[nodiscard]] std::uint32_t ReadBitmap(const PinnedBitmap& bitmap, std::size_t offset,
                                        std::span<std::byte> bytes) ZEL_EXCLUDES(bitmapCacheLock);
+[[nodiscard]] std::uint32_t ReadBitmapHeader(const PinnedBitmap& bitmap, BitmapFileHeader& header)
+    ZEL_EXCLUDES(bitmapCacheLock);
 
 // For whoever meets a fault in the bitmap's view (TouchView): it alone counts from then on as one
 // that could not be opened and misses changes. Its pins stay what they are.

@@ -26,8 +26,10 @@ std::unique_ptr<ListContext> SnapshotFiles() {
 std::vector<ListedBitmap> DescribeBitmapsOf(const FileKey& file) {
   std::vector<ListedBitmap> described;
   for (const PinnedBitmap& bitmap : FindBitmapsForFile(file.volume, file.file_id)) {
-    ListedBitmap entry = {.info = {}, .name = bitmap->FileName};
-    if (DescribeBitmap(bitmap, entry.info) != ERROR_SUCCESS) continue;
+    BitmapFileHeader header = {};
+    if (ReadBitmapHeader(bitmap, header) != ERROR_SUCCESS) continue;
+    ListedBitmap entry = {.info = DescribeBitmap(header, bitmap->FileSize),
+                          .name = bitmap->FileName};
     // As it was found, whatever its header says.
     entry.info.BitmapId = bitmap->BitmapId;
     entry.info.VolumeGuid = file.volume;

@@ -57,7 +57,7 @@ PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
   }
   BitmapFileHeader header = {};
   const std::uint32_t length = kBitmapHeaderSize + bitmap->BitmapSize;
-  std::uint32_t fault = ReadBitmap(bitmap, 0, std::as_writable_bytes(std::span(&header, 1)));
+  std::uint32_t fault = ReadBitmapHeader(bitmap, header);
   if (fault == ERROR_SUCCESS) fault = PushBitmap(bitmap, length, writer);
   const PipeOutcome outcome = EndPipe(writer, fault);
   if (outcome.exception == 0 && fault == ERROR_SUCCESS) {
