@@ -17,6 +17,7 @@
 #include "logging/log_message.h"
 #include "tracking/tracked_file_table.h"
 #include "win32/file_time.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 
@@ -27,11 +28,14 @@ std::uint64_t SyncTimeoutSeconds() {
   return static_cast<std::uint64_t>(SyncTimeout.load());
 }
 
-// Opens every tracked file, so that the driver sends what it keeps for it.
+constexpr LogFormat<> kSyncStopMessage = L"Synchronize aborting due to service shutdown\n";
+
+// Opens every tracked file, so that the driver sends what it keeps for it; a stop breaks it off.
 void FlushDriverState() {
   std::vector<TrackedFileEntry> files;
   CollectTrackedFiles(files);
   for (const TrackedFileEntry& file : files) {
+    if (StopRequested) return;
     const std::uint32_t error = OpenFileForDriver(file.Path);
     if (error == ERROR_SUCCESS || FileIsOutOfReach(error)) continue;
     LogMessage(kDriverCommError, L"Failed to open %s to flush filter driver state: %hs\n",
@@ -102,7 +106,6 @@ struct Question {
 
 std::uint32_t WaitForSync(FileTime request_time, const Question& question,
                           const SyncTime::Watch& notifications) {
-  constexpr LogFormat<> kStopMessage = L"Synchronize aborting due to service shutdown\n";
   const std::uint64_t timeout_seconds = SyncTimeoutSeconds();
   SyncWatchdog watchdog(question.send_time, LastMessageTime.Get(), SystemTimeNow(),
                         timeout_seconds);
@@ -110,15 +113,15 @@ std::uint32_t WaitForSync(FileTime request_time, const Question& question,
   const auto reached = [&] {
     return question.WasAnswered(request_time) || notifications.HasSeen(SystemTimeNow());
   };
-  std::uint32_t error = WaitUntil(reached, give_up, kStopMessage, kDriverWaitMs);
+  std::uint32_t error = WaitUntil(reached, give_up, kSyncStopMessage, kDriverWaitMs);
   if (error != ERROR_SUCCESS) return error;
   // All of the messages have been received; another thread may have an earlier one in hand still.
   const ReaderBarrier barrier = RaiseReaderBarrier();
-  error = WaitUntil([&] { return barrier.Passed(); }, give_up, kStopMessage, kInHandWaitMs);
+  error = WaitUntil([&] { return barrier.Passed(); }, give_up, kSyncStopMessage, kInHandWaitMs);
   if (error != ERROR_SUCCESS) return error;
   // However long the disk takes: the driver has done its part.
   const RecordedReports reports;
-  return WaitUntil([&] { return reports.AreSafe(); }, [] { return false; }, kStopMessage,
+  return WaitUntil([&] { return reports.AreSafe(); }, [] { return false; }, kSyncStopMessage,
                    kInHandWaitMs);
 }
 
@@ -150,6 +153,10 @@ std::uint32_t WaitForVerification(const FileKey& file, const std::wstring& path,
 
 std::uint32_t Synchronize(FileTime request_time) {
   FlushDriverState();
+  if (StopRequested) {  // the port may be closed by now
+    LogMessage(kDriverCommInfo, kSyncStopMessage);
+    return ERROR_SHUTDOWN_IN_PROGRESS;
+  }
   const SyncTime::Watch notifications(LastSyncTime, request_time);
   const Question question = {.send_time = SystemTimeNow(), .last_sync_time = LastSyncTime.Get()};
   if (const HRESULT result = RequestQueueSync(); result != S_OK) {

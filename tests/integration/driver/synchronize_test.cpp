@@ -333,6 +333,19 @@ TEST_F(SynchronizeTest, StopEndsTheWaitAtOnce) {
               ElementsAre("INFO  Synchronize aborting due to service shutdown"));
 }
 
+TEST_F(SynchronizeTest, StopEndsTheOpensAndNothingIsAskedOfTheDriver) {
+  const std::wstring first = MakeFile(L"a");
+  Track(first, 1);
+  Track(MakeFile(L"b"), 2);
+  opens_.on_open = [] { StopRequested = true; };
+  StartLogging("zelservicelog=none\nzelservicelog:bitmap=none\n");
+  EXPECT_EQ(Synchronize(kEventTime), DWORD{ERROR_SHUTDOWN_IN_PROGRESS});
+  EXPECT_THAT(opens_.Take(), ElementsAre(first));
+  EXPECT_THAT(port_.TakeSent(), IsEmpty());
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("INFO  Synchronize aborting due to service shutdown"));
+}
+
 class VerifyFileIsTrackedTest : public SynchronizeTest {
  protected:
   VerifyFileIsTrackedTest() : path_(MakeFile(L"file")) {}

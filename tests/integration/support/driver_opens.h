@@ -29,6 +29,8 @@ class DriverOpens {
 
   // What opening these paths fails with; others are really opened.
   std::map<std::wstring, DWORD> open_errors;
+  // Called by every open, before it is made.
+  std::function<void()> on_open = [] {};
   // What the control code fails with, unless it is 0.
   DWORD control_error = 0;
   // Called by every control code that succeeds.
@@ -50,6 +52,7 @@ class DriverOpens {
     if (access == kDriverAccess && flags == kDriverFlags) {
       EXPECT_TRUE(share == 7 && attributes == nullptr && disposition == OPEN_EXISTING);
       current_->paths_.emplace_back(path);
+      current_->on_open();
       const auto error = current_->open_errors.find(path);
       if (error != current_->open_errors.end()) {
         ::SetLastError(error->second);
