@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <vector>
+
 #include "bitmap/bitmap_manager.h"
 #include "driver/driver_port.h"
 #include "driver/driver_status_report.h"
@@ -63,6 +65,14 @@ std::uint32_t StartDriverSide() {
   return LogDriverStatus();
 }
 
+// Tells the driver of the list again: a process that died after it had changed the list may not
+// have. The next start of tracking would find such a file tracked and not tell the driver either.
+void AnnounceTrackedFiles() {
+  std::vector<TrackedFileEntry> files;
+  CollectTrackedFiles(files);
+  if (!files.empty()) NotifyDriverOfTrackingChanges();
+}
+
 void SynchronizeWithDriver() {
   LogMessage(kGeneralInfo, L"Synchronizing tracked files during startup\n");
   static_cast<void>(Synchronize(SystemTimeNow()));  // best effort; failures are logged
@@ -105,6 +115,7 @@ std::uint32_t ZelServiceStart(Arguments arguments) {
       StopParts();
       return result;
     }
+    AnnounceTrackedFiles();
   }
   SynchronizeWithDriver();
   // A stop that came before this line found only a part of all this standing.

@@ -10,11 +10,13 @@
 #include "driver/message_threads.h"
 #include "service/service_main.h"
 #include "service/service_status.h"
+#include "tests/integration/support/bitmap_file.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
 #include "tests/integration/support/service_status_recorder.h"
 #include "tests/integration/support/service_world.h"
+#include "tracking/volume_list.h"
 #include "win32/stop_requested.h"
 
 namespace zel {
@@ -104,6 +106,30 @@ TEST_F(ZelServiceStartTest, BitmapsInAnotherDirectoryThanAtTheLastStartAreOneWar
   EXPECT_EQ(service.Result(), 0u);
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre(HasSubstr("were in \\\\?\\C:\\velmora at the last start")));
+}
+
+// Leaves a tracked file in the registry, as an earlier life of the service does.
+void LeaveTrackedFile() {
+  VolumeFileList list(test::kVolume);
+  list.Set(L"C:\\data\\file", test::kFileId);
+  UniqueRegistryKey key;
+  ASSERT_EQ(::RegCreateKeyW(HKEY_LOCAL_MACHINE, L"Parameters\\TrackedFileList", key.put()),
+            ERROR_SUCCESS);
+  ASSERT_EQ(::RegSetValueExW(key.get(), test::kVolumeText, 0, REG_BINARY,
+                             reinterpret_cast<const BYTE*>(list.value().data()),
+                             static_cast<DWORD>(list.value().size())),
+            ERROR_SUCCESS);
+}
+
+TEST_F(ZelServiceStartTest, DriverIsToldOfTheFilesThatAreTrackedAlready) {
+  LeaveTrackedFile();
+  StartedService service;
+  ASSERT_TRUE(ReachesRunning());
+  StopService();
+  EXPECT_EQ(service.Result(), 0u);
+  std::vector<std::string> commands = world_.calls();
+  std::erase_if(commands, [](const std::string& call) { return !call.starts_with("command"); });
+  EXPECT_THAT(commands, ElementsAre("command 2", "command 0", "command 1"));
 }
 
 TEST_F(ZelServiceStartTest, MissingPrivilegeEndsTheStartBeforeAnythingElse) {
