@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <optional>
 #include <vector>
 
 #include "bitmap/bitmap_manager.h"
@@ -176,9 +177,15 @@ std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid& vo
 
 std::uint32_t ForceTrackingStop(const std::wstring& path, const VolumeGuid& volume_guid,
                                 FileId file_id) {
-  if (!StopTrackingFile(path)) return ERROR_SHUTDOWN_IN_PROGRESS;
+  const std::optional<std::vector<FileKey>> erased = StopTrackingFile(path);
+  if (!erased) return ERROR_SHUTDOWN_IN_PROGRESS;
   NotifyDriverOfTrackingChanges();
-  DiscardBitmapsOfFile({volume_guid, file_id});
+  const FileKey file = {volume_guid, file_id};
+  DiscardBitmapsOfFile(file);
+  // Since the caller's look at the list the path may have come to name another file.
+  for (const FileKey& other : *erased) {
+    if (other != file) DiscardBitmapsOfFile(other);
+  }
   const std::uint32_t error = OpenFileForDriver(path);
   if (error == ERROR_SUCCESS || FileIsOutOfReach(error)) return ERROR_SUCCESS;
   LogMessage(kDriverCommError, L"Failed to open FileId 0x%016I64x to force tracking to stop\n",

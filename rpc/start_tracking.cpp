@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <vector>
 
 #include "bitmap/bitmap_manager.h"
@@ -40,15 +41,6 @@ bool MakeBitmap(const FileToTrack& file, std::uint32_t block_size, BitmapId& bit
   return false;
 }
 
-// Has the driver show that it tracks the file; a file that it does not track is given up again.
-std::uint32_t VerifyOrGiveUp(const FileToTrack& file) {
-  const std::uint32_t result = VerifyFileIsTracked(file.path, file.volume_guid, file.file_id);
-  if (result != ERROR_SUCCESS) {
-    (void)ForceTrackingStop(file.path, file.volume_guid, file.file_id);
-  }
-  return result;
-}
-
 // Has whatever bitmaps an untracked file still has marked before it becomes tracked: nobody has
 // reported what was written since they were made. Marked before the list says "tracked", they stay
 // so whenever the service dies.
@@ -63,20 +55,31 @@ std::uint32_t DistrustWhatWasNotTracked(const FileKey& file) {
   return ERROR_SUCCESS;
 }
 
+// How a file has become tracked.
+struct Standing {
+  bool is_new = false;
+  // The driver may not know it yet: it is new, or somebody else's start of it has not ended.
+  bool is_unproven = false;
+};
+
 // Makes the file tracked. 0, or why not, which has been logged.
-std::uint32_t Track(const FileToTrack& file, bool& is_new) {
+std::uint32_t Track(const FileToTrack& file, Standing& standing) {
+  static std::atomic<bool> notice_is_owed = false;  // the last one has failed
   std::uint32_t error = DistrustWhatWasNotTracked(KeyOf(file));
   if (error == ERROR_SUCCESS &&
-      !StartTrackingFile(file.path, file.volume_guid, file.file_id, is_new)) {
+      !StartTrackingFile(file.path, file.volume_guid, file.file_id, standing.is_new)) {
     error = ERROR_MEDIA_CHANGED;
   }
   if (error != ERROR_SUCCESS) {
     if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;
     LogMessage(kGeneralWarn, L"StartTracking: cannot track file %s\n", file.path.c_str());
-  } else if (is_new) {
-    (void)NotifyDriverOfTrackingChanges();
+    return error;
   }
-  return error;
+  standing.is_unproven = standing.is_new || TrackingStartIsInHand(file.path);
+  if (standing.is_unproven || notice_is_owed) {
+    notice_is_owed = NotifyDriverOfTrackingChanges() != S_OK;
+  }
+  return ERROR_SUCCESS;
 }
 
 // Reads the new bitmap. False when it is gone or cannot be used.
@@ -101,6 +104,17 @@ void GiveUpBitmap(const FileToTrack& file, BitmapId bitmap_id) {
   DeleteBitmapById(bitmap_id, volume_guid, file_id);
 }
 
+// Has the driver show that it tracks the file. One that is new is given up again when it does not.
+std::uint32_t Prove(const FileToTrack& file, const Standing& standing) {
+  if (!standing.is_unproven) return ERROR_SUCCESS;
+  const std::uint32_t result = VerifyFileIsTracked(file.path, file.volume_guid, file.file_id);
+  // Unless somebody else's start has had it shown meanwhile.
+  if (result != ERROR_SUCCESS && standing.is_new && TrackingStartIsInHand(file.path)) {
+    (void)ForceTrackingStop(file.path, file.volume_guid, file.file_id);
+  }
+  return result;
+}
+
 // No code when the number of blocks cannot be computed because a block has no bytes; done unless
 // the bitmap went, or could not be used, before anybody had heard of it.
 struct StartOutcome {
@@ -109,13 +123,18 @@ struct StartOutcome {
 };
 
 // Makes a bitmap of the tracked file and shows a new one to the driver.
-StartOutcome BeginBitmap(const FileToTrack& file, bool is_new, std::uint32_t block_size,
-                         StartedBitmap& started) {
+StartOutcome BeginBitmap(const FileToTrack& file, const Standing& standing,
+                         std::uint32_t block_size, StartedBitmap& started) {
   if (block_size == 0) return {std::nullopt};
   BitmapId bitmap_id = 0;
   if (!MakeBitmap(file, block_size, bitmap_id)) return {kGenericFailure};
-  const std::uint32_t result = is_new ? VerifyOrGiveUp(file) : ERROR_SUCCESS;
-  if (result != ERROR_SUCCESS || ReadStarted(file, bitmap_id, started)) return {result};
+  const std::uint32_t result = Prove(file, standing);
+  if (result != ERROR_SUCCESS) {
+    if (!StopRequested) GiveUpBitmap(file, bitmap_id);
+    return {result};
+  }
+  // In this order: a stop of tracking that comes after the look at the list finds the bitmap.
+  if (ReadStarted(file, bitmap_id, started) && IsTracked(KeyOf(file))) return {ERROR_SUCCESS};
   if (StopRequested) return {ERROR_SHUTDOWN_IN_PROGRESS};
   GiveUpBitmap(file, bitmap_id);
   return {kGenericFailure, false};
@@ -123,10 +142,13 @@ StartOutcome BeginBitmap(const FileToTrack& file, bool is_new, std::uint32_t blo
 
 StartOutcome TryToStart(const FileToTrack& file, std::uint32_t block_size, StartedBitmap& started) {
   const BitmapInTheMaking first_bitmap(KeyOf(file));
-  bool is_new = false;
-  if (const std::uint32_t error = Track(file, is_new)) return {error};
-  const StartOutcome outcome = BeginBitmap(file, is_new, block_size, started);
-  if (is_new && !EndTrackingStart(file.path)) return {ERROR_SHUTDOWN_IN_PROGRESS};
+  Standing standing;
+  if (const std::uint32_t error = Track(file, standing)) return {error};
+  const StartOutcome outcome = BeginBitmap(file, standing, block_size, started);
+  const bool is_proven = standing.is_unproven && outcome.result == ERROR_SUCCESS;
+  if ((standing.is_new || is_proven) && !EndTrackingStart(file.path)) {
+    return {ERROR_SHUTDOWN_IN_PROGRESS};
+  }
   return outcome;
 }
 

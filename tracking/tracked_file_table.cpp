@@ -61,13 +61,20 @@ void SaveChange(const VolumeFileList& list) ZEL_REQUIRES(TrackedFilesLock) {
   WakeCleanupThread();
 }
 
-void EraseEverywhere(std::wstring_view path) ZEL_REQUIRES(TrackedFilesLock) {
+// Returns the files that the path has named. A list whose value in the registry cannot be read is
+// not saved over it: the path stays there, and is tracked again at the next start.
+std::vector<FileKey> EraseEverywhere(std::wstring_view path) ZEL_REQUIRES(TrackedFilesLock) {
+  std::vector<FileKey> erased;
   TrackedFileTable& table = TrackedFiles().table;
   for (auto volume = table.begin(); volume != table.end();) {
+    const bool is_read = ReadMissingList(volume->first) == 0;
     VolumeFileList& list = *volume->second;
-    if (list.Erase(path)) SaveChange(list);
+    const FileId file_id = list.Find(path);
+    if (file_id != 0) erased.push_back({volume->first, file_id});
+    if (list.Erase(path) && is_read) SaveChange(list);
     volume = list.empty() ? table.erase(volume) : std::next(volume);
   }
+  return erased;
 }
 
 }  // namespace
@@ -113,6 +120,11 @@ bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, Fi
   return true;
 }
 
+bool TrackingStartIsInHand(std::wstring_view path) {
+  const LockGuard guard(TrackedFilesLock);
+  return TrackedFiles().StartsInHand.contains(std::wstring(path));
+}
+
 bool EndTrackingStart(std::wstring_view path) {
   const LockGuard guard(TrackedFilesLock);
   if (StopRequested) return false;
@@ -126,7 +138,7 @@ bool EndTrackingStart(std::wstring_view path) {
 void TakeBackTrackingStarts() {
   const LockGuard guard(TrackedFilesLock);
   for (const std::wstring& path : std::exchange(TrackedFiles().StartsInHand, {})) {
-    EraseEverywhere(path);
+    (void)EraseEverywhere(path);
   }
 }
 
@@ -154,11 +166,10 @@ void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries) {
   }
 }
 
-bool StopTrackingFile(std::wstring_view path) {
+std::optional<std::vector<FileKey>> StopTrackingFile(std::wstring_view path) {
   const LockGuard guard(TrackedFilesLock);
-  if (StopRequested) return false;
-  EraseEverywhere(path);
-  return true;
+  if (StopRequested) return std::nullopt;
+  return EraseEverywhere(path);
 }
 
 }  // namespace zel

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -57,6 +58,9 @@ struct TrackedFileEntry {
 [[nodiscard]] bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid,
                                      FileId file_id, bool& is_new) ZEL_EXCLUDES(TrackedFilesLock);
 
+// Whether a new file's start under this path has not ended: the driver may not know it yet.
+[[nodiscard]] bool TrackingStartIsInHand(std::wstring_view path) ZEL_EXCLUDES(TrackedFilesLock);
+
 // Ends the start of a new file: it stays tracked. False once the service is to stop: the stop takes
 // it back, since the driver may never have been told of the file, and a later start, which would
 // find it tracked, would not tell the driver either.
@@ -74,8 +78,9 @@ void TakeBackTrackingStarts() ZEL_EXCLUDES(TrackedFilesLock);
 // paths in theirs.
 void CollectTrackedFiles(std::vector<TrackedFileEntry>& entries) ZEL_EXCLUDES(TrackedFilesLock);
 
-// Removes the path from every volume that has it. Logs nothing. False, and nothing changed, once
-// the service is to stop.
-bool StopTrackingFile(std::wstring_view path) ZEL_EXCLUDES(TrackedFilesLock);
+// Removes the path from every volume that has it, and returns the files that it has named. Nothing,
+// and nothing changed, once the service is to stop.
+std::optional<std::vector<FileKey>> StopTrackingFile(std::wstring_view path)
+    ZEL_EXCLUDES(TrackedFilesLock);
 
 }  // namespace zel

@@ -514,6 +514,12 @@ TEST_F(ForceTrackingStopTest, BitmapsThatNobodyUsesAreDeletedNowAndOthersLater) 
   EXPECT_THAT(ListAllBitmaps(), IsEmpty());
 }
 
+TEST_F(ForceTrackingStopTest, BitmapsOfTheFileThatThePathNamesByThenAreDeletedToo) {
+  Create(16);
+  EXPECT_EQ(ForceTrackingStop(path_, kVolume, kFile + 1), 0u);
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+}
+
 TEST_F(ForceTrackingStopTest, FileOutOfReachIsStoppedAllTheSame) {
   StartLogging(test::kDriverErrors);
   for (const DWORD error : {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_NOT_READY}) {

@@ -115,6 +115,16 @@ TEST_F(CallAtStopTest, NewFileIsTakenBackAlsoWhenItsListIsClosedAfterTheCall) {
   EXPECT_THAT(TrackedInTheNextLife(), IsEmpty());
 }
 
+TEST_F(CallAtStopTest, NewFileStaysWhenASecondStartOfItHasBeenAnswered) {
+  FakeDriver::on_verify = [this] {
+    FakeDriver::on_verify = [] {};
+    EXPECT_EQ(Start(), (CallResult{0, 0}));
+    StopTheParts();
+  };
+  EXPECT_EQ(Start(), kStopping);
+  EXPECT_THAT(TrackedInTheNextLife(), ElementsAre(kPath));
+}
+
 TEST_F(CallAtStopTest, FileWhoseVerificationTheStopEndedKeepsItsBitmaps) {
   const auto earlier = AddGood();
   FakeDriver::verify_code = ERROR_SHUTDOWN_IN_PROGRESS;

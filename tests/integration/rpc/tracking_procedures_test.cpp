@@ -272,6 +272,91 @@ TEST_F(StartTracking2Test, StopAndStartInARowBesideTheCleanupAlwaysEndWithABitma
   ShutdownTrackedFiles();
 }
 
+// Does something of the test's own before a bitmap's file is made for the first time.
+struct BeforeCreation {
+  static inline std::function<void()> action;
+
+  static HANDLE WINAPI Create(const wchar_t* path, DWORD access, DWORD sharing,
+                              SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
+                              HANDLE original) {
+    if (disposition == CREATE_NEW && action) std::exchange(action, nullptr)();
+    return real(path, access, sharing, security, disposition, flags, original);
+  }
+
+  static inline auto* const real = reinterpret_cast<decltype(&::CreateFileW)>(__imp_CreateFileW);
+  test::ImportHook hook{__imp_CreateFileW, &Create};
+};
+
+TEST_F(StartTracking2Test, StopOfTrackingJustBeforeTheBitmapBeginsTheStartAnew) {
+  ASSERT_TRUE(Start(100'000).ok());
+  FakeDriver::Take();
+  BeforeCreation::action = [] {
+    ASSERT_TRUE(StopTrackingFile(kPath));
+    DiscardBitmapsOfFile(kKey);
+  };
+  const BeforeCreation hook;
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_THAT(TrackedPaths(), ElementsAre("C:\\data\\file"));
+  ASSERT_EQ(BitmapsOf().size(), 1u);
+  EXPECT_EQ(BitmapsOf()[0].BitmapId, info.BitmapId);
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", "verify C:\\data\\file 281474976710947"));
+}
+
+TEST_F(StartTracking2Test, NoticeThatFailedIsSentAgainWithTheNextStart) {
+  FakeDriver::notify_code = static_cast<std::uint32_t>(E_FAIL);
+  EXPECT_EQ(Start(100'000, 0), (CallResult{RPC_S_ZERO_DIVIDE, 0}));
+  FakeDriver::notify_code = 0;
+  EXPECT_TRUE(Start(100'000).ok());
+  EXPECT_TRUE(Start(100'000).ok());
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", "notify"));
+}
+
+// A start of the file while another one, for which it is new, is being verified.
+class SecondStartTest : public StartTracking2Test {
+ protected:
+  ~SecondStartTest() override {
+    FakeDriver::on_verify = [] {};
+  }
+
+  // Lets the first verification meet a second start, and end with `code` afterwards.
+  void MeetSecondStart(std::uint32_t second_code, std::uint32_t code) {
+    FakeDriver::on_verify = [=, this] {
+      FakeDriver::on_verify = [] {};
+      FakeDriver::verify_code = second_code;
+      wire::BitmapInfo second_info = {};
+      second = client.StartTracking2(kPath, kKey, 100'000, kBlock, second_info);
+      FakeDriver::verify_code = code;
+    };
+  }
+
+  CallResult second;
+};
+
+TEST_F(SecondStartTest, IsVerifiedToo) {
+  MeetSecondStart(0, 0);
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_EQ(second, (CallResult{0, 0}));
+  EXPECT_EQ(BitmapsOf().size(), 2u);
+  const std::string verify = "verify C:\\data\\file 281474976710947";
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", verify, "notify", verify));
+}
+
+TEST_F(SecondStartTest, FailureOfTheFirstDoesNotUndoIt) {
+  MeetSecondStart(0, ERROR_TIMEOUT);
+  EXPECT_EQ(Start(100'000), (CallResult{0, ERROR_TIMEOUT}));
+  EXPECT_EQ(second, (CallResult{0, 0}));
+  EXPECT_THAT(TrackedPaths(), ElementsAre("C:\\data\\file"));
+  EXPECT_EQ(BitmapsOf().size(), 1u);
+}
+
+TEST_F(SecondStartTest, FailureOfItLeavesTheFirst) {
+  MeetSecondStart(ERROR_TIMEOUT, 0);
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_EQ(second, (CallResult{0, ERROR_TIMEOUT}));
+  ASSERT_EQ(BitmapsOf().size(), 1u);
+  EXPECT_EQ(BitmapsOf()[0].BitmapId, info.BitmapId);
+}
+
 TEST_F(StartTracking2Test, PathTrackedUnderAnotherIdIsAConflict) {
   ASSERT_TRUE(Start(100'000).ok());
   StartLogging(kGeneralOnly);

@@ -42,12 +42,13 @@ std::string About(const std::wstring& path, FileId file_id) {
 HRESULT NotifyDriverOfTrackingChanges() {
   Note("notify");
   test::FakeDriver::on_notify();
-  return S_OK;
+  return static_cast<HRESULT>(test::FakeDriver::notify_code.load());
 }
 
 std::uint32_t VerifyFileIsTracked(const std::wstring& path, const VolumeGuid&, FileId file_id) {
   Note("verify " + About(path, file_id));
-  test::FakeDriver::on_verify();
+  const std::function<void()> action = test::FakeDriver::on_verify;  // which may replace itself
+  action();
   return test::FakeDriver::verify_code;
 }
 

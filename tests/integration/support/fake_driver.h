@@ -15,6 +15,7 @@ namespace zel::test {
 class FakeDriver {
  public:
   // What each question is answered with.
+  static inline std::atomic<std::uint32_t> notify_code;
   static inline std::atomic<std::uint32_t> verify_code;
   static inline std::atomic<std::uint32_t> stop_code;
   static inline std::atomic<std::uint32_t> synchronize_code;

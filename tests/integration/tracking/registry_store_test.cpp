@@ -382,5 +382,13 @@ TEST_F(TrackedFileListTest, CloseClosesTheKeyOnceAndEmptiesTheTable) {
   EXPECT_EQ(times_closed, 1);
 }
 
+TEST_F(TrackedFileListTest, StopOfTrackingKeepsFilesOfAValueThatTheTableLacks) {
+  key().Set(kFirstVolumeText, ValueOf(kFirstVolume, {{L"C:\\b", 2}}));
+  key().Set(kSecondVolumeText, ValueOf(kFirstVolume, {{L"C:\\a", 1}}));  // takes its place
+  ASSERT_TRUE(OpenAndLoad());
+  StopTrackingFile(L"C:\\a");
+  EXPECT_EQ(key().Values().at(kFirstVolumeText).bytes, ValueOf(kFirstVolume, {{L"C:\\b", 2}}));
+}
+
 }  // namespace
 }  // namespace zel
