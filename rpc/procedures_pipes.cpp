@@ -35,10 +35,12 @@ PipeOutcome EndPipe(PipeWriter& writer, error_status_t code) {
 }
 
 // Pushes the first `length` bytes of the bitmap's file, through memory that does not fail as a view
-// can: a fault inside the runtime would leave its locks behind. The code of a fault, or 0.
+// can: a fault inside the runtime would leave its locks behind. 0, the code of a fault, or
+// ERROR_SHUTDOWN_IN_PROGRESS: a client that reads slowly does not hold the stop.
 std::uint32_t PushBitmap(const PinnedBitmap& bitmap, std::uint32_t length, PipeWriter& writer) {
   std::vector<std::byte> chunk(std::min<std::size_t>(length, PipeWriter::kMaxChunk));
   for (std::size_t offset = 0; offset < length && writer.exception() == 0; offset += chunk.size()) {
+    if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;
     chunk.resize(std::min(length - offset, chunk.size()));
     if (const std::uint32_t fault = ReadBitmap(bitmap, offset, chunk)) return fault;
     writer.Push(chunk);
@@ -57,10 +59,10 @@ PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
   }
   BitmapFileHeader header = {};
   const std::uint32_t length = kBitmapHeaderSize + bitmap->BitmapSize;
-  std::uint32_t fault = ReadBitmapHeader(bitmap, header);
-  if (fault == ERROR_SUCCESS) fault = PushBitmap(bitmap, length, writer);
-  const PipeOutcome outcome = EndPipe(writer, fault);
-  if (outcome.exception == 0 && fault == ERROR_SUCCESS) {
+  std::uint32_t error = ReadBitmapHeader(bitmap, header);
+  if (error == ERROR_SUCCESS) error = PushBitmap(bitmap, length, writer);
+  const PipeOutcome outcome = EndPipe(writer, error);
+  if (outcome.exception == 0 && error == ERROR_SUCCESS) {
     LogMessage(kBitmapInfo, L"Copied BitmapId 0x%016I64x, %u bytes, Volume %s, FileId 0x%016I64x\n",
                bitmap_id, length, GuidToString(header.Volume).c_str(), header.FileId);
   }
@@ -88,6 +90,7 @@ PipeOutcome WriteTrackedFiles(wire::BytePipe& pipe) {
   stream.PutFileCount(static_cast<std::uint32_t>(files.size()));
   std::uint32_t total = 0;
   for (const TrackedFileEntry& file : files) {
+    if (StopRequested) return EndPipe(writer, ERROR_SHUTDOWN_IN_PROGRESS);
     const auto found = bitmaps.find({file.VolumeGuid, file.FileId});
     total +=
         PutFile(stream, file, found != bitmaps.end() ? found->second : std::vector<BitmapInfo>{});

@@ -31,6 +31,9 @@ CriticalSection stopLock;
 std::uint32_t stopsInProgress ZEL_GUARDED_BY(stopLock) = 0;
 ProcessEvent serviceStoppedEvent(ProcessEvent::Initially::kClear);  // changed under stopLock
 
+// Clear while the RPC server runs.
+ProcessEvent rpcServerEndedEvent(ProcessEvent::Initially::kSet);
+
 void BeginStop() ZEL_EXCLUDES(stopLock) {
   const LockGuard guard(stopLock);
   serviceStoppedEvent.Clear();
@@ -99,6 +102,13 @@ bool ReportRpcServer(RpcServerStep step, std::uint32_t status) {
   }
 }
 
+std::uint32_t Serve() {
+  rpcServerEndedEvent.Clear();
+  const std::uint32_t status = RunRpcServer(ReportRpcServer);
+  rpcServerEndedEvent.Set();
+  return status;
+}
+
 }  // namespace
 
 std::uint32_t ZelServiceStart(Arguments arguments) {
@@ -123,7 +133,7 @@ std::uint32_t ZelServiceStart(Arguments arguments) {
     StopService();
     return 0;
   }
-  const std::uint32_t rpc_status = RunRpcServer(ReportRpcServer);
+  const std::uint32_t rpc_status = Serve();
   // The service manager has heard of a failure by the report; in a console nobody has.
   return DebugMode ? rpc_status : 0;
 }
@@ -134,6 +144,10 @@ void StopService() {
   StopRpcServer();
   StopParts();
   EndStop();
+}
+
+bool WaitForRpcServerEnd(std::uint32_t timeout_ms) {
+  return rpcServerEndedEvent.WaitFor(timeout_ms);
 }
 
 void WaitForServiceStopped() {

@@ -22,6 +22,10 @@ namespace zel {
 // runs the whole stop, and the last one to finish lets WaitForServiceStopped return.
 void StopService();
 
+// Whether the RPC server has ended, or does within that time. It ends after the last of the calls
+// that had begun when listening ended.
+[[nodiscard]] bool WaitForRpcServerEnd(std::uint32_t timeout_ms);
+
 // Returns when a stop has been asked for and no StopService call is running any more; no time-out.
 void WaitForServiceStopped();
 

@@ -25,6 +25,26 @@ void LogFailedStart(std::uint32_t result) {
              ErrorInfo(result).text());
 }
 
+// The last report and the last line of a run.
+void EndService(std::uint32_t result) {
+  ReportServiceStatus(SERVICE_STOPPED, result, 0);
+  LogMessage(kGeneralInfo, L"Service stopped\n");
+  ShutdownLogging();
+}
+
+// The system waits for every call that has begun, however long its client keeps it. All that the
+// service has to do is done by then.
+constexpr std::uint32_t kClientsPatienceMs = 10'000;
+
+void StopWithoutWaitingForClients() {
+  StopService();
+  if (WaitForRpcServerEnd(kClientsPatienceMs)) return;
+  LogMessage(kGeneralWarn,
+             L"A client keeps its call although the service has stopped: ending without it\n");
+  EndService(NO_ERROR);
+  ::TerminateProcess(::GetCurrentProcess(), NO_ERROR);
+}
+
 void RunService(Arguments arguments) {
   const SERVICE_STATUS_HANDLE handle =
       ::RegisterServiceCtrlHandlerW(kServiceName, ServiceCtrlHandler);
@@ -41,9 +61,7 @@ void RunService(Arguments arguments) {
   if (result != 0 && !StopRequested) LogFailedStart(result);
   // A start that failed keeps the service start-pending until a stop control arrives.
   WaitForServiceStopped();
-  ReportServiceStatus(SERVICE_STOPPED, result, 0);
-  LogMessage(kGeneralInfo, L"Service stopped\n");
-  ShutdownLogging();
+  EndService(result);
 }
 
 }  // namespace
@@ -55,13 +73,15 @@ void WINAPI VelmoraServiceMain(DWORD argument_count, LPWSTR* arguments) {
 }
 
 void WINAPI ServiceCtrlHandler(DWORD control) {
-  if (control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_SHUTDOWN) StopService();
+  if (control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_SHUTDOWN) {
+    StopWithoutWaitingForClients();
+  }
 }
 
 BOOL WINAPI ConsoleCtrlHandler(DWORD control_type) {
   if (control_type != CTRL_C_EVENT && control_type != CTRL_BREAK_EVENT) return FALSE;
   LogMessage(kGeneralInfo, L"Stopping %s\n", kServiceDisplayName);
-  StopService();
+  StopWithoutWaitingForClients();
   return TRUE;
 }
 

@@ -25,6 +25,11 @@ class ProcessEvent {
   // Returns when the event is set; no time-out.
   void Wait() const noexcept { ::WaitForSingleObject(event_, INFINITE); }
 
+  // Returns when the event is set, or false when it has not been for so long.
+  [[nodiscard]] bool WaitFor(DWORD timeout_ms) const noexcept {
+    return ::WaitForSingleObject(event_, timeout_ms) != WAIT_TIMEOUT;
+  }
+
  private:
   HANDLE event_;
 };

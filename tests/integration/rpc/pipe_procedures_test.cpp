@@ -7,6 +7,7 @@
 #include "tracking/registry_store.h"
 #include "tracking/tracked_file_table.h"
 #include "win32/rpc_exception.h"
+#include "win32/stop_requested.h"
 
 namespace zel {
 namespace {
@@ -101,6 +102,14 @@ TEST_F(CopyBitmapTest, FaultInTheViewEndsThePipeWithItsCodeAndLeavesNoPin) {
   RecordingPipe again;  // loaded anew
   EXPECT_EQ(Copy(id, again), (Answer{0, 0}));
   EXPECT_EQ(test::Get(again.Bytes(), test::kAtUnreliable, 1), 1u);
+}
+
+TEST_F(CopyBitmapTest, StopEndsACopyBetweenTwoChunks) {
+  const BitmapId id = AddOfLength(200'000);
+  RecordingPipe pipe;
+  pipe.on_push = [] { StopRequested = true; };
+  EXPECT_EQ(Copy(id, pipe), (Answer{0, ERROR_SHUTDOWN_IN_PROGRESS}));
+  EXPECT_THAT(pipe.Sizes(), ElementsAre(65'536, 0));
 }
 
 TEST_F(CopyBitmapTest, CopyIsLoggedWithLengthAndIdentity) {
@@ -213,6 +222,17 @@ TEST_F(GetTrackedFilesTest, EveryValueIsAPushOfItsOwn) {
   RecordingPipe pipe;
   EXPECT_EQ(Get(pipe), (Answer{0, 0}));
   EXPECT_THAT(pipe.Sizes(), ElementsAre(4, 16, 8, 10, 4, 4, 8, 8, 0));
+}
+
+TEST_F(GetTrackedFilesTest, StopEndsTheListBetweenTwoFiles) {
+  Track(L"C:\\a", kKey);
+  Track(L"C:\\b", {kVolume, kFile + 1});
+  RecordingPipe pipe;
+  pipe.on_push = [&] { StopRequested = StopRequested || pipe.pushes().size() == 1; };
+  StartLogging("zelservicelog=trace\nzelservicelog:bitmap=none\n");
+  EXPECT_EQ(Get(pipe), (Answer{0, ERROR_SHUTDOWN_IN_PROGRESS}));
+  EXPECT_THAT(pipe.Sizes(), ElementsAre(4, 16, 8, 10, 4, 0));
+  EXPECT_THAT(StopLogging(), IsEmpty());
 }
 
 TEST_F(GetTrackedFilesTest, ClientThatGoesAwayFaultsTheCall) {

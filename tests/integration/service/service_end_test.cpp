@@ -18,6 +18,7 @@
 extern "C" {
 extern void* __imp_RegisterServiceCtrlHandlerW;
 extern void* __imp_StartServiceCtrlDispatcherW;
+extern void* __imp_TerminateProcess;
 extern void* __imp__beginthreadex;
 }
 
@@ -51,6 +52,21 @@ uintptr_t BeginNoMessageThread(void* security, unsigned stack, unsigned(__stdcal
     return 0;
   }
   return real_begin_thread(security, stack, start, argument, flags, id);
+}
+
+// The server ends when the process would, as with a client that keeps its call.
+HANDLE process_ends = nullptr;
+BOOL WINAPI EndProcess(HANDLE process, UINT code) {
+  EXPECT_EQ(process, ::GetCurrentProcess());
+  EXPECT_EQ(code, 0u);
+  return ::SetEvent(process_ends);
+}
+void KeepACall() {
+  static const test::ImportHook hook(__imp_TerminateProcess, &EndProcess);
+  process_ends = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  RpcRuntimeHooks::on_wait = [] {
+    EXPECT_EQ(::WaitForSingleObject(process_ends, 60'000), WAIT_OBJECT_0);
+  };
 }
 
 struct Ending {
@@ -120,6 +136,7 @@ const Ending kEndings[] = {
     FailedStep("EndpointsThatStay", "withdraw", "RpcEpUnregister failed: "),
     {"StopControl", [] {}, kRuns, SERVICE_CONTROL_STOP, NO_ERROR, nullptr},
     {"ShutdownControl", [] {}, kRuns, SERVICE_CONTROL_SHUTDOWN, NO_ERROR, nullptr},
+    {"ClientThatKeepsItsCall", KeepACall, kRuns, SERVICE_CONTROL_STOP, NO_ERROR, nullptr},
     {"StopBeforeTheStart", [] { ServiceCtrlHandler(SERVICE_CONTROL_STOP); }, nullptr, 0,
      ERROR_SHUTDOWN_IN_PROGRESS, nullptr},
 };

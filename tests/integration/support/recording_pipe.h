@@ -4,6 +4,7 @@
 #include <rpc.h>
 #include <windows.h>
 
+#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ class RecordingPipe {
       : failing_push_(failing_push) {}
   RecordingPipe(const RecordingPipe&) = delete;
   RecordingPipe& operator=(const RecordingPipe&) = delete;
+
+  // Called by every push.
+  std::function<void()> on_push = [] {};
 
   [[nodiscard]] wire::BytePipe* get() { return &pipe_; }
   [[nodiscard]] const std::vector<std::string>& pushes() const { return pushes_; }
@@ -38,6 +42,7 @@ class RecordingPipe {
   static void Push(char* state, unsigned char* buffer, std::uint32_t count) {
     auto& pipe = *reinterpret_cast<RecordingPipe*>(state);
     if (pipe.pushes_.size() == pipe.failing_push_) ::RpcRaiseException(RPC_S_CALL_FAILED);
+    pipe.on_push();
     pipe.pushes_.emplace_back(reinterpret_cast<const char*>(buffer), count);
   }
 

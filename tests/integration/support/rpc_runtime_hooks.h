@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -43,6 +44,9 @@ class RpcRuntimeHooks {
 
   // The report of this number, from 1, is refused.
   static void RefuseReport(int number) { refused_report_ = number; }
+
+  // Called by the wait for the end of listening.
+  static inline std::function<void()> on_wait = [] {};
 
   static const std::vector<std::string>& calls() { return calls_; }
 
@@ -96,7 +100,11 @@ class RpcRuntimeHooks {
     return Note("listen " + std::to_string(threads) + " " + std::to_string(calls) + " " +
                 std::to_string(wait));
   }
-  static RPC_STATUS RPC_ENTRY Wait() { return Note("wait"); }
+  static RPC_STATUS RPC_ENTRY Wait() {
+    const RPC_STATUS status = Note("wait");
+    on_wait();
+    return status;
+  }
   static RPC_STATUS RPC_ENTRY EpUnregister(RPC_IF_HANDLE, RPC_BINDING_VECTOR* vector,
                                            UUID_VECTOR* objects) {
     EXPECT_EQ(vector, &bindings_);
