@@ -3,8 +3,7 @@
 #include <thread>
 
 #include "tests/integration/support/bitmap_fixture.h"
-#include "tests/integration/support/flush_hooks.h"
-#include "win32/handles.h"
+#include "tests/integration/support/held_file.h"
 
 namespace zel {
 namespace {
@@ -18,11 +17,7 @@ using test::kKey;
 using test::kVolume;
 using test::ReadFileBytes;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-constexpr std::string_view kBitmapErrorsOnly =
-    "zelservicelog=none\nzelservicelog:bitmap=error\nzelservicelog:drivercomm=none\n";
 
 class BitmapManagerTest : public test::BitmapFixture {
  protected:
@@ -34,23 +29,7 @@ class BitmapManagerTest : public test::BitmapFixture {
     return ids;
   }
 
-  static std::vector<BitmapId> IdsListed(const FileKey& file = kKey) {
-    std::vector<BitmapId> ids;
-    const auto listed = ListAllBitmaps();
-    if (const auto entry = listed.find(file); entry != listed.end()) {
-      for (const BitmapInfo& info : entry->second) ids.push_back(info.BitmapId);
-    }
-    return ids;
-  }
-
   static bool IsKnown(const FileKey& file) { return ListAllBitmaps().contains(file); }
-
-  // Deletes and returns the outputs, which start as something else.
-  static FileKey Delete(BitmapId id) {
-    FileKey file = {{1, 2, 3, {4}}, 5};
-    DeleteBitmapById(id, file.volume, file.file_id);
-    return file;
-  }
 };
 
 TEST_F(BitmapManagerTest, FindGivesTheBitmapsOfAFileInTheOrderTheyWereAdded) {
@@ -158,7 +137,7 @@ TEST_F(BitmapManagerTest, ListIsInTheOrderOfTheGuidsBytesAndThenOfTheIdsAsUnsign
 }
 
 TEST_F(BitmapManagerTest, DuplicateIdOfAFileIsLoggedAndLeftOut) {
-  StartLogging(kBitmapErrorsOnly);
+  StartLogging(test::kBitmapErrors);
   const auto path = AddGood();
   AddBitmap(kVolume, kFile, IdOf(path), L"another", 1);
   EXPECT_THAT(IdsListed(), ElementsAre(IdOf(path)));
@@ -178,7 +157,7 @@ TEST_F(BitmapManagerTest, AddTellsWhetherItAdded) {
 }
 
 TEST_F(BitmapManagerTest, MalformedNameIsLoggedAndAddedWithZeros) {
-  StartLogging("zelservicelog=none\nzelservicelog:bitmap=warn\nzelservicelog:drivercomm=none\n");
+  StartLogging(test::kBitmapWarnings);
   AddBitmap(kVolume, kFile, 77, L"C:\\odd", 9);
   const BitmapInfo info = ListAllBitmaps().at(kKey).at(0);
   EXPECT_EQ(info.BlockSize, 0u);
@@ -259,23 +238,12 @@ TEST_F(BitmapManagerTest, DeletedBitmapThatIsPinnedOverShutdownIsUnreliableInThe
   EXPECT_EQ(Get(ReadFileBytes(path), test::kAtUnreliable, 1), 1u);
 }
 
-// Keeps everybody else from opening the file.
-UniqueFile HoldAlone(const std::filesystem::path& path) {
-  UniqueFile holder(::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-  EXPECT_TRUE(holder);
-  return holder;
-}
-
 class MissedChangeTest : public BitmapManagerTest {
  protected:
   // Looks up while the bitmap cannot be opened.
   void FailToFind(decltype(FindBitmapsForFile)* find) {
-    const UniqueFile holder = HoldAlone(path_);
+    const UniqueFile holder = test::HoldFile(path_);
     EXPECT_TRUE(find(kVolume, kFile).empty());
-  }
-  [[nodiscard]] bool IsUnreliable() const {
-    return Get(ReadFileBytes(path_), test::kAtUnreliable, 1) == 1;
   }
 
   const std::filesystem::path path_ = AddGood();
@@ -284,25 +252,25 @@ class MissedChangeTest : public BitmapManagerTest {
 TEST_F(MissedChangeTest, NextLookupMarksTheBitmap) {
   FailToFind(FindBitmapsToChange);
   EXPECT_EQ(FindBitmapsForFile(kVolume, kFile).size(), 1u);
-  EXPECT_TRUE(IsUnreliable());
+  EXPECT_TRUE(IsUnreliable(path_));
 }
 
 TEST_F(MissedChangeTest, NextScanMarksTheBitmap) {
   FailToFind(FindBitmapsToChange);
   UnloadIdleBitmaps();
-  EXPECT_TRUE(IsUnreliable());
+  EXPECT_TRUE(IsUnreliable(path_));
 }
 
 TEST_F(MissedChangeTest, ShutdownMarksTheBitmap) {
   FailToFind(FindBitmapsToChange);
   ShutdownBitmapManager();
-  EXPECT_TRUE(IsUnreliable());
+  EXPECT_TRUE(IsUnreliable(path_));
 }
 
 TEST_F(MissedChangeTest, ReadingMissesNone) {
   FailToFind(FindBitmapsForFile);
   EXPECT_EQ(FindBitmapsForFile(kVolume, kFile).size(), 1u);
-  EXPECT_FALSE(IsUnreliable());
+  EXPECT_FALSE(IsUnreliable(path_));
 }
 
 TEST_F(BitmapManagerTest, SecondDeleteAfterThePinIsGoneDeletesAtOnce) {
@@ -321,7 +289,7 @@ TEST_F(BitmapManagerTest, DeleteOfABitmapWhoseFileIsGoneForgetsItSilently) {
   const auto path = AddGood();
   const BitmapId id = IdOf(path);
   std::filesystem::remove_all(cbt());
-  StartLogging(kBitmapErrorsOnly);
+  StartLogging(test::kBitmapErrors);
   EXPECT_EQ(Delete(id), kKey);
   EXPECT_FALSE(IsKnown(kKey));
   EXPECT_THAT(StopLogging(), IsEmpty());
@@ -458,133 +426,6 @@ TEST_F(BitmapManagerTest, PinOutlivesShutdownWithItsBitsReachingTheFile) {
   }
   EXPECT_EQ(Get(ReadFileBytes(path), 512, 1), 8u);
   EXPECT_TRUE(std::filesystem::remove(path));
-}
-
-using StartupScanTest = BitmapManagerTest;
-
-TEST_F(StartupScanTest, RegistersEveryBitmapFileUnloadedAndTellsSo) {
-  const auto first = Write(kKey, kCreated, GoodBitmap(kKey, "12345"));
-  const VolumeGuid other_volume = {7, 0, 0, {}};
-  const auto second = Write({other_volume, 9}, kCreated, "not a bitmap");
-  const std::string untouched = ReadFileBytes(first);
-  StartLogging();
-  InitBitmapManager();
-  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(first)));
-  EXPECT_THAT(IdsListed({other_volume, 9}), ElementsAre(IdOf(second)));
-  EXPECT_EQ(ListAllBitmaps().at(kKey)[0].FileSize, 517u);
-  EXPECT_EQ(ReadFileBytes(first), untouched);
-  const std::vector<std::string> messages = StopLoggingAndGetMessages();
-  ASSERT_EQ(messages.size(), 4u);
-  EXPECT_EQ(messages[0], "INFO  Starting bitmap idle scanner thread");
-  EXPECT_EQ(messages[1], "INFO  InitBitmapManager: initializing cache");
-  const auto adding = [](const std::filesystem::path& path) {
-    char id[17];
-    std::snprintf(id, sizeof id, "%016llx", IdOf(path));
-    return "DEBUG Adding bitmap FileName " + path.string() + ", BitmapId 0x" + id + " to cache";
-  };
-  EXPECT_THAT(std::vector(messages.begin() + 2, messages.end()),
-              ::testing::UnorderedElementsAre(adding(first), adding(second)));
-}
-
-TEST_F(StartupScanTest, TakesDirectoriesOf16HexadecimalDigitsOnly) {
-  const std::filesystem::path volume = cbt() / test::kVolumeText;
-  for (const wchar_t* name :
-       {L"000000000000012", L"00000000000000123", L"0000000000000000", L"ffffffffffffffff",
-        L"FFFFFFFFFFFFFFFF", L"zzzzzzzzzzzzzzzz", L"...............a"}) {
-    test::WriteFileBytes(volume / name / test::BitmapName(kCreated), "x");
-  }
-  test::WriteFileBytes(volume / L"0000000000000124", "a plain file");
-  test::WriteFileBytes(cbt() / L"0000000000000125" / test::BitmapName(kCreated), "x");
-  test::WriteFileBytes(volume / L"00000000000001AB" / test::BitmapName(kCreated), "x");
-  StartLogging(kBitmapErrorsOnly);
-  InitBitmapManager();
-  EXPECT_THAT(StopLogging(), IsEmpty());  // as a plain file could not be listed
-  const auto listed = ListAllBitmaps();
-  ASSERT_EQ(listed.size(), 1u);
-  EXPECT_EQ(listed.begin()->first, (FileKey{kVolume, 0x1AB}));
-}
-
-TEST_F(StartupScanTest, LeavesOutDirectoriesInTheFilesPlaces) {
-  std::filesystem::create_directories(DirectoryOf(kKey) / test::BitmapName(kCreated));
-  StartLogging();
-  InitBitmapManager();
-  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
-  EXPECT_EQ(StopLogging().size(), 2u);  // only the two opening lines
-}
-
-TEST_F(StartupScanTest, TakesTheLow32BitsOfALargeFilesSize) {
-  const auto path = Write(kKey, kCreated, "");
-  std::filesystem::resize_file(path, (5ull << 32) + 7);
-  InitBitmapManager();
-  EXPECT_EQ(ListAllBitmaps().at(kKey).at(0).FileSize, 7u);
-}
-
-TEST_F(StartupScanTest, WithoutACbtDirectoryFindsNothing) {
-  std::filesystem::remove_all(cbt());
-  StartLogging(kBitmapErrorsOnly);
-  InitBitmapManager();
-  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
-  EXPECT_THAT(StopLogging(), IsEmpty());
-}
-
-TEST_F(StartupScanTest, LinkOfTheSameFileInOneDirectoryIsRegisteredOnce) {
-  const auto path = Write(kKey, kCreated, GoodBitmap(kKey, "bits"));
-  const auto link = DirectoryOf(kKey) / test::BitmapName(kCreated + 1);
-  ASSERT_TRUE(::CreateHardLinkW(link.c_str(), path.c_str(), nullptr));
-  StartLogging(kBitmapErrorsOnly);
-  InitBitmapManager();
-  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(path)));
-  ShutdownLogging();
-  EXPECT_THAT(ReadFileBytes(log_path()), HasSubstr("AddBitmap: Bitmap is already added: "));
-}
-
-class DistrustBitmapsTest : public BitmapManagerTest {
- protected:
-  static bool IsUnreliable(const std::filesystem::path& path) {
-    return Get(ReadFileBytes(path), test::kAtUnreliable, 1) == 1;
-  }
-};
-
-TEST_F(DistrustBitmapsTest, MarksLoadedAndUnloadedBitmapsOnTheDeviceAndNoOthers) {
-  const auto loaded = AddGood(kKey, kCreated);
-  const auto unloaded = AddGood(kKey, kCreated + 1);
-  const auto other = AddGood(kKey, kCreated + 2);
-  ASSERT_TRUE(GetBitmapById(IdOf(loaded)));
-  StartLogging("zelservicelog=none\nzelservicelog:bitmap=warn\nzelservicelog:drivercomm=none\n");
-  test::FlushHooks flushes;
-  EXPECT_TRUE(DistrustBitmapsOfFile(kKey, {IdOf(loaded), IdOf(unloaded)}));
-  EXPECT_THAT(flushes.Take(), ElementsAre("header u", "file",  // the loaded one's mark
-                                          "header", "file", "header u", "file"));  // load and mark
-  EXPECT_TRUE(IsUnreliable(loaded));
-  EXPECT_TRUE(IsUnreliable(unloaded));
-  EXPECT_FALSE(IsUnreliable(other));
-  EXPECT_TRUE(DistrustBitmapsOfFile(kKey, BitmapIdsOfFile(kKey)));
-  EXPECT_TRUE(IsUnreliable(other));
-  EXPECT_THAT(StopLoggingAndGetMessages(),
-              ::testing::AllOf(::testing::SizeIs(3),
-                               ::testing::Each(::testing::EndsWith(
-                                   " for Volume 01234567-89ab-cdef-0123-456789abcdef, FileId "
-                                   "0x0001000000000123 unreliable because its file was not "
-                                   "tracked"))));
-}
-
-TEST_F(DistrustBitmapsTest, BitmapThatIsHeldIsMarkedWhenItCanBeOpened) {
-  const auto path = AddGood();
-  const BitmapId id = IdOf(path);
-  {
-    const UniqueFile held(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                        OPEN_EXISTING, 0, nullptr));
-    EXPECT_TRUE(DistrustBitmapsOfFile(kKey, {id}));
-  }
-  EXPECT_EQ(GetBitmapById(id)->header()->Unreliable, 1);
-}
-
-TEST_F(DistrustBitmapsTest, NothingIsMarkedOnceTheManagerIsShutDownAndTheCallerIsTold) {
-  const auto path = AddGood();
-  ShutdownBitmapManager();
-  EXPECT_FALSE(DistrustBitmapsOfFile(kKey, {IdOf(path)}));
-  EXPECT_FALSE(IsUnreliable(path));
-  EXPECT_TRUE(DistrustBitmapsOfFile(kKey, {}));
 }
 
 TEST_F(BitmapManagerTest, IdsOfAFileAreListedWithoutLoadingOrMakingAnEntry) {

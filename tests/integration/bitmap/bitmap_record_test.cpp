@@ -4,6 +4,7 @@
 #include "bitmap/zel_set_bits.h"
 #include "tests/integration/support/bitmap_file.h"
 #include "tests/integration/support/flush_hooks.h"
+#include "tests/integration/support/held_file.h"
 #include "tests/integration/support/log_fixture.h"
 #include "win32/file_time.h"
 #include "win32/handles.h"
@@ -470,8 +471,7 @@ BOOL WINAPI RefuseDirectory(const wchar_t*, SECURITY_ATTRIBUTES*) {
 TEST_F(DeleteBitmapFileTest, OtherFailuresAreLogged) {
   StartLogging();
   WriteFile(good_);
-  const UniqueFile holder(::CreateFileW(path().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const UniqueFile holder = test::HoldFile(path(), GENERIC_READ, FILE_SHARE_READ);
   const test::ImportHook no_mark_beside(__imp_CreateDirectoryW, &RefuseDirectory);
   Delete();
   EXPECT_TRUE(std::filesystem::exists(path()));
@@ -483,9 +483,8 @@ TEST_F(DeleteBitmapFileTest, OtherFailuresAreLogged) {
 
 TEST_F(DeleteBitmapFileTest, FileThatCannotBeDeletedIsMarkedUnreliable) {
   WriteFile(good_);
-  const UniqueFile holder(::CreateFileW(path().c_str(), GENERIC_READ,
-                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+  const UniqueFile holder =
+      test::HoldFile(path(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
   Delete();
   EXPECT_EQ(OnDisk().Unreliable, 1);
 }
@@ -493,9 +492,8 @@ TEST_F(DeleteBitmapFileTest, FileThatCannotBeDeletedIsMarkedUnreliable) {
 TEST_F(DeleteBitmapFileTest, FileTooShortForAHeaderIsNotMadeLonger) {
   test::WriteFileBytes(path(), "short");
   test::DescribeRecord(record_, path());
-  const UniqueFile holder(::CreateFileW(path().c_str(), GENERIC_READ,
-                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+  const UniqueFile holder =
+      test::HoldFile(path(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
   Delete();
   EXPECT_EQ(FileBytes(), "short");
 }

@@ -98,12 +98,6 @@ class BitmapStressTest : public test::BitmapFixture {
     }
   }
 
-  static void Delete(BitmapId id) {
-    VolumeGuid volume;
-    FileId file;
-    DeleteBitmapById(id, volume, file);
-  }
-
   // With a pause, since a lock of Windows is not fair.
   void Scan(std::uint64_t& scans) {
     for (; !stop_; ++scans) {

@@ -7,6 +7,7 @@
 #include "bitmap/bitmap_manager.h"
 #include "config/settings.h"
 #include "tests/integration/support/bitmap_fixture.h"
+#include "tests/integration/support/held_file.h"
 #include "win32/handles.h"
 
 namespace zel {
@@ -287,9 +288,7 @@ TEST_F(DamagedBitmapsTest, EachEndsAsItsBytesDemandAndNoGoodBitmapIsTouched) {
   WriteCorpus();
   const std::size_t files = corpus_.files().size();
   const std::filesystem::path closed = DirectoryOf({kVolume, kClosed}) / test::BitmapName(kCreated);
-  UniqueFile holder(
-      ::CreateFileW(closed.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-  ASSERT_TRUE(holder);
+  UniqueFile holder = test::HoldFile(closed);
 
   InitBitmapManager();
   EXPECT_EQ(ListAllBitmaps().size(), 2 * files + 2);

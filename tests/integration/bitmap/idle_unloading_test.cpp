@@ -2,7 +2,6 @@
 #include <limits>
 
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/record_changes.h"
 #include "config/settings.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "win32/handles.h"
@@ -66,7 +65,7 @@ TEST_F(IdleUnloadingTest, ChangedBitmapStaysLoaded) {
   const auto path = AddGood();
   Load();
   FakeClock::now = kLoaded + 599 * kSecond;
-  UpdateBitmapsForFile(kFile, kVolume, 0, 1);
+  Report();
   ScanAt(kLoaded + 1198 * kSecond);
   EXPECT_TRUE(IsLoaded(path));
   ScanAt(kLoaded + 1199 * kSecond);
@@ -110,7 +109,7 @@ TEST_F(IdleUnloadingTest, BitmapNotClosedCleanlyStaysWhenChangedOrPinned) {
     const PinnedBitmap pin = GetBitmapById(IdOf(path));
     ScanAt(kLoaded);
     EXPECT_TRUE(IsHeldOpen(path));
-    UpdateBitmapsForFile(kFile, kVolume, 0, 1);
+    Report();
   }
   ScanAt(kLoaded + 599 * kSecond);
   EXPECT_TRUE(IsHeldOpen(path));
@@ -169,9 +168,7 @@ TEST_F(IdleUnloadingTest, ScanDeletesAmongOthersWhatIsDueAndGoesOn) {
   for (FileTime i = 0; i < 5; ++i) paths.push_back(AddGood(kKey, kCreated + i));
   {
     const PinnedBitmaps pins = FindBitmapsForFile(kVolume, kFile);
-    VolumeGuid volume;
-    FileId file;
-    for (const int deleted : {0, 1, 4}) DeleteBitmapById(IdOf(paths[deleted]), volume, file);
+    for (const int deleted : {0, 1, 4}) Delete(IdOf(paths[deleted]));
   }
   ScanAt(kLoaded);
   for (int i = 0; i < 5; ++i) EXPECT_EQ(std::filesystem::exists(paths[i]), i == 2 || i == 3) << i;

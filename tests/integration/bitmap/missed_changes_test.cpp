@@ -3,22 +3,20 @@
 #include "bitmap/missed_changes.h"
 
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/record_changes.h"
 #include "config/settings.h"
 #include "files/layout.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/flush_hooks.h"
+#include "tests/integration/support/held_file.h"
 #include "win32/handles.h"
 
 namespace zel {
 namespace {
 
-using test::Get;
 using test::kCreated;
 using test::kFile;
 using test::kKey;
 using test::kVolume;
-using test::ReadFileBytes;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -29,22 +27,10 @@ class MissedChangesTest : public test::BitmapFixture {
  protected:
   // As a program that reads the file and lets nobody write, unless it shares that too.
   void Hold(DWORD access = GENERIC_READ, DWORD share = FILE_SHARE_READ) {
-    holder_.reset(::CreateFileW(path_.c_str(), access, share, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(holder_);
+    holder_ = test::HoldFile(path_, access, share);
   }
   void LetGo() { holder_.reset(); }
 
-  static void Report() { UpdateBitmapsForFile(kFile, kVolume, 0, 1); }
-  void Delete() const {
-    VolumeGuid volume;
-    FileId owner;
-    DeleteBitmapById(id_, volume, owner);
-    EXPECT_EQ(owner, kFile);
-  }
-
-  [[nodiscard]] bool IsMarkedInFile() const {
-    return Get(ReadFileBytes(path_), test::kAtUnreliable, 1) == 1;
-  }
   [[nodiscard]] bool IsMarkedBeside() const { return std::filesystem::is_directory(mark_); }
 
   // What the next process makes of the file at its first look.
@@ -80,7 +66,7 @@ TEST_F(MissedChangesTest, ReportedBitmapThatAReaderHoldsOverTheStopIsUnreliableA
 
 TEST_F(MissedChangesTest, DeletedBitmapThatAReaderHoldsOverTheStopIsUnreliableAfterwards) {
   Hold();
-  Delete();
+  EXPECT_EQ(Delete(id_), kKey);
   ShutdownBitmapManager();
   LetGo();
   ASSERT_TRUE(std::filesystem::exists(path_));
@@ -98,7 +84,7 @@ TEST_F(MissedChangesTest, ReportedBitmapIsMarkedAtOnce) {
 TEST_F(MissedChangesTest, BitmapWhoseHolderSharesWritingIsMarkedInItself) {
   Hold(GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
   Report();
-  EXPECT_TRUE(IsMarkedInFile());
+  EXPECT_TRUE(IsUnreliable(path_));
   EXPECT_FALSE(IsMarkedBeside());
   ShutdownBitmapManager();
   LetGo();
@@ -110,7 +96,7 @@ TEST_F(MissedChangesTest, BitmapWhoseHolderSharesWritingAloneIsMarkedInItself) {
   Hold(GENERIC_WRITE, FILE_SHARE_WRITE);
   Report();
   LetGo();
-  EXPECT_TRUE(IsMarkedInFile());
+  EXPECT_TRUE(IsUnreliable(path_));
 }
 
 TEST_F(MissedChangesTest, EachMarkIsFlushedToTheDevice) {
@@ -137,7 +123,7 @@ TEST_F(MissedChangesTest, MarkBesideStaysUntilTheOneInTheFileIsOnTheDevice) {
 }
 
 TEST_F(MissedChangesTest, StopNamesTheBitmapThatIsStillHeld) {
-  StartLogging("zelservicelog=none\nzelservicelog:bitmap=error\nzelservicelog:drivercomm=none\n");
+  StartLogging(test::kBitmapErrors);
   Hold();
   Report();
   ShutdownBitmapManager();
@@ -150,7 +136,7 @@ TEST_F(MissedChangesTest, StopNamesTheBitmapThatIsStillHeld) {
 
 TEST_F(MissedChangesTest, DeletionTakesTheMarkWithTheFile) {
   Hold();
-  Delete();
+  EXPECT_EQ(Delete(id_), kKey);
   EXPECT_TRUE(IsMarkedBeside());
   LetGo();
   UnloadIdleBitmaps();

@@ -3,6 +3,7 @@
 #include "bitmap/bitmap_sweep.h"
 #include "tests/integration/support/driver_fixture.h"
 #include "tests/integration/support/flush_hooks.h"
+#include "tests/integration/support/held_file.h"
 #include "win32/handles.h"
 
 namespace zel {
@@ -270,9 +271,7 @@ TEST_F(RecordChangesTest, BitmapThatMissesAReportIsUnreliable) {
     const BitmapId id = Create(16);
     const std::wstring path = GetBitmapById(id)->FileName;
     UnloadAllBitmaps();  // clean
-    UniqueFile other(
-        ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(other);  // a program that does not share the bitmap file
+    UniqueFile other = test::HoldFile(path);
     report();
     other.reset();
     EXPECT_EQ(Header(id).Unreliable, 1);

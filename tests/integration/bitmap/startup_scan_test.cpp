@@ -18,10 +18,14 @@ namespace zel {
 namespace {
 
 using test::BitmapName;
+using test::GoodBitmap;
 using test::IdOf;
 using test::kCreated;
 using test::kFile;
+using test::kKey;
 using test::kVolume;
+using test::ReadFileBytes;
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 using Found = std::tuple<VolumeGuid, FileId, BitmapId, std::wstring, std::uint32_t>;
@@ -119,6 +123,85 @@ TEST_F(FindBitmapFilesTest, WithoutAnotherThreadTheCallingOneFindsEverything) {
   const test::ImportHook hook(__imp__beginthreadex, &FailToBeginThread);
   EXPECT_THAT(FindBitmapFiles({.path = cbt().wstring()}, Note), IsEmpty());
   EXPECT_EQ(Sorted(), made);
+}
+
+class StartupScanTest : public test::BitmapFixture {};
+
+TEST_F(StartupScanTest, RegistersEveryBitmapFileUnloadedAndTellsSo) {
+  const auto first = Write(kKey, kCreated, GoodBitmap(kKey, "12345"));
+  const VolumeGuid other_volume = {7, 0, 0, {}};
+  const auto second = Write({other_volume, 9}, kCreated, "not a bitmap");
+  const std::string untouched = ReadFileBytes(first);
+  StartLogging();
+  InitBitmapManager();
+  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(first)));
+  EXPECT_THAT(IdsListed({other_volume, 9}), ElementsAre(IdOf(second)));
+  EXPECT_EQ(ListAllBitmaps().at(kKey)[0].FileSize, 517u);
+  EXPECT_EQ(ReadFileBytes(first), untouched);
+  const std::vector<std::string> messages = StopLoggingAndGetMessages();
+  ASSERT_EQ(messages.size(), 4u);
+  EXPECT_EQ(messages[0], "INFO  Starting bitmap idle scanner thread");
+  EXPECT_EQ(messages[1], "INFO  InitBitmapManager: initializing cache");
+  const auto adding = [](const std::filesystem::path& path) {
+    char id[17];
+    std::snprintf(id, sizeof id, "%016llx", IdOf(path));
+    return "DEBUG Adding bitmap FileName " + path.string() + ", BitmapId 0x" + id + " to cache";
+  };
+  EXPECT_THAT(std::vector(messages.begin() + 2, messages.end()),
+              ::testing::UnorderedElementsAre(adding(first), adding(second)));
+}
+
+TEST_F(StartupScanTest, TakesDirectoriesOf16HexadecimalDigitsOnly) {
+  const std::filesystem::path volume = cbt() / test::kVolumeText;
+  for (const wchar_t* name :
+       {L"000000000000012", L"00000000000000123", L"0000000000000000", L"ffffffffffffffff",
+        L"FFFFFFFFFFFFFFFF", L"zzzzzzzzzzzzzzzz", L"...............a"}) {
+    test::WriteFileBytes(volume / name / BitmapName(kCreated), "x");
+  }
+  test::WriteFileBytes(volume / L"0000000000000124", "a plain file");
+  test::WriteFileBytes(cbt() / L"0000000000000125" / BitmapName(kCreated), "x");
+  test::WriteFileBytes(volume / L"00000000000001AB" / BitmapName(kCreated), "x");
+  StartLogging(test::kBitmapErrors);
+  InitBitmapManager();
+  EXPECT_THAT(StopLogging(), IsEmpty());  // as a plain file could not be listed
+  const auto listed = ListAllBitmaps();
+  ASSERT_EQ(listed.size(), 1u);
+  EXPECT_EQ(listed.begin()->first, (FileKey{kVolume, 0x1AB}));
+}
+
+TEST_F(StartupScanTest, LeavesOutDirectoriesInTheFilesPlaces) {
+  std::filesystem::create_directories(DirectoryOf(kKey) / BitmapName(kCreated));
+  StartLogging();
+  InitBitmapManager();
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+  EXPECT_EQ(StopLogging().size(), 2u);  // only the two opening lines
+}
+
+TEST_F(StartupScanTest, TakesTheLow32BitsOfALargeFilesSize) {
+  const auto path = Write(kKey, kCreated, "");
+  std::filesystem::resize_file(path, (5ull << 32) + 7);
+  InitBitmapManager();
+  EXPECT_EQ(ListAllBitmaps().at(kKey).at(0).FileSize, 7u);
+}
+
+TEST_F(StartupScanTest, WithoutACbtDirectoryFindsNothing) {
+  std::filesystem::remove_all(cbt());
+  StartLogging(test::kBitmapErrors);
+  InitBitmapManager();
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+  EXPECT_THAT(StopLogging(), IsEmpty());
+}
+
+TEST_F(StartupScanTest, LinkOfTheSameFileInOneDirectoryIsRegisteredOnce) {
+  const auto path = Write(kKey, kCreated, GoodBitmap(kKey, "bits"));
+  const auto link = DirectoryOf(kKey) / BitmapName(kCreated + 1);
+  ASSERT_TRUE(::CreateHardLinkW(link.c_str(), path.c_str(), nullptr));
+  StartLogging(test::kBitmapErrors);
+  InitBitmapManager();
+  EXPECT_THAT(IdsListed(), ElementsAre(IdOf(path)));
+  ShutdownLogging();
+  EXPECT_THAT(ReadFileBytes(log_path()),
+              ::testing::HasSubstr("AddBitmap: Bitmap is already added: "));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "bitmap/unread_directories.h"
 
 #include "bitmap/bitmap_manager.h"
-#include "bitmap/record_changes.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/import_hook.h"
 
@@ -14,16 +13,12 @@ extern void* __imp_GetFileInformationByHandleEx;
 namespace zel {
 namespace {
 
-using test::Get;
 using test::GoodBitmap;
 using test::kCreated;
 using test::kFile;
 using test::kKey;
 using test::kVolume;
-using test::ReadFileBytes;
 using ::testing::Contains;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 std::wstring refused;  // paths that end so
 int refusals = 0;
@@ -72,16 +67,7 @@ class Refusal {
 
 class UnreadDirectoriesTest : public test::BitmapFixture {
  protected:
-  static void Report() { UpdateBitmapsForFile(kFile, kVolume, 0, 1); }
   static void ReadAgain() { ReadUnreadDirectories(AddBitmapFoundLate); }
-  static std::size_t Listed() {
-    const auto listed = ListAllBitmaps();
-    const auto entry = listed.find(kKey);
-    return entry == listed.end() ? 0 : entry->second.size();
-  }
-  static bool IsUnreliable(const std::filesystem::path& path) {
-    return Get(ReadFileBytes(path), test::kAtUnreliable, 1) == 1;
-  }
 
   // A start that cannot read what is at paths with this end, a report, and a second look.
   void StartWithout(const std::wstring& end) {
@@ -89,7 +75,7 @@ class UnreadDirectoriesTest : public test::BitmapFixture {
       const Refusal refusal(end);
       InitBitmapManager();
       ASSERT_GT(refusals, 0);
-      ASSERT_EQ(Listed(), 0u);
+      ASSERT_EQ(IdsListed().size(), 0u);
     }
     Report();
     ReadAgain();
@@ -100,20 +86,20 @@ class UnreadDirectoriesTest : public test::BitmapFixture {
 
 TEST_F(UnreadDirectoriesTest, BitmapsOfAFileFoundLaterAreUnreliable) {
   StartWithout(test::Hex(kFile, 16));
-  EXPECT_EQ(Listed(), 1u);
+  EXPECT_EQ(IdsListed().size(), 1u);
   EXPECT_TRUE(IsUnreliable(path_));
   ASSERT_EQ(FindBitmapsForFile(kVolume, kFile).size(), 1u);
 }
 
 TEST_F(UnreadDirectoriesTest, BitmapsOfAVolumeFoundLaterAreUnreliable) {
   StartWithout(test::kVolumeText);
-  EXPECT_EQ(Listed(), 1u);
+  EXPECT_EQ(IdsListed().size(), 1u);
   EXPECT_TRUE(IsUnreliable(path_));
 }
 
 TEST_F(UnreadDirectoriesTest, BitmapsOfAllVolumesFoundLaterAreUnreliable) {
   StartWithout(L"\\cbt");
-  EXPECT_EQ(Listed(), 1u);
+  EXPECT_EQ(IdsListed().size(), 1u);
   EXPECT_TRUE(IsUnreliable(path_));
 }
 
@@ -123,11 +109,11 @@ TEST_F(UnreadDirectoriesTest, FileWhoseIdIsReadLaterIsUnreliableAndTheOthersAreN
   {
     const Refusal refusal(test::BitmapName(kCreated));
     InitBitmapManager();
-    ASSERT_EQ(Listed(), 1u);
+    ASSERT_EQ(IdsListed().size(), 1u);
   }
   Report();
   ReadAgain();
-  EXPECT_EQ(Listed(), 2u);
+  EXPECT_EQ(IdsListed().size(), 2u);
   EXPECT_TRUE(IsUnreliable(path_));
   EXPECT_FALSE(IsUnreliable(other));
 }
@@ -141,7 +127,7 @@ TEST_F(UnreadDirectoriesTest, WhatWasReadIsNotReadAgain) {
 
 TEST_F(UnreadDirectoriesTest, StartThatReadsEverythingLeavesNothing) {
   InitBitmapManager();
-  EXPECT_EQ(Listed(), 1u);
+  EXPECT_EQ(IdsListed().size(), 1u);
   const Refusal refusal(L"");
   ReadAgain();
   EXPECT_EQ(refusals, 0);
@@ -149,7 +135,7 @@ TEST_F(UnreadDirectoriesTest, StartThatReadsEverythingLeavesNothing) {
 }
 
 TEST_F(UnreadDirectoriesTest, DirectoryThatStaysUnreadableIsTriedEverMoreRarelyAndNamedAtTheEnd) {
-  StartLogging("zelservicelog=none\nzelservicelog:bitmap=error\nzelservicelog:drivercomm=none\n");
+  StartLogging(test::kBitmapErrors);
   {
     const Refusal refusal(test::kVolumeText);
     InitBitmapManager();
@@ -179,7 +165,7 @@ TEST_F(UnreadDirectoriesTest, DeletedBitmapWhoseFileIsHeldDoesNotComeBack) {
   ASSERT_TRUE(pin);
   DiscardBitmapsOfFile(kKey);
   EXPECT_FALSE(AddBitmapFoundLate(kVolume, kFile, pin->BitmapId, path_.wstring(), 516));
-  EXPECT_EQ(Listed(), 0u);
+  EXPECT_EQ(IdsListed().size(), 0u);
 }
 
 }  // namespace

@@ -11,9 +11,7 @@ namespace {
 
 using test::FailingView;
 using test::Get;
-using test::kCreated;
 using test::kFile;
-using test::kKey;
 using test::kVolume;
 using test::ReadFileBytes;
 using ::testing::Contains;
@@ -24,8 +22,6 @@ constexpr FileKey kOther = {kVolume, kFile + 1};
 class ViewFaultsTest : public test::BitmapFixture {
  protected:
   ViewFaultsTest() { BitmapIdleTimeout = 0; }
-
-  static void Report(const FileKey& file) { UpdateBitmapsForFile(file.file_id, file.volume, 0, 1); }
 
   // The view of the bitmap, which is loaded for that.
   [[nodiscard]] void* View() const {
@@ -57,7 +53,7 @@ class ViewFaultsTest : public test::BitmapFixture {
 TEST_F(ViewFaultsTest, ReportFailsItsBitmapAlone) {
   StartLogging();
   const FailingView failing(View(), test::kHeaderBytes);
-  Report(kKey);
+  Report();
   ExpectOnlyThisOneFailed();
   EXPECT_THAT(StopLoggingAndGetMessages(),
               Contains(StartsWith("ERROR Reading or writing bitmap " + path_.string())));
@@ -94,7 +90,7 @@ TEST_F(ViewFaultsTest, IdleScanFailsItsBitmapAlone) {
 }
 
 TEST_F(ViewFaultsTest, StopFailsItsBitmapAlone) {
-  Report(kKey);
+  Report();
   const FailingView failing(View(), test::kHeaderBytes);
   ExpectOnlyThisOneFailed();
 }
@@ -102,7 +98,7 @@ TEST_F(ViewFaultsTest, StopFailsItsBitmapAlone) {
 TEST_F(ViewFaultsTest, FailedBitmapIsGivenAgainUnreliable) {
   {
     FailingView failing(View(), test::kHeaderBytes);
-    Report(kKey);
+    Report();
   }
   const PinnedBitmap bitmap = GetBitmapById(id_);
   ASSERT_TRUE(bitmap);

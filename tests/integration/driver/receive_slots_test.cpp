@@ -9,6 +9,7 @@
 #include "files/layout.h"
 #include "tests/integration/support/child_process.h"
 #include "tests/integration/support/driver_fixture.h"
+#include "tests/integration/support/held_file.h"
 #include "tests/integration/support/scripted_port.h"
 
 extern "C" {
@@ -255,8 +256,7 @@ TEST_F(UnusableSlotsTest, FileThatSomebodyHolds) {
   LeaveBehind(MakeWrite(0, 1));
   const std::string before = SlotBytes();
   {
-    const UniqueFile holder(
-        ::CreateFileW(path_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    const UniqueFile holder = test::HoldFile(path_);
     ExpectOneWarningAndHandledMessages("[ERROR_SHARING_VIOLATION]");
   }
   EXPECT_EQ(SlotBytes(), before);  // left to the next start

@@ -129,10 +129,6 @@ TEST_F(StartTracking2Test, FileOf4096BytesIsTracked) {
   EXPECT_EQ(Start(4096), (CallResult{0, 0}));
 }
 
-bool IsUnreliable(const std::filesystem::path& path) {
-  return test::Get(test::ReadFileBytes(path), test::kAtUnreliable, 1) == 1;
-}
-
 TEST_F(StartTracking2Test, FileThatWasNotTrackedHasItsOldBitmapsMarked) {
   const auto old = AddGood();
   const auto of_another_file = AddGood({kVolume, kFile + 1});

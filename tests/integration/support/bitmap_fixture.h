@@ -8,8 +8,11 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "bitmap/bitmap_manager.h"
+#include "bitmap/record_changes.h"
 #include "files/file_identity.h"
 #include "tests/integration/support/cbt_directory.h"
 #include "tests/integration/support/log_fixture.h"
@@ -29,6 +32,11 @@ inline constexpr FileKey kKey = {kVolume, kFile};
 inline constexpr std::uint32_t kBlockSize = 0x10000;
 inline constexpr FileTime kCreated = 0x01D2A3B4C5D6E7F8;
 inline constexpr FileTime kSecond = 10'000'000;
+
+inline constexpr std::string_view kBitmapErrors =
+    "zelservicelog=none\nzelservicelog:bitmap=error\nzelservicelog:drivercomm=none\n";
+inline constexpr std::string_view kBitmapWarnings =
+    "zelservicelog=none\nzelservicelog:bitmap=warn\nzelservicelog:drivercomm=none\n";
 
 // Offsets in a bitmap file.
 inline constexpr std::size_t kAtLastUpdateTime = 0x30;
@@ -126,9 +134,34 @@ class BitmapFixture : public LogFixture {
     return Add(file, created, GoodBitmap(file, std::string(16, '\0'), created));
   }
 
+  // A write of the file's first byte, as the driver reports it.
+  static void Report(const FileKey& file = kKey) {
+    UpdateBitmapsForFile(file.file_id, file.volume, 0, 1);
+  }
+
+  // Deletes a bitmap by its id and returns the outputs, which start as something else.
+  static FileKey Delete(BitmapId id) {
+    FileKey file = {{1, 2, 3, {4}}, 5};
+    DeleteBitmapById(id, file.volume, file.file_id);
+    return file;
+  }
+
+  static std::vector<BitmapId> IdsListed(const FileKey& file = kKey) {
+    std::vector<BitmapId> ids;
+    const auto listed = ListAllBitmaps();
+    if (const auto entry = listed.find(file); entry != listed.end()) {
+      for (const BitmapInfo& info : entry->second) ids.push_back(info.BitmapId);
+    }
+    return ids;
+  }
+
   // Whether a bitmap that was written clean is loaded now: its file then says so.
   static bool IsLoaded(const std::filesystem::path& path) {
     return Get(ReadFileBytes(path), kAtClosedCleanly, 1) == 0;
+  }
+  // Whether a bitmap's file says that it cannot be trusted.
+  static bool IsUnreliable(const std::filesystem::path& path) {
+    return Get(ReadFileBytes(path), kAtUnreliable, 1) == 1;
   }
 
  private:
