@@ -59,11 +59,19 @@ void TellIfLast(bool was_last) {
   if (const auto hook = noBitmapsLeft.load(); was_last && hook != nullptr) hook();
 }
 
+// Whether neither the last load for a report nor the last attempt at a mark found the file.
+bool FoundNoFile(const BitmapRecord& record) ZEL_REQUIRES(record.Lock) {
+  return record.ReportedFailure.fault == LoadFault::kOpen &&
+         IsMissingFile(record.ReportedFailure.detail) && IsMissingFile(record.MarkFailure);
+}
+
 // Has a bitmap that missed a change marked, now that it can perhaps be loaded again; or the mark
-// left that it could not be given before.
+// left that it could not be given before. A file that is gone takes none: should it come back, its
+// next load marks it.
 void LoadIfChangeMissed(BitmapRecord& record, bool may_load) ZEL_REQUIRES(record.Lock) {
   if (!HasMissedAChange(record)) return;
-  if (!may_load || !LoadBitmap(record, LoadLog::kFirstOfRun)) NoteMissedChange(record);
+  if (may_load && LoadBitmap(record, LoadLog::kFirstOfRun)) return;
+  if (!FoundNoFile(record)) NoteMissedChange(record);
 }
 
 void UnloadIfIdle(BitmapRecord& record, FileTime cutoff) ZEL_REQUIRES(record.Lock) {

@@ -1,5 +1,5 @@
 // A bitmap that another program holds while its file is changed, over every end of the process.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <tuple>
@@ -166,6 +166,33 @@ TEST_F(MissedChangesTest, FileThatIsNotThereGetsNoMark) {
   ASSERT_EQ(Files().Delete(path_), 0u);
   Write();
   EXPECT_EQ(Times(FileOperation::kLeaveMark), 0);
+}
+
+TEST_F(MissedChangesTest, FileThatIsNotThereIsNotTouchedByTheScans) {
+  ASSERT_EQ(Files().Delete(path_), 0u);
+  Write();
+  seen_.clear();
+  for (int i = 0; i < 3; ++i) UnloadIdleBitmaps();
+  EXPECT_THAT(seen_, ::testing::IsEmpty());
+}
+
+TEST_F(MissedChangesTest, FileThatComesBackIsUnreliableToWhoeverLoadsIt) {
+  ASSERT_EQ(Files().Delete(path_), 0u);
+  Write();
+  UnloadIdleBitmaps();
+  ASSERT_EQ(Files().Create(file_, id_, 64), path_);
+  EXPECT_FALSE(IsTrusted());
+}
+
+TEST_F(MissedChangesTest, FileThatComesBackIsUnreliableAfterAStop) {
+  ASSERT_EQ(Files().Delete(path_), 0u);
+  Write();
+  UnloadIdleBitmaps();
+  ASSERT_EQ(Files().Create(file_, id_, 64), path_);
+  StopFlusher();
+  UnloadAllBitmaps();
+  Files().StartAnew(End::kKill);
+  EXPECT_FALSE(IsTrusted());
 }
 
 // As that of a message which comes while the process ends.
