@@ -6,18 +6,22 @@
 #include <thread>
 #include <vector>
 
+#include "bitmap/bitmap_manager.h"
 #include "driver/driver_port.h"
 #include "driver/message_threads.h"
 #include "service/service_main.h"
 #include "service/service_status.h"
 #include "tests/integration/support/bitmap_file.h"
 #include "tests/integration/support/cbt_directory.h"
+#include "tests/integration/support/cleanup_waits.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/poll.h"
 #include "tests/integration/support/service_status_recorder.h"
 #include "tests/integration/support/service_world.h"
 #include "tracking/volume_list.h"
 #include "win32/stop_requested.h"
+
+extern "C" void* __imp_RegEnumValueW;
 
 namespace zel {
 namespace {
@@ -299,6 +303,37 @@ TEST_F(ZelServiceStartTest, DriverIsNotIgnoredByTheService) {
   const std::vector<const wchar_t*> arguments = {L"zelservice", L"-debug", L"-nodriver"};
   EXPECT_EQ(ZelServiceStart(arguments), static_cast<DWORD>(E_ACCESSDENIED));
   EXPECT_THAT(world_.calls(), Contains("port"));
+}
+
+TEST_F(ZelServiceStartTest, DeletionOfAFilesLastBitmapWakesTheCleanup) {
+  const test::CleanupWaits waits;
+  StartedService service;
+  ASSERT_TRUE(ReachesRunning());
+  ASSERT_TRUE(waits.PassesReach(1));
+  AddBitmap({}, 1, 2, L"C:\\gone", 0);
+  DiscardBitmapsOfFile({{}, 1});
+  EXPECT_TRUE(waits.PassesReach(2));
+  StopService();
+  EXPECT_EQ(service.Result(), 0u);
+}
+
+LSTATUS WINAPI FailToEnumerate(HKEY, DWORD, wchar_t*, DWORD*, DWORD*, DWORD*, BYTE*, DWORD*) {
+  return ERROR_NO_SYSTEM_RESOURCES;
+}
+
+// Files that could not be read would be taken for untracked.
+TEST_F(ZelServiceStartTest, WithAListThatCannotBeReadToItsEndNothingIsCleanedUp) {
+  const auto bitmap =
+      directory() / "cbt" / "00000001-89ab-cdef-0123-456789abcdef" / "00000000000000ab" / "bitmap";
+  test::WriteFileBytes(bitmap, "bits");
+  const test::ImportHook hook(__imp_RegEnumValueW, &FailToEnumerate);
+  const test::CleanupWaits waits;
+  StartedService service;
+  ASSERT_TRUE(ReachesRunning());
+  StopService();
+  EXPECT_EQ(service.Result(), 0u);
+  EXPECT_EQ(waits.passes, 0);
+  EXPECT_TRUE(std::filesystem::exists(bitmap));
 }
 
 }  // namespace

@@ -358,6 +358,19 @@ TEST_F(TrackedFileListTest, ListUnderAnotherVolumesNameIsKeptWhenThatVolumeIsWri
   EXPECT_EQ(key().Values()[kSecondVolumeText].bytes, ValueOf(kSecondVolume, kOneFile));
 }
 
+TEST_F(TrackedFileListTest, ListOfAVolumeThatWasReplacedByAnotherValueIsMergedWhenItIsWritten) {
+  FakeValues::values = {{kFirstVolumeText, ValueOf(kFirstVolume, {{L"C:\\a", 1}, {L"C:\\b", 2}})},
+                        {kSecondVolumeText, ValueOf(kFirstVolume, {{L"C:\\b", 9}, {L"C:\\c", 3}})}};
+  for (const auto& [name, value] : FakeValues::values) key().Set(name, value);
+  {
+    const FakeValues in_this_order;
+    ASSERT_TRUE(OpenAndLoad());
+  }
+  Track(L"C:\\new", kFirstVolume, 4);
+  EXPECT_EQ(key().Values()[kFirstVolumeText].bytes,
+            ValueOf(kFirstVolume, {{L"C:\\a", 1}, {L"C:\\b", 9}, {L"C:\\c", 3}, {L"C:\\new", 4}}));
+}
+
 HKEY closed_key = nullptr;
 int times_closed = 0;
 decltype(&::RegCloseKey) real_close = nullptr;
