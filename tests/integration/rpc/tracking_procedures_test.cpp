@@ -1,11 +1,18 @@
 // StartTracking, StartTracking2 and StopTracking, called by a client.
+#include <atomic>
 #include <functional>
+#include <thread>
 
+#include "bitmap/bitmap_sweep.h"
+#include "bitmap/flusher.h"
+#include "driver/missing_bitmaps.h"
+#include "tests/integration/support/flush_hooks.h"
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/registry_key.h"
 #include "tests/integration/support/rpc_fixture.h"
 #include "tracking/clean_volume_directory.h"
 #include "tracking/untracked_cleanup.h"
+#include "win32/handles.h"
 
 extern "C" {
 extern void* __imp_CreateFileW;
@@ -224,6 +231,74 @@ TEST_F(StartTracking2Test, BitmapThatCanNeverBeUsedIsAFailureAndLeavesNothing) {
                                   "after 3 tries"));
 }
 
+// Another file's bitmap can have the id of one that has just gone.
+TEST_F(StartTracking2Test, BitmapWhoseIdHasGoneToAnotherFileIsMadeAgain) {
+  constexpr FileKey kOther = {kVolume, kFile + 1};
+  const auto other = Write(kOther, test::kCreated, test::GoodBitmap(kOther, "bits"));
+  BitmapId id = 0;
+  FakeDriver::on_verify = [&] {
+    if (id != 0) return;
+    id = BitmapsOf().at(0).BitmapId;
+    DiscardBitmapsOfFile(kKey);
+    AddBitmap(kVolume, kOther.file_id, id, other.wstring(), 516);
+  };
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_EQ(info.FileId, kFile);
+  ASSERT_EQ(BitmapsOf().size(), 1u);
+  EXPECT_EQ(BitmapsOf()[0].BitmapId, info.BitmapId);
+  EXPECT_THAT(BitmapIdsOfFile(kOther), ElementsAre(id));
+}
+
+TEST_F(StartTracking2Test, ChangeBeforeTheFirstBitmapIsNotWarnedOf) {
+  constexpr FileKey kOther = {kVolume, kFile + 1};
+  Track(L"C:\\data\\other", kOther);
+  FakeDriver::on_notify = [&] {
+    WarnOfMissingBitmap(kKey);
+    WarnOfMissingBitmap(kOther);
+  };
+  StartLogging("zelservicelog=warn\nzelservicelog:bitmap=none\nzelservicelog:drivercomm=none\n");
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_THAT(Messages(), ElementsAre(::testing::EndsWith(
+                              "FileId 0x0001000000000124, which is tracked but has no bitmap")));
+}
+
+// Keeps every thread of the flusher busy while it lives.
+class BusyFlusher {
+ public:
+  BusyFlusher() {
+    StartFlusher();
+    for (std::jthread& caller : callers_) caller = std::jthread([this] { Occupy(); });
+    // Two callers, and all of the 32 threads.
+    EXPECT_TRUE(test::PollUntil([this] { return waiting_ == 34; }));
+  }
+  ~BusyFlusher() {
+    ::SetEvent(may_end_.get());
+    for (std::jthread& caller : callers_) caller.join();
+    StopFlusher();
+  }
+  BusyFlusher(const BusyFlusher&) = delete;
+  BusyFlusher& operator=(const BusyFlusher&) = delete;
+
+ private:
+  void Occupy() {
+    RunSideBySide(32, BatchShare::kAll, [this](std::size_t) {
+      ++waiting_;
+      ::WaitForSingleObject(may_end_.get(), INFINITE);
+    });
+  }
+
+  const UniqueEvent may_end_{::CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+  std::atomic<int> waiting_{0};
+  std::jthread callers_[2];
+};
+
+TEST_F(StartTracking2Test, AnswerWaitsForTheNewBitmapsMarkOnTheDevice) {
+  test::FlushHooks flushes;
+  const BusyFlusher flusher;
+  EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+  EXPECT_THAT(flushes.Take(), ElementsAre("header", "file"));
+}
+
 // Does something of the test's own before the cleanup lists a directory for the first time.
 struct BeforeListing {
   static inline std::wstring directory;
@@ -242,7 +317,10 @@ struct BeforeListing {
 TEST_F(StartTracking2Test, StartDuringACleanupPassKeepsItsBitmap) {
   Write(kKey, test::kCreated, test::GoodBitmap(kKey, "bits"));
   BeforeListing::directory = DirectoryOf(kKey).wstring();
-  BeforeListing::action = [&] { EXPECT_EQ(Start(100'000), (CallResult{0, 0})); };
+  BeforeListing::action = [&] {
+    EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
+    UnloadAllBitmaps();  // so that nobody holds its file
+  };
   const BeforeListing hook;
   CleanVolumeDirectory(kVolume);
   EXPECT_NE(info.BitmapId, 0u);

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <thread>
 
+#include "files/layout.h"
 #include "tests/integration/support/cleanup_fixture.h"
 #include "tests/integration/support/cleanup_waits.h"
 #include "tests/integration/support/handle_count.h"
@@ -14,6 +15,7 @@
 extern "C" {
 extern void* __imp_CloseHandle;
 extern void* __imp_CreateEventW;
+extern void* __imp_FindNextFileW;
 extern void* __imp_TerminateThread;
 extern void* __imp__beginthreadex;
 }
@@ -33,7 +35,21 @@ using test::kTrackedName;
 using test::PollUntil;
 using ::testing::IsEmpty;
 
-class UntrackedCleanupTest : public test::CleanupFixture {};
+class UntrackedCleanupTest : public test::CleanupFixture {
+ protected:
+  // Asks a pass for its end at the first such call below `path`, and returns when it has ended.
+  static void EndAtFirst(AtFirst::Call call, const fs::path& path) {
+    const CleanupWaits waits;
+    const UniqueEvent reached(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const AtFirst hook(call, path.wstring(), [&] {
+      ::SetEvent(reached.get());
+      EXPECT_TRUE(PollUntil([&] { return waits.end_waits == 1; }));
+    });
+    EXPECT_TRUE(StartCleanupThread());
+    EXPECT_EQ(::WaitForSingleObject(reached.get(), 20'000), WAIT_OBJECT_0);
+    ShutdownTrackedFiles();
+  }
+};
 
 // Holds the cleanup thread where it lists a directory, from the moment that it is told to.
 class HeldUpCleanup {
@@ -185,16 +201,8 @@ TEST_F(UntrackedCleanupTest, WithoutAChangeAPassRunsEverySixtySeconds) {
 TEST_F(UntrackedCleanupTest, EndIsSeenBetweenTwoDeletions) {
   (void)AddDirectory(kFirstVolumeText, L"00000000000000ab");
   (void)AddDirectory(kFirstVolumeText, L"00000000000000cd");
-  const CleanupWaits waits;
   const ThreadCalls calls;
-  std::jthread stopper;
-  const AtFirst hook(AtFirst::Call::kDelete, cbt().wstring(), [&] {
-    stopper = std::jthread(ShutdownTrackedFiles);
-    EXPECT_TRUE(PollUntil([&] { return waits.end_waits == 1; }));
-  });
-  EXPECT_TRUE(StartCleanupThread());
-  ASSERT_TRUE(PollUntil([&] { return waits.end_waits == 1; }));
-  stopper.join();
+  EndAtFirst(AtFirst::Call::kDelete, cbt());
   EXPECT_EQ(calls.ExitCode(), 0u);
   EXPECT_EQ(calls.terminations, 0);
   const auto left = [&](const wchar_t* name) {
@@ -202,6 +210,38 @@ TEST_F(UntrackedCleanupTest, EndIsSeenBetweenTwoDeletions) {
   };
   EXPECT_TRUE(left(L"00000000000000ab") && left(L"00000000000000cd"));
   EXPECT_NE(left(L"00000000000000ab\\bitmap"), left(L"00000000000000cd\\bitmap"));
+}
+
+// Counts the entries that the cleanup asks for besides the first of each directory.
+class NextEntries {
+ public:
+  static inline std::atomic<int> count{0};
+
+ private:
+  static BOOL WINAPI FindNext(HANDLE search, WIN32_FIND_DATAW* entry) {
+    ++count;
+    return real_find_(search, entry);
+  }
+
+  static inline auto* const real_find_ =
+      reinterpret_cast<decltype(&::FindNextFileW)>(__imp_FindNextFileW);
+  test::ImportHook hook_{__imp_FindNextFileW, &FindNext};
+};
+
+TEST_F(UntrackedCleanupTest, EndIsSeenBetweenTwoEntriesThatStay) {
+  for (FileId file_id = kTracked; file_id < kTracked + 20; ++file_id) {
+    Track(L"C:\\" + std::to_wstring(file_id), kFirstVolume, file_id);
+    fs::create_directories(cbt() / kFirstVolumeText / FormatFileIdDirectory(file_id));
+  }
+  const NextEntries entries;
+  EndAtFirst(AtFirst::Call::kList, cbt() / kFirstVolumeText);
+  EXPECT_LT(entries.count, 10);
+}
+
+TEST_F(UntrackedCleanupTest, EmptyDirectoryOfAVolumeStaysOnceTheEndIsAskedFor) {
+  fs::create_directories(cbt() / kFirstVolumeText);
+  EndAtFirst(AtFirst::Call::kList, cbt() / kFirstVolumeText);
+  EXPECT_TRUE(fs::exists(cbt() / kFirstVolumeText));
 }
 
 TEST_F(UntrackedCleanupTest, CanBeWoken) {
