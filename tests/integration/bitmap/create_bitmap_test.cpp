@@ -293,6 +293,29 @@ TEST_F(CreateNewBitmapTest, IdThatTheFileHasABitmapOfAlreadyFailsAndLeavesNoFile
   EXPECT_EQ(ListAllBitmaps()[kKey].size(), 1u);
 }
 
+// Does something of the test's own before a new file gets its length.
+struct BeforeLength {
+  static inline std::function<void()> action;
+
+  static BOOL WINAPI SetEnd(HANDLE file) {
+    action();
+    return real(file);
+  }
+
+  static inline auto* const real = reinterpret_cast<decltype(&::SetEndOfFile)>(__imp_SetEndOfFile);
+  test::ImportHook hook{__imp_SetEndOfFile, &SetEnd};
+};
+
+TEST_F(CreateNewBitmapTest, BitmapThatALateLookHasFoundFirstIsMadeAndUnreliable) {
+  BeforeLength::action = [&] {
+    EXPECT_TRUE(AddBitmapFoundLate(kVolume, kFile, IdOf(path()), path().wstring(), 612));
+  };
+  const BeforeLength hook;
+  EXPECT_TRUE(Create(100));
+  EXPECT_THAT(IdsListed(), ElementsAre(id_));
+  EXPECT_EQ(GetBitmapById(id_)->header()->Unreliable, 1);
+}
+
 // Only the creation's own writes: the run-time library of the log has another import table.
 BOOL WINAPI FailToWrite(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
   ::SetLastError(ERROR_CRC);

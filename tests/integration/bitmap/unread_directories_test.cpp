@@ -3,11 +3,14 @@
 #include "bitmap/bitmap_manager.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/import_hook.h"
+#include "tests/integration/support/poll.h"
+#include "win32/handles.h"
 
 extern "C" {
 extern void* __imp_CreateFileW;
 extern void* __imp_FindFirstFileW;
 extern void* __imp_GetFileInformationByHandleEx;
+extern void* __imp_WaitForSingleObject;
 }
 
 namespace zel {
@@ -148,6 +151,37 @@ TEST_F(UnreadDirectoriesTest, DirectoryThatStaysUnreadableIsTriedEverMoreRarelyA
   EXPECT_THAT(StopLoggingAndGetMessages(),
               Contains("ERROR Directory " + path +
                        " was never read: bitmaps in it may have missed changes"));
+}
+
+// Has the idle scanner wait for the test, not for ten seconds.
+class ScanOnDemand {
+ public:
+  static void Scan() { ::SetEvent(is_due_.get()); }
+
+ private:
+  static DWORD WINAPI Wait(HANDLE handle, DWORD timeout_ms) {
+    if (timeout_ms != 10'000) return real_(handle, timeout_ms);
+    const HANDLE either[] = {handle, is_due_.get()};
+    const DWORD ended = ::WaitForMultipleObjects(2, either, FALSE, INFINITE);
+    return ended == WAIT_OBJECT_0 ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+  }
+
+  static inline UniqueEvent is_due_{::CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+  static inline auto* const real_ =
+      reinterpret_cast<decltype(&::WaitForSingleObject)>(__imp_WaitForSingleObject);
+  test::ImportHook hook_{__imp_WaitForSingleObject, &Wait};
+};
+
+TEST_F(UnreadDirectoriesTest, IdleScannerReadsAgainWhatTheStartCouldNot) {
+  const ScanOnDemand scanner;
+  {
+    const Refusal refusal(test::kVolumeText);
+    InitBitmapManager();
+  }
+  scanner.Scan();
+  EXPECT_TRUE(test::PollUntil([] { return IdsListed().size() == 1; }));
+  ShutdownBitmapManager();
+  EXPECT_TRUE(IsUnreliable(path_));
 }
 
 // A new bitmap that a late look finds before its maker has told of it.

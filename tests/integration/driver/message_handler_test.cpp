@@ -246,6 +246,14 @@ TEST_F(MissingBitmapTest, ChangesOfATrackedFileWithoutABitmapAreOneWarningPerFil
               ElementsAre(begin + "0x0001000000000123" + end, begin + "0x0001000000000124" + end));
 }
 
+TEST_F(MissingBitmapTest, EachKindOfChangeIsOne) {
+  for (FileId file = kFile; file < kFile + 3; ++file) Track(file);
+  Handle(MakeWrite(0, 1));
+  Handle(Of(kFile + 1, MakeSizeChange(1)));
+  Handle(Of(kFile + 2, WithUnreportedChanges(MakeMessage(Type::kOpened))));
+  EXPECT_THAT(StopLogging(), ::testing::SizeIs(3));
+}
+
 TEST_F(MissingBitmapTest, UntrackedFilesAndOtherMessagesAreNoneOfIt) {
   Handle(MakeWrite(0, 1));
   Track(kFile);
