@@ -155,11 +155,6 @@ bool AppendIfNew(const std::shared_ptr<BitmapRecord>& record) {
   return Append(record);
 }
 
-void NoteMissedChangeOfNew(BitmapRecord& record) {
-  const LockGuard guard(bitmapCacheLock);
-  record.ChangeMissed = true;
-}
-
 // False when it has been deleted meanwhile.
 bool Discard(BitmapRecord& record) {
   const LockGuard guard(bitmapCacheLock);
@@ -198,11 +193,9 @@ bool AddBitmapFoundLate(const VolumeGuid& volume_guid, FileId file_id, BitmapId 
   // Nor is one that waits for its deletion found again.
   if (IsBitmapKnown({volume_guid, file_id}, bitmap_id, file_name)) return false;
   const auto record = MakeRecord(volume_guid, file_id, bitmap_id, file_name, file_size);
-  NoteMissedChangeOfNew(*record);
+  const LockGuard file(record->Lock);  // whoever finds it waits until it is marked
   if (!AppendIfNew(record)) return false;
-  const LockGuard file(record->Lock);
-  // Unless a lookup was faster, which has seen to it.
-  if (HasMissedAChange(*record)) NoteMissedChange(*record);
+  NoteMissedChange(*record);
   return true;
 }
 

@@ -43,11 +43,6 @@ std::uint32_t SeeIfIdle(BitmapData& data, FileTime cutoff, bool& is_idle) {
       data, [&] { is_idle = std::atomic_ref(data.header()->LastUpdateTime).load() <= cutoff; });
 }
 
-bool IsDiscarded(const BitmapRecord& record) {
-  const SharedGuard guard(bitmapCacheLock);
-  return record.Discarded;
-}
-
 // No change reaches a discarded bitmap any more; should its file outlive this, it says so. The code
 // of a fault in the view, or 0.
 std::uint32_t DistrustDiscarded(const BitmapRecord& record, BitmapData& data) {
@@ -106,6 +101,11 @@ bool IsMissingFile(std::uint32_t error) {
 std::shared_ptr<BitmapData> LoadedData(const BitmapRecord& record) {
   const SharedGuard guard(bitmapCacheLock);
   return record.Data;
+}
+
+bool IsDiscarded(const BitmapRecord& record) {
+  const SharedGuard guard(bitmapCacheLock);
+  return record.Discarded;
 }
 
 UnloadOutcome UnloadBitmap(BitmapRecord& record, UnloadIf condition, FileTime cutoff) {

@@ -63,6 +63,8 @@ void LogRecord(int selector, LogFormat<std::uint64_t, const wchar_t*, std::uint6
 [[nodiscard]] std::shared_ptr<BitmapData> LoadedData(const BitmapRecord& record)
     ZEL_EXCLUDES(bitmapCacheLock);
 
+[[nodiscard]] bool IsDiscarded(const BitmapRecord& record) ZEL_EXCLUDES(bitmapCacheLock);
+
 // Parses the last component of `path`. An output that is null is neither parsed nor checked. False
 // for a malformed name, which is logged; the outputs are then unchanged.
 bool ExtractFromBitmapName(const std::wstring& path, std::uint32_t* block_size,

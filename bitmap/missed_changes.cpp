@@ -11,11 +11,10 @@ namespace zel {
 
 namespace {
 
-// False for a discarded one.
-bool NoteInMemory(BitmapRecord& record) {
+// Has reports pass the bitmap by.
+void NoteInMemory(BitmapRecord& record) {
   const LockGuard guard(bitmapCacheLock);
-  record.ChangeMissed = !record.Discarded;
-  return record.ChangeMissed;
+  record.ChangeMissed = true;
 }
 
 void LogUnreliable(const BitmapRecord& record) {
@@ -80,8 +79,12 @@ std::uint32_t LeaveMark(BitmapRecord& record) {
   return error_beside;
 }
 
+// In this order: until the mark stands, other reports for the file wait for the record. A report
+// that passes the bitmap by is forgotten at once, and a kill must find the mark then.
 void NoteMissedChange(BitmapRecord& record) {
-  if (NoteInMemory(record) && record.Mark == MissedMark::kNone) LeaveMarkAndLog(record);
+  if (IsDiscarded(record)) return;
+  if (record.Mark == MissedMark::kNone) LeaveMarkAndLog(record);
+  NoteInMemory(record);
 }
 
 bool HasMissedAChange(const BitmapRecord& record) {

@@ -20,7 +20,7 @@ namespace zel {
 std::uint32_t LeaveMark(BitmapRecord& record) ZEL_REQUIRES(record.Lock)
     ZEL_EXCLUDES(bitmapCacheLock);
 
-// Has reports pass the bitmap by from now on and leaves the mark. Nothing for a discarded one.
+// Leaves the mark and then has reports pass the bitmap by. Nothing for a discarded one.
 void NoteMissedChange(BitmapRecord& record) ZEL_REQUIRES(record.Lock) ZEL_EXCLUDES(bitmapCacheLock);
 
 // Whether it misses changes, as far as this process knows, and its next load is to say so.

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <vector>
 
+#include "bitmap/bitmap_cache.h"
 #include "bitmap/bitmap_sweep.h"
 #include "bitmap/flusher.h"
 #include "bitmap/record_changes.h"
@@ -61,6 +62,23 @@ class MissedChangesTest : public ::testing::Test {
     return bitmap && bitmap->header()->Unreliable == 0;
   }
 
+  [[nodiscard]] BitmapRecords Records() const {
+    const SharedGuard guard(bitmapCacheLock);
+    const BitmapRecords* const records = KnownBitmaps().Find({kVolume, file_});
+    return records == nullptr ? BitmapRecords{} : *records;
+  }
+  [[nodiscard]] bool ReportsPassItBy() const {
+    const BitmapRecords records = Records();
+    const SharedGuard guard(bitmapCacheLock);
+    return !records.empty() && records.front()->ChangeMissed;
+  }
+  // Whenever something is done with its file.
+  void SeeWhetherReportsPassItBy() {
+    Files().SetHook([this](FileOperation, const std::wstring&) {
+      if (ReportsPassItBy()) was_passed_by_early_ = true;
+    });
+  }
+
   [[nodiscard]] long Times(FileOperation operation) const {
     return std::ranges::count(seen_, operation);
   }
@@ -69,6 +87,7 @@ class MissedChangesTest : public ::testing::Test {
   const FileId file_ = id_;
   const std::wstring path_ = Files().Create(file_, id_, 64);
   std::vector<FileOperation> seen_;
+  bool was_passed_by_early_ = false;
 
  private:
   static inline BitmapId next_id_ = 1'000'000;
@@ -150,6 +169,30 @@ TEST_F(MissedChangesTest, MarkThatFailedIsTriedAgainByEachScan) {
   UnloadIdleBitmaps();
   EXPECT_EQ(Times(FileOperation::kLeaveMark), 3);
   EXPECT_TRUE(Files().HasMark(path_));
+}
+
+// What is passed by is forgotten at once: a kill must find the mark then.
+TEST_F(MissedChangesTest, ReportsPassTheBitmapByOnlyWhenItsMarkStands) {
+  Files().Hold(path_, true);
+  SeeWhetherReportsPassItBy();
+  Write();
+  EXPECT_FALSE(was_passed_by_early_);
+  EXPECT_TRUE(Files().HasMark(path_));
+  EXPECT_TRUE(ReportsPassItBy());
+}
+
+TEST_F(MissedChangesTest, ReportsPassABitmapThatIsFoundLateByOnlyWhenItsMarkStands) {
+  const std::uint32_t size = ListAllBitmaps().at({kVolume, file_}).front().FileSize;
+  {
+    const BitmapRecords records = Records();
+    const LockGuard guard(bitmapCacheLock);
+    for (const auto& record : records) KnownBitmaps().Erase(record);
+  }
+  SeeWhetherReportsPassItBy();
+  EXPECT_TRUE(AddBitmapFoundLate(kVolume, file_, id_, path_, size));
+  EXPECT_FALSE(was_passed_by_early_);
+  EXPECT_EQ(Files().OnDevice(path_).header.Unreliable, 1);
+  EXPECT_TRUE(ReportsPassItBy());
 }
 
 TEST_F(MissedChangesTest, MarkGoesWithTheFile) {
