@@ -155,20 +155,12 @@ bool AppendIfNew(const std::shared_ptr<BitmapRecord>& record) {
   return Append(record);
 }
 
-// False when it has been deleted meanwhile.
-bool Discard(BitmapRecord& record) {
-  const LockGuard guard(bitmapCacheLock);
-  record.Discarded = true;
-  return !record.Erased;
-}
-
-BitmapRecords DiscardAll(const FileKey& file) {
+// A file's records; an entry without any is dropped.
+BitmapRecords RecordsToDiscard(const FileKey& file) {
   const LockGuard guard(bitmapCacheLock);
   KnownBitmaps().EraseIfEmpty(file);
   const BitmapRecords* const records = KnownBitmaps().Find(file);
-  if (records == nullptr) return {};
-  for (const auto& record : *records) record->Discarded = true;
-  return *records;
+  return records == nullptr ? BitmapRecords{} : *records;
 }
 
 }  // namespace
@@ -262,15 +254,15 @@ void DeleteBitmapById(BitmapId bitmap_id, VolumeGuid& volume_guid, FileId& file_
   volume_guid = {};
   file_id = 0;
   for (const auto& record : RecordsWithId(bitmap_id)) {
-    if (!Discard(*record)) continue;
+    if (!DiscardBitmap(record)) continue;
     volume_guid = record->VolumeGuid;
     file_id = record->FileId;
-    return DeleteIfUnpinned(record);
+    return;
   }
 }
 
 void DiscardBitmapsOfFile(const FileKey& file) {
-  for (const auto& record : DiscardAll(file)) DeleteIfUnpinned(record);
+  for (const auto& record : RecordsToDiscard(file)) (void)DiscardBitmap(record);
 }
 
 }  // namespace zel

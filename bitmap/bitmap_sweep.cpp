@@ -28,6 +28,20 @@ constinit std::atomic<bool> scansAreHurried{false};
 
 constinit std::atomic<void (*)()> noBitmapsLeft{nullptr};
 
+bool IsErased(const BitmapRecord& record) {
+  const SharedGuard guard(bitmapCacheLock);
+  return record.Erased;
+}
+
+// Reports are withheld from a discarded bitmap, so a kill just then must not leave it looking
+// clean: a file that is in use says so, and any other is marked first. (The deletion that follows
+// tells of a mark that cannot be made.)
+void MarkDiscarded(BitmapRecord& record) ZEL_REQUIRES(record.Lock) {
+  if (LoadedData(record) == nullptr) (void)LeaveMark(record);
+  const LockGuard guard(bitmapCacheLock);
+  record.Discarded = true;
+}
+
 // Nobody pins a discarded bitmap any more, so what holds true here stays so.
 bool MayBeDeleted(const BitmapRecord& record) {
   const SharedGuard guard(bitmapCacheLock);
@@ -122,13 +136,16 @@ BitmapRecords CollectRecords(Busy busy) {
 
 }  // namespace
 
-void DeleteIfUnpinned(const SharedRecord& record) {
+bool DiscardBitmap(const SharedRecord& record) {
   bool was_last = false;
   {
     const LockGuard file(record->Lock);
+    if (IsErased(*record)) return false;
+    MarkDiscarded(*record);
     was_last = DeleteIfDue(record);
   }
   TellIfLast(was_last);
+  return true;
 }
 
 void WhenFileHasNoBitmapsLeft(void (*hook)()) {

@@ -11,10 +11,12 @@
 
 namespace zel {
 
-// Deletes a discarded bitmap's file and takes the record out of the cache, unless somebody holds a
-// pin: then a later scan does. Waits for whoever is loading or unloading it. The record stays in
-// the cache until its file is gone, so that a shutdown meanwhile waits for the deletion.
-void DeleteIfUnpinned(const std::shared_ptr<BitmapRecord>& record) ZEL_EXCLUDES(bitmapCacheLock);
+// Discards a bitmap: nobody finds it any more, and reports pass it by, from when its file says that
+// it cannot be trusted. Deletes the file and takes the record out of the cache, unless somebody
+// holds a pin: then a later scan does. Waits for whoever is loading or unloading it. The record
+// stays in the cache until its file is gone, so that a shutdown meanwhile waits for the deletion.
+// False, and nothing is done, when the record has gone meanwhile.
+bool DiscardBitmap(const std::shared_ptr<BitmapRecord>& record) ZEL_EXCLUDES(bitmapCacheLock);
 
 // Makes a running scan leave what it has not reached to the next one; or no longer.
 void HurryScans(bool hurry);

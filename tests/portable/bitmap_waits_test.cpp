@@ -133,6 +133,12 @@ class HeldUpTest : public BitmapWaitsTest {
     EXPECT_TRUE(GetBitmapById(ListAllBitmaps().at({kVolume, loaded_}).at(0).BitmapId));
   }
 
+  static bool IsListed(FileId file) {
+    const auto listed = ListAllBitmaps();
+    const auto entry = listed.find({kVolume, file});
+    return entry != listed.end() && !entry->second.empty();
+  }
+
   const FileId loaded_ = NewFile();
   const std::wstring loaded_path_ = Create(loaded_);
   const FileId slow_ = NewFile();
@@ -403,6 +409,44 @@ TEST_F(HeldUpTest, DeletedBitmapIsUnreliableOnTheDeviceBeforeItsFileGoes) {
   DiscardBitmapsOfFile({kVolume, slow_});
   EXPECT_FALSE(Files().Exists(slow_path_));
   EXPECT_FALSE(trusted);
+}
+
+// A report that a discarded bitmap does not get is forgotten at once: a kill must find a file that
+// does not look clean.
+TEST_F(HeldUpTest, DeletedBitmapIsWithheldFromReportsOnlyWhenItsFileSaysSo) {
+  std::atomic<bool> was_marked{false};
+  std::atomic<bool> was_withheld_before{false};
+  const Hooked hook([&](FileOperation called, const std::wstring& path) {
+    if (path != slow_path_ || called != FileOperation::kDistrust) return;
+    if (!was_marked.exchange(true) && !IsListed(slow_)) was_withheld_before = true;
+  });
+  DiscardBitmapsOfFile({kVolume, slow_});
+  EXPECT_TRUE(was_marked);
+  EXPECT_FALSE(was_withheld_before);
+}
+
+TEST_F(HeldUpTest, BitmapThatIsDeletedWhileAScanUnloadsItNeverLooksClean) {
+  Write(slow_, 7);
+  WaitForRecordedMarks();
+  std::atomic<bool> looked_clean{false};
+  const Hooked hook([&](FileOperation called, const std::wstring& path) {
+    if (path != slow_path_) return;
+    if (called == FileOperation::kFlushToDevice) gate_.Pass();
+    if (called != FileOperation::kClose || IsListed(slow_)) return;
+    if (Files().InCache(slow_path_).IsTrusted()) looked_clean = true;
+  });
+  std::jthread scanner([] { UnloadIdleBitmaps(); });
+  gate_.WaitForThreads(1);
+  std::jthread deletion([&] { DiscardBitmapsOfFile({kVolume, slow_}); });
+  // One that does not wait for the scan is seen soon.
+  for (int i = 0; i < 100 && IsListed(slow_); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  gate_.Open();
+  scanner.join();
+  deletion.join();
+  EXPECT_FALSE(looked_clean);
+  EXPECT_FALSE(Files().Exists(slow_path_));
 }
 
 // A bitmap that is held by another program is tried once, not at every report.
