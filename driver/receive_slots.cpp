@@ -25,6 +25,13 @@ UniqueFile OpenFile(const std::wstring& path) {
                                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
+// For a file that another program holds, whatever it shares.
+UniqueFile OpenForReading(const std::wstring& path) {
+  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_READ,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
 // The file's bytes, as far as slots can be in them. 0 or the system's error.
 DWORD ReadSlots(HANDLE file, std::vector<std::byte>& bytes) {
   bytes.resize(kReceiveSlotsBytes);
@@ -87,14 +94,34 @@ void HandleLeftMessages(const LeftMessages& left, const std::wstring& path) {
   }
 }
 
-// 0 or the system's error.
+// Whose changes the file tells of, nobody can say.
+void DistrustForUnreadFile(const std::wstring& path, DWORD error) {
+  LogMessage(kDriverCommWarn,
+             L"What was in hand when the service ended cannot be read from %s, and every bitmap "
+             L"becomes unreliable: %hs\n",
+             path.c_str(), ErrorInfo(error).text());
+  DistrustEveryBitmap();
+}
+
+// `file` is null when it could not be opened, with the thread's last error.
+void HandleWhatIsLeft(const UniqueFile& file, const std::wstring& path) {
+  std::vector<std::byte> bytes;
+  const DWORD error = file ? ReadSlots(file.get(), bytes) : ::GetLastError();
+  if (error == ERROR_SUCCESS) return HandleLeftMessages(FindLeftMessages(bytes), path);
+  if (!IsMissingFile(error)) DistrustForUnreadFile(path, error);
+}
+
+// 0 or the system's error. What is in the file is handled in any case: the bitmaps must not look
+// clean without it until it can be opened again. A later start may handle it once more.
 DWORD OpenInFile(const std::wstring& path, ReceiveSlots& slots) {
   UniqueFile file = OpenFile(path);
-  if (!file) return ::GetLastError();
-  std::vector<std::byte> bytes;
-  if (const DWORD error = ReadSlots(file.get(), bytes); error != ERROR_SUCCESS) return error;
+  if (!file) {
+    const DWORD error = ::GetLastError();
+    HandleWhatIsLeft(OpenForReading(path), path);
+    return error;
+  }
   // First recorded, then forgotten.
-  HandleLeftMessages(FindLeftMessages(bytes), path);
+  HandleWhatIsLeft(file, path);
   if (const DWORD error = ClearSlots(file.get()); error != ERROR_SUCCESS) return error;
   return MapSlots(std::move(file), slots);
 }

@@ -37,8 +37,9 @@ class ReceiveSlots {
 
 // Handles what the file's last user had in hand when it died, empties the file (made where it is
 // missing) and maps it. After the bitmaps are known, and before anybody reads from the port. When
-// the file cannot be made or mapped that is logged once, and the slots are in memory: what is in
-// hand then dies with the process.
+// the file cannot be made, opened for writing or mapped that is logged once, and the slots are in
+// memory: what is in hand then dies with the process. What it holds is handled all the same if it
+// can be read; if it is there and cannot, every bitmap becomes unreliable, which is logged too.
 [[nodiscard]] ReceiveSlots OpenReceiveSlots();
 
 }  // namespace zel

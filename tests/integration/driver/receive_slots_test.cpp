@@ -13,7 +13,9 @@
 #include "tests/integration/support/scripted_port.h"
 
 extern "C" {
+extern void* __imp_CreateFileW;
 extern void* __imp_MapViewOfFile;
+extern void* __imp_ReadFile;
 extern void* __imp_WriteFile;
 }
 
@@ -26,10 +28,11 @@ using test::kVolume;
 using test::MakeWrite;
 using test::ReadFileBytes;
 using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using ::testing::IsSupersetOf;
 using ::testing::StartsWith;
 
 constexpr std::string_view kDriverWarnings =
@@ -229,37 +232,100 @@ TEST_F(ReceiveSlotsTest, MissingCbtDirectoryIsMade) {
   EXPECT_EQ(SlotBytes().size(), kReceiveSlotsBytes);
 }
 
-// Each of these costs one line, and messages are handled as ever.
+decltype(&::CreateFileW) real_create = nullptr;
+
+HANDLE WINAPI RefuseToMake(const wchar_t* path, DWORD access, DWORD share,
+                           SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
+                           HANDLE model) {
+  if (disposition != OPEN_ALWAYS) {
+    return real_create(path, access, share, security, disposition, flags, model);
+  }
+  ::SetLastError(ERROR_DISK_FULL);
+  return INVALID_HANDLE_VALUE;
+}
+
+// Messages are handled as ever.
 class UnusableSlotsTest : public ReceiveSlotsTest {
  protected:
-  void ExpectOneWarningAndHandledMessages(const char* error) {
-    const BitmapId id = Create(16);
+  // The warnings of a start, messages and a stop.
+  std::vector<std::string> WarningsOfALife() {
     StartLogging(kDriverWarnings);
     Start();
     for (std::uint64_t block = 0; block < 8; ++block) port_.Post(MakeWrite(block * kBlockSize, 1));
-    ASSERT_TRUE(port_.WaitForReads(kMessageThreads));
-    EXPECT_THAT(Bits(id), SizeIs(8));
+    EXPECT_TRUE(port_.WaitForReads(kMessageThreads));
+    EXPECT_THAT(Bits(id_), IsSupersetOf({0, 1, 2, 3, 4, 5, 6, 7}));
     StopDriverThreads();
-    EXPECT_THAT(
-        StopLoggingAndGetMessages(),
-        ElementsAre(AllOf(StartsWith("WARN  Messages in hand are lost if the service is killed: "),
-                          HasSubstr("received-messages cannot be used: "), HasSubstr(error))));
+    return StopLoggingAndGetMessages();
   }
+  static auto SaysUnusable(const char* error) {
+    return AllOf(StartsWith("WARN  Messages in hand are lost if the service is killed: "),
+                 HasSubstr("received-messages cannot be used: "), HasSubstr(error));
+  }
+  static auto SaysUnread(const char* error) {
+    return AllOf(StartsWith("WARN  What was in hand when the service ended cannot be read from "),
+                 HasSubstr("received-messages, and every bitmap becomes unreliable: "),
+                 HasSubstr(error));
+  }
+
+  void ExpectOneWarningAndTrust(const char* error) {
+    EXPECT_THAT(WarningsOfALife(), ElementsAre(SaysUnusable(error)));
+    EXPECT_EQ(Header(id_).Unreliable, 0);
+  }
+  void ExpectDistrust(const char* error) {
+    EXPECT_THAT(WarningsOfALife(), ElementsAre(SaysUnread(error), SaysUnusable(error)));
+    EXPECT_EQ(Header(id_).Unreliable, 1);
+  }
+
+  const BitmapId id_ = Create(16);
 };
 
 TEST_F(UnusableSlotsTest, DirectoryInItsPlace) {
   std::filesystem::create_directory(path_);
-  ExpectOneWarningAndHandledMessages("");
+  ExpectDistrust("");
 }
 
-TEST_F(UnusableSlotsTest, FileThatSomebodyHolds) {
-  LeaveBehind(MakeWrite(0, 1));
+TEST_F(UnusableSlotsTest, FileThatCannotBeMadeLeavesNothingUnread) {
+  std::filesystem::remove(path_);
+  const test::ImportHook hook(__imp_CreateFileW, &RefuseToMake);
+  real_create = reinterpret_cast<decltype(real_create)>(hook.original());
+  ExpectOneWarningAndTrust("[ERROR_DISK_FULL]");
+}
+
+TEST_F(UnusableSlotsTest, WhatAReaderHoldsIsHandledAndLeftToTheNextStartToo) {
+  LeaveBehind(MakeWrite(9 * kBlockSize, 1));
+  const std::string before = SlotBytes();
+  {
+    const UniqueFile holder = test::HoldFile(path_, GENERIC_READ, FILE_SHARE_READ);
+    ExpectOneWarningAndTrust("[ERROR_SHARING_VIOLATION]");
+  }
+  EXPECT_THAT(Bits(id_), Contains(9));
+  EXPECT_EQ(SlotBytes(), before);
+}
+
+TEST_F(UnusableSlotsTest, WhatNobodyElseMayReadMakesEveryBitmapUnreliable) {
+  LeaveBehind(MakeWrite(9 * kBlockSize, 1));
   const std::string before = SlotBytes();
   {
     const UniqueFile holder = test::HoldFile(path_);
-    ExpectOneWarningAndHandledMessages("[ERROR_SHARING_VIOLATION]");
+    ExpectDistrust("[ERROR_SHARING_VIOLATION]");
   }
   EXPECT_EQ(SlotBytes(), before);  // left to the next start
+}
+
+decltype(&::ReadFile) real_read = nullptr;
+
+BOOL WINAPI FailToReadSlots(HANDLE file, void* bytes, DWORD size, DWORD* read, OVERLAPPED* o) {
+  if (size != kReceiveSlotsBytes) return real_read(file, bytes, size, read, o);
+  ::SetLastError(ERROR_CRC);
+  return FALSE;
+}
+
+TEST_F(UnusableSlotsTest, BadSectorMakesEveryBitmapUnreliable) {
+  LeaveBehind(MakeWrite(9 * kBlockSize, 1));
+  const test::ImportHook hook(__imp_ReadFile, &FailToReadSlots);
+  real_read = reinterpret_cast<decltype(real_read)>(hook.original());
+  EXPECT_THAT(WarningsOfALife(), ElementsAre(SaysUnread("[ERROR_CRC]")));
+  EXPECT_EQ(Header(id_).Unreliable, 1);
 }
 
 decltype(&::WriteFile) real_write = nullptr;
@@ -274,7 +340,7 @@ BOOL WINAPI WriteToFullDisk(HANDLE file, const void* bytes, DWORD size, DWORD* w
 TEST_F(UnusableSlotsTest, FullDisk) {
   const test::ImportHook hook(__imp_WriteFile, &WriteToFullDisk);
   real_write = reinterpret_cast<decltype(real_write)>(hook.original());
-  ExpectOneWarningAndHandledMessages("[ERROR_DISK_FULL]");
+  ExpectOneWarningAndTrust("[ERROR_DISK_FULL]");
 }
 
 decltype(&::MapViewOfFile) real_map = nullptr;
@@ -288,7 +354,7 @@ void* WINAPI RefuseToMap(HANDLE mapping, DWORD access, DWORD high, DWORD low, SI
 TEST_F(UnusableSlotsTest, ViewThatCannotBeMade) {
   const test::ImportHook hook(__imp_MapViewOfFile, &RefuseToMap);
   real_map = reinterpret_cast<decltype(real_map)>(hook.original());
-  ExpectOneWarningAndHandledMessages("[ERROR_NOT_ENOUGH_MEMORY]");
+  ExpectOneWarningAndTrust("[ERROR_NOT_ENOUGH_MEMORY]");
 }
 
 }  // namespace
