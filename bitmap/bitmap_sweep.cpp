@@ -156,12 +156,16 @@ void HurryScans(bool hurry) {
   scansAreHurried = hurry;
 }
 
+bool ScansAreHurried() {
+  return scansAreHurried;
+}
+
 void UnloadIdleBitmaps() {
   const Clock::time_point end = Clock::now() + kScanBudget;
   const FileTime cutoff = IdleCutoff(SystemTimeNow(), BitmapIdleTimeout);
   const BitmapRecords records = CollectRecords(Busy::kLeaveOut);
   RunSideBySide(records.size(), BatchShare::kHalf, [&](std::size_t i) {
-    if (!scansAreHurried && Clock::now() < end) TellIfLast(ScanRecord(records[i], cutoff));
+    if (!ScansAreHurried() && Clock::now() < end) TellIfLast(ScanRecord(records[i], cutoff));
   });
 }
 

@@ -20,6 +20,7 @@ bool DiscardBitmap(const std::shared_ptr<BitmapRecord>& record) ZEL_EXCLUDES(bit
 
 // Makes a running scan leave what it has not reached to the next one; or no longer.
 void HurryScans(bool hurry);
+[[nodiscard]] bool ScansAreHurried();
 
 // Loads what missed a change, so that it is marked; deletes what was discarded and is not pinned;
 // unloads the rest, pinned or not.

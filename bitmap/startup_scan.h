@@ -23,12 +23,16 @@ struct BitmapDirectory {
   FileId file_id = 0;                                    // 0 for a volume's and the CBT directory
 };
 
+// Asked before each directory and each call of found(): whether to leave the rest.
+using LeavesOff = bool();
+
 // Calls found() for every bitmap file below the directory: the bitmaps of one tracked file in the
 // order of the file system, those of different files in any order. No file is opened where its
 // directory tells its id. Every call of found() has ended when this returns. Returns the
-// directories that could not be read to their end, or in which a file's id could not be read: their
-// bitmaps may be missing.
-[[nodiscard]] std::vector<BitmapDirectory> FindBitmapFiles(const BitmapDirectory& directory,
-                                                           FoundBitmap* found);
+// directories that could not be read to their end, or in which a file's id could not be read, or
+// that were left: their bitmaps may be missing.
+[[nodiscard]] std::vector<BitmapDirectory> FindBitmapFiles(
+    const BitmapDirectory& directory, FoundBitmap* found,
+    LeavesOff* leaves_off = [] { return false; });
 
 }  // namespace zel

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "bitmap/bitmap_sweep.h"
 #include "logging/log_message.h"
 #include "win32/mutex.h"
 
@@ -53,7 +54,7 @@ void SetUnreadDirectories(std::vector<BitmapDirectory> directories) {
 void ReadUnreadDirectories(FoundBitmap* found) {
   for (const Unread& unread : TakeDue()) {
     const int calls_between = std::min(unread.calls_between * 2, kMostCallsBetween);
-    for (BitmapDirectory& still : FindBitmapFiles(unread.directory, found)) {
+    for (BitmapDirectory& still : FindBitmapFiles(unread.directory, found, ScansAreHurried)) {
       PutBack(std::move(still), calls_between);
     }
   }

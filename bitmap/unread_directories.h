@@ -14,7 +14,8 @@ namespace zel {
 void SetUnreadDirectories(std::vector<BitmapDirectory> directories);
 
 // Reads some of them again, one after the other, for `found`: at first at every call, then ever
-// more rarely, and a few at a call. What is read to its end is not read again.
+// more rarely, and a few at a call. What is read to its end is not read again; what HurryScans has
+// it leave (bitmap/bitmap_sweep.h) stays unread.
 void ReadUnreadDirectories(FoundBitmap* found);
 
 // Names each that was never read.

@@ -1,6 +1,8 @@
 #include "bitmap/unread_directories.h"
 
 #include "bitmap/bitmap_manager.h"
+#include "bitmap/bitmap_sweep.h"
+#include "bitmap/record_changes.h"
 #include "tests/integration/support/bitmap_fixture.h"
 #include "tests/integration/support/import_hook.h"
 #include "tests/integration/support/poll.h"
@@ -22,6 +24,9 @@ using test::kFile;
 using test::kKey;
 using test::kVolume;
 using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 std::wstring refused;  // paths that end so
 int refusals = 0;
@@ -182,6 +187,33 @@ TEST_F(UnreadDirectoriesTest, IdleScannerReadsAgainWhatTheStartCouldNot) {
   EXPECT_TRUE(test::PollUntil([] { return IdsListed().size() == 1; }));
   ShutdownBitmapManager();
   EXPECT_TRUE(IsUnreliable(path_));
+}
+
+bool AddAndHurry(const VolumeGuid& volume, FileId file, BitmapId bitmap, const std::wstring& name,
+                 std::uint32_t size) {
+  HurryScans(true);
+  return AddBitmapFoundLate(volume, file, bitmap, name, size);
+}
+
+// Each bitmap costs a mark on the device, and a directory of a slow disk a long wait.
+TEST_F(UnreadDirectoriesTest, StopLeavesTheRestAndNamesItsDirectory) {
+  constexpr FileKey kOtherFile = {kVolume, kFile + 1};
+  Write(kKey, kCreated + 1, GoodBitmap(kKey, "bits", kCreated + 1));
+  Write(kOtherFile, kCreated, GoodBitmap(kOtherFile, "bits"));
+  StartLogging("zelservicelog=none\nzelservicelog:bitmap=error\nzelservicelog:drivercomm=none\n");
+  SetUnreadDirectories({{DirectoryOf(kKey).wstring(), kVolume, kFile},
+                        {DirectoryOf(kOtherFile).wstring(), kVolume, kOtherFile.file_id}});
+  ReadUnreadDirectories(AddAndHurry);
+  HurryScans(false);
+  EXPECT_EQ(Listed(), 1u);
+  EXPECT_FALSE(ListAllBitmaps().contains(kOtherFile));
+  LogUnreadDirectories();
+  const auto is_named = [](const std::filesystem::path& path) {
+    return "ERROR Directory " + path.string() +
+           " was never read: bitmaps in it may have missed changes";
+  };
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(is_named(DirectoryOf(kKey)), is_named(DirectoryOf(kOtherFile))));
 }
 
 // A new bitmap that a late look finds before its maker has told of it.
