@@ -172,7 +172,18 @@ void AllowLoads(bool allow) {
 
 bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                const std::wstring& file_name, std::uint32_t file_size) {
-  if (AppendIfNew(MakeRecord(volume_guid, file_id, bitmap_id, file_name, file_size))) return true;
+  return AddNewBitmap(volume_guid, file_id, bitmap_id, file_name, file_size, [] {});
+}
+
+bool AddNewBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
+                  const std::wstring& file_name, std::uint32_t file_size,
+                  const std::function<void()>& finish) {
+  const auto record = MakeRecord(volume_guid, file_id, bitmap_id, file_name, file_size);
+  const LockGuard file(record->Lock);
+  if (AppendIfNew(record)) {
+    finish();
+    return true;
+  }
   // Misprinted, and known to those who search logs for it: left as it is.
   LogMessage(kBitmapError,
              UncheckedLogFormat{L"AddBitmap: Bitmap is already added: %s, 0x%016I4x, 0x%016I64x"},

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -48,6 +49,12 @@ void AllowLoads(bool allow) ZEL_EXCLUDES(bitmapCacheLock);
 bool AddBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
                const std::wstring& file_name, std::uint32_t file_size)
     ZEL_EXCLUDES(bitmapCacheLock);
+
+// The same for one whose file is not finished: whoever finds it waits until `finish` has returned.
+// `finish`, called once it is registered, takes no lock that comes before a record's.
+bool AddNewBitmap(const VolumeGuid& volume_guid, FileId file_id, BitmapId bitmap_id,
+                  const std::wstring& file_name, std::uint32_t file_size,
+                  const std::function<void()>& finish) ZEL_EXCLUDES(bitmapCacheLock);
 
 // The same for one that the start-up scan could not read: it misses the changes that were reported
 // until now. False, without a word, for one that is known.

@@ -2,7 +2,9 @@
 
 #include <windows.h>
 
+#include <cstddef>
 #include <string>
+#include <utility>
 
 #include "bitmap/bitmap_manager.h"
 #include "bitmap/format/new_bitmap.h"
@@ -118,15 +120,33 @@ bool SetLength(HANDLE file, std::uint32_t length, BitmapId bitmap_id) {
   return true;
 }
 
-// Makes the file and closes it.
-bool MakeBitmapFile(const NewBitmapPaths& paths, const std::wstring& volume_text,
-                    const NewBitmap& bitmap, BitmapId& bitmap_id) {
-  const UniqueFile file = CreateBitmapFile(paths);
-  if (!file || !ReadBitmapId(file.get(), paths.file, bitmap_id)) return false;
+// Null for a failure. The file looks like one in use: until the bitmap is registered no change
+// reaches it, and the next start must not trust what a failure or a kill leaves of it.
+UniqueFile MakeBitmapFile(const NewBitmapPaths& paths, const std::wstring& volume_text,
+                          const NewBitmap& bitmap, BitmapId& bitmap_id) {
+  UniqueFile file = CreateBitmapFile(paths);
+  if (!file || !ReadBitmapId(file.get(), paths.file, bitmap_id)) return {};
   LogMessage(kBitmapInfo, L"New BitmapId 0x%016I64x created for Volume %s, FileId 0x%016I64x\n",
              bitmap_id, volume_text.c_str(), bitmap.file_id);
-  return WriteFirstBytes(file.get(), ComposeNewBitmapBytes(bitmap, bitmap_id)) &&
-         SetLength(file.get(), NewBitmapLength(bitmap.bitmap_size), bitmap_id);
+  NewBitmapBytes bytes = ComposeNewBitmapBytes(bitmap, bitmap_id);
+  bytes.header.ClosedCleanly = 0;
+  if (!WriteFirstBytes(file.get(), bytes) ||
+      !SetLength(file.get(), NewBitmapLength(bitmap.bitmap_size), bitmap_id)) {
+    return {};
+  }
+  return file;
+}
+
+// Closes the file of a bitmap that has been registered, as a clean one. Without the mark its first
+// load takes it for one that was left in use: it is unreliable then, and nothing is lost.
+void CloseCleanly(UniqueFile file, BitmapId bitmap_id) {
+  OVERLAPPED place = {};
+  place.Offset = offsetof(BitmapFileHeader, ClosedCleanly);
+  const std::uint8_t mark = 1;
+  DWORD written = 0;
+  if (::WriteFile(file.get(), &mark, sizeof mark, &written, &place)) return;
+  LogMessage(kBitmapError, L"Failed to mark new BitmapId 0x%016I64x as closed cleanly: %hs\n",
+             bitmap_id, ErrorInfo().text());
 }
 
 }  // namespace
@@ -142,16 +162,18 @@ bool CreateNewBitmap(const VolumeGuid& volume_guid, FileId file_id, std::uint32_
   const std::wstring volume_text = GuidToString(volume_guid);
   const NewBitmapPaths paths = ComposeNewBitmapPaths(GetCbtDirectory(), volume_text, bitmap.file_id,
                                                      bitmap.creation_time, bitmap.block_size);
-  if (!CheckPathLength(paths.file) || !MakeBitmapFile(paths, volume_text, bitmap, bitmap_id)) {
-    return false;
-  }
-  if (AddBitmap(volume_guid, file_id, bitmap_id, paths.file, NewBitmapLength(bitmap_size))) {
+  if (!CheckPathLength(paths.file)) return false;
+  UniqueFile file = MakeBitmapFile(paths, volume_text, bitmap, bitmap_id);
+  if (!file) return false;
+  if (AddNewBitmap(volume_guid, file_id, bitmap_id, paths.file, NewBitmapLength(bitmap_size),
+                   [&] { CloseCleanly(std::move(file), bitmap_id); })) {
     return true;
   }
+  file.reset();
   // A late look at the directory was faster, and takes it for one that missed changes.
   if (IsBitmapKnown({volume_guid, file_id}, bitmap_id, paths.file)) return true;
   // The id still belongs to a bitmap whose file somebody has removed. Nothing would be set in this
-  // one, and the next start would trust it.
+  // one.
   ::DeleteFileW(paths.file.c_str());
   return false;
 }

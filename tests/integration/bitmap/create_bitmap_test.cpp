@@ -9,6 +9,7 @@
 extern "C" {
 extern void* __imp_CreateDirectoryW;
 extern void* __imp_CreateFileW;
+extern void* __imp_DeleteFileW;
 extern void* __imp_GetFileInformationByHandle;
 extern void* __imp_SetEndOfFile;
 extern void* __imp_SetFilePointerEx;
@@ -72,6 +73,14 @@ class CreateNewBitmapTest : public test::BitmapFixture {
     EXPECT_TRUE(std::filesystem::remove(path()));  // and thus not held open
   }
 
+  // What the next process makes of the file that is there.
+  bool NextProcessTrustsIt() {
+    EXPECT_TRUE(AddBitmap({}, 1, IdOf(path()), path().wstring(), 0));
+    const PinnedBitmap bitmap = GetBitmapById(IdOf(path()));
+    EXPECT_TRUE(bitmap);
+    return bitmap && bitmap->header()->Unreliable == 0;
+  }
+
   static constexpr std::uint64_t kFileSize = 0x1234567890;
   FakeClock clock_;
   BitmapId id_ = 0;
@@ -117,7 +126,7 @@ TEST_F(CreateNewBitmapTest, BitmapOf3BytesIsWrittenWith520BytesAndCutTo515) {
     const test::ImportHook hook(__imp_WriteFile, &RecordWrite);
     ASSERT_TRUE(Create(3));
   }
-  EXPECT_THAT(written, ElementsAre(520u));
+  EXPECT_THAT(written, ElementsAre(520u, 1u));  // the mark of a clean close
   EXPECT_EQ(ReadFileBytes(path()).size(), 515u);
   EXPECT_EQ(ReadFileBytes(path()).substr(512), std::string(3, '\0'));
   EXPECT_TRUE(GetBitmapById(id_));
@@ -316,6 +325,70 @@ TEST_F(CreateNewBitmapTest, BitmapThatALateLookHasFoundFirstIsMadeAndUnreliable)
   EXPECT_EQ(GetBitmapById(id_)->header()->Unreliable, 1);
 }
 
+BOOL WINAPI FailToDelete(const wchar_t*) {
+  ::SetLastError(ERROR_SHARING_VIOLATION);
+  return FALSE;
+}
+
+TEST_F(CreateNewBitmapTest, FileThatIsNotRegisteredAndCannotBeDeletedIsNotTrusted) {
+  AddBitmap(kVolume, kFile, 7, L"C:\\gone\\" + test::BitmapName(kCreated + 1), 612);
+  {
+    const test::ImportHook hook(__imp_GetFileInformationByHandle, &InformOfAKnownId);
+    const test::ImportHook deletion(__imp_DeleteFileW, &FailToDelete);
+    EXPECT_FALSE(Create(100));
+  }
+  EXPECT_FALSE(NextProcessTrustsIt());
+}
+
+// Whether the file looked clean when its end was set, and whether its bitmap was listed when the
+// file became clean.
+bool was_clean_at_its_end = false;
+bool was_listed_when_clean = false;
+std::filesystem::path watched;
+decltype(&::SetEndOfFile) real_set_end = nullptr;
+BOOL WINAPI SetEndAndLook(HANDLE file) {
+  const BOOL done = real_set_end(file);
+  was_clean_at_its_end = test::Get(ReadFileBytes(watched), test::kAtClosedCleanly, 1) == 1;
+  return done;
+}
+BOOL WINAPI WriteAndLook(HANDLE file, const void* bytes, DWORD size, DWORD* done, OVERLAPPED* o) {
+  if (size == 1) was_listed_when_clean = ListAllBitmaps().contains(kKey);
+  return real_write(file, bytes, size, done, o);
+}
+
+TEST_F(CreateNewBitmapTest, FileLooksCleanOnlyWhenItsBitmapIsKnown) {
+  watched = path();
+  real_write = reinterpret_cast<decltype(real_write)>(__imp_WriteFile);
+  real_set_end = reinterpret_cast<decltype(real_set_end)>(__imp_SetEndOfFile);
+  {
+    const test::ImportHook write(__imp_WriteFile, &WriteAndLook);
+    const test::ImportHook end(__imp_SetEndOfFile, &SetEndAndLook);
+    ASSERT_TRUE(Create(100));
+  }
+  EXPECT_FALSE(was_clean_at_its_end);
+  EXPECT_TRUE(was_listed_when_clean);
+  EXPECT_FALSE(IsLoaded(path()));
+}
+
+BOOL WINAPI FailToMark(HANDLE file, const void* bytes, DWORD size, DWORD* done, OVERLAPPED* o) {
+  if (size != 1) return real_write(file, bytes, size, done, o);
+  ::SetLastError(ERROR_CRC);
+  return FALSE;
+}
+
+TEST_F(CreateNewBitmapTest, BitmapThatCannotBeMarkedCleanIsUnreliable) {
+  real_write = reinterpret_cast<decltype(real_write)>(__imp_WriteFile);
+  StartLogging(kBitmapInfoAndErrors);
+  {
+    const test::ImportHook write(__imp_WriteFile, &FailToMark);
+    EXPECT_TRUE(Create(100));
+  }
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(CreatedLine(), "ERROR Failed to mark new BitmapId " + Text(id_) +
+                                             " as closed cleanly: " + ErrorInfo(ERROR_CRC).text()));
+  EXPECT_EQ(GetBitmapById(id_)->header()->Unreliable, 1);
+}
+
 // Only the creation's own writes: the run-time library of the log has another import table.
 BOOL WINAPI FailToWrite(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
   ::SetLastError(ERROR_CRC);
@@ -360,6 +433,15 @@ TEST_F(CreateNewBitmapTest, FailureToSetTheEndIsLoggedWithTheOffsetAndTheFileLef
   const test::ImportHook hook(__imp_SetEndOfFile, &FailToSetEnd);
   ExpectFailureAfterTheIdIsKnown(100, "Failed to set EOF at offset 612 in new BitmapId ",
                                  ERROR_DISK_FULL);
+}
+
+// The first 520 bytes are a whole file of so few bits.
+TEST_F(CreateNewBitmapTest, SmallFileWhoseEndCannotBeSetIsNotTrusted) {
+  {
+    const test::ImportHook hook(__imp_SetEndOfFile, &FailToSetEnd);
+    EXPECT_FALSE(Create(8));
+  }
+  EXPECT_FALSE(NextProcessTrustsIt());
 }
 
 // A CBT directory whose path has `length` characters, below the test's own.

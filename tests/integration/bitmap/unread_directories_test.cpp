@@ -205,7 +205,7 @@ TEST_F(UnreadDirectoriesTest, StopLeavesTheRestAndNamesItsDirectory) {
                         {DirectoryOf(kOtherFile).wstring(), kVolume, kOtherFile.file_id}});
   ReadUnreadDirectories(AddAndHurry);
   HurryScans(false);
-  EXPECT_EQ(Listed(), 1u);
+  EXPECT_EQ(IdsListed().size(), 1u);
   EXPECT_FALSE(ListAllBitmaps().contains(kOtherFile));
   LogUnreadDirectories();
   const auto is_named = [](const std::filesystem::path& path) {
