@@ -123,7 +123,7 @@ std::uint32_t ZelServiceStart(Arguments arguments) {
   if (!ignores_driver) {
     if (const std::uint32_t result = StartDriverSide(); result != 0) {
       StopParts();
-      return result;
+      return StopRequested ? 0 : result;  // a stop is no failure
     }
     AnnounceTrackedFiles();
   }

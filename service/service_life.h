@@ -12,10 +12,10 @@
 namespace zel {
 
 // Starts the service and returns when it has been stopped: 0, or the code of the step that failed
-// (logged). What a failed step before the RPC server has found standing is down again then. A
-// failure of the RPC server itself leaves that to StopService and has been reported to the service
-// manager: it gives 0, and its status in debug mode. `arguments` are the program's in debug mode,
-// else those of the service's start.
+// (logged), unless a stop came before the RPC server. What a failed step before the RPC server has
+// found standing is down again then. A failure of the RPC server itself leaves that to StopService
+// and has been reported to the service manager: it gives 0, and its status in debug mode.
+// `arguments` are the program's in debug mode, else those of the service's start.
 [[nodiscard]] std::uint32_t ZelServiceStart(Arguments arguments);
 
 // Stops what ZelServiceStart has started. Any thread, any number of times, also at once: each call

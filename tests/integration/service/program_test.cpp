@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "driver/driver_port.h"
+#include "service/service_life.h"
 #include "service/service_main.h"
 #include "service/service_status.h"
 #include "tests/integration/support/import_hook.h"
@@ -106,6 +107,14 @@ TEST_F(ProgramTest, DebugModeStopsInOrderWithoutAnyProtocolSequence) {
   Run({L"zelservice", L"-debug"});
   EXPECT_THAT(testing::internal::GetCapturedStderr(), StartsWith("ZelServiceStart failed 1719: "));
   EXPECT_FALSE(DriverPortConnected());
+}
+
+TEST_F(ProgramTest, DebugModeThatIsStoppedDuringItsStartHasNotFailed) {
+  const test::ServiceWorld world;
+  StopService();
+  testing::internal::CaptureStderr();
+  Run({L"zelservice", L"-debug"});
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST_F(ProgramTest, DebugModeRunsUntilItsConsoleHandlerStopsIt) {

@@ -137,8 +137,8 @@ const Ending kEndings[] = {
     {"StopControl", [] {}, kRuns, SERVICE_CONTROL_STOP, NO_ERROR, nullptr},
     {"ShutdownControl", [] {}, kRuns, SERVICE_CONTROL_SHUTDOWN, NO_ERROR, nullptr},
     {"ClientThatKeepsItsCall", KeepACall, kRuns, SERVICE_CONTROL_STOP, NO_ERROR, nullptr},
-    {"StopBeforeTheStart", [] { ServiceCtrlHandler(SERVICE_CONTROL_STOP); }, nullptr, 0,
-     ERROR_SHUTDOWN_IN_PROGRESS, nullptr},
+    {"StopBeforeTheStart", [] { ServiceCtrlHandler(SERVICE_CONTROL_STOP); }, nullptr, 0, NO_ERROR,
+     nullptr},
 };
 
 // The log takes some seconds to be written out.
