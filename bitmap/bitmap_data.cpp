@@ -77,7 +77,7 @@ bool FlushOwedMark(BitmapData& data) {
   const LockGuard guard(data.FlushLock);
   if (!data.OwesMark.exchange(false, std::memory_order_acq_rel) || !data.File) return true;
   // Each is tried, whatever comes of the other.
-  const FlushResult header = Outcome(FlushResult::Step::kHeader, data.File->FlushHeader());
+  const FlushResult header = Outcome(FlushResult::Step::kHeader, data.File->FlushBitmapHeader());
   LogFlushFailure(data, header);
   const FlushResult file = Outcome(FlushResult::Step::kFile, data.File->FlushToDevice());
   LogFlushFailure(data, file);

@@ -28,7 +28,7 @@ class BitmapFile {
   [[nodiscard]] std::uint32_t size() const { return size_; }
 
   // Hand what memory has to the file cache, and that to the device.
-  [[nodiscard]] virtual std::uint32_t FlushHeader() = 0;
+  [[nodiscard]] virtual std::uint32_t FlushBitmapHeader() = 0;
   [[nodiscard]] virtual std::uint32_t FlushView() = 0;
   [[nodiscard]] virtual std::uint32_t FlushToDevice() = 0;
 

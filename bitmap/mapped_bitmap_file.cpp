@@ -35,7 +35,7 @@ class MappedBitmapFile : public BitmapFile {
     return false;
   }
 
-  std::uint32_t FlushHeader() override { return FlushMappedView(header_, kBitmapHeaderSize); }
+  std::uint32_t FlushBitmapHeader() override { return FlushMappedView(header_, kBitmapHeaderSize); }
   std::uint32_t FlushView() override { return FlushMappedView(header_, 0); }
   std::uint32_t FlushToDevice() override {
     return ::FlushFileBuffers(file_.get()) ? ERROR_SUCCESS : ::GetLastError();

@@ -62,7 +62,7 @@ class MemoryBitmapFiles::Opened : public BitmapFile {
     stored_->is_open = false;
   }
 
-  std::uint32_t FlushHeader() override {
+  std::uint32_t FlushBitmapHeader() override {
     files_.Call(FileOperation::kFlushHeader, path_);
     return 0;
   }
