@@ -157,14 +157,10 @@ size_of() { stat -c %s "$(linux_path "$1")"; }
 
 mebibytes() { awk -v bytes="$1" 'BEGIN { printf "%.1f MiB", bytes / 1048576 }'; }
 
-percent() { awk -v part="$1" -v whole="$2" 'BEGIN { printf "%.1f %%", 100 * part / whole }'; }
-
-field() {  # NAME...: a member of the JSON on standard input
-  /usr/bin/python3 -c 'import functools, json, sys
-print(functools.reduce(lambda whole, name: whole[name], sys.argv[1:], json.load(sys.stdin)))' "$@"
+changed_bytes() {  # BITMAP
+  zelctl show "$1" --json | /usr/bin/python3 -c 'import json, sys
+print(json.load(sys.stdin)["changed"]["bytes"])'
 }
-
-changed_bytes() { zelctl show "$1" --json | field changed bytes; }  # BITMAP
 
 check_equal() {
   cmp "$(linux_path "$database")" "$(linux_path "$copy")" || fail "the files differ"
@@ -178,32 +174,18 @@ shown() {
   zelctl "$@"
 }
 
-track() {  # another bitmap, which collects from now on
-  echo "\$ zelctl track $database"
-  bitmap=$(zelctl track "$database")
-  echo "$bitmap"
-}
-
-apply() {  # --full, or --bitmap ID: brings the copy up to date; tells what the JSON says
-  local answer copied whole
-  echo "\$ zelctl apply $* --from $database --to $copy --verify"
-  answer=$(zelctl apply "$@" --from "$database" --to "$copy" --verify --json) ||
-    fail "apply failed: $(field error message <<<"$answer")"
-  copied=$(field copied_bytes <<<"$answer")
-  whole=$(field source_size <<<"$answer")
-  echo "read for the copy: $(mebibytes "$copied"); by a full pass: $(mebibytes "$whole")" \
-    "($(percent "$copied" "$whole"))"
-  [ "$1" = --full ] || [ $((copied * 4)) -lt "$whole" ] || fail "that should be a small part"
-  [ "$(field verified <<<"$answer")" = True ] || fail "apply did not compare the files"
+backup() {  # [OPTION]...: brings the copy up to date, makes it the first time; prints a line
+  said=$(shown backup --from "$database" --to "$copy" --verify "$@")
+  echo "$said"
   check_equal
+  bitmap=$(zelctl bitmaps "$database" | cut -c1-18)  # the one that collects from now on
 }
 
-bring_copy_up_to_date() {  # and go on with a new bitmap, begun before, that misses no later write
-  local done_with=$bitmap
+bring_copy_up_to_date() {
   shown show "$bitmap" --map
-  track
-  apply --bitmap "$done_with"
-  shown delete "$done_with"
+  backup
+  [[ $said =~ incremental:\ read\ .*\(([0-9]+)\.[0-9]\ %\) ]] || fail "that should be incremental"
+  [ "${BASH_REMATCH[1]}" -lt 25 ] || fail "that should be a small part"
 }
 
 # --- The demonstration
@@ -228,17 +210,15 @@ install_and_start() {
 }
 
 first_copy() {
-  say "A database of SQLite's, tracked from now on, and a full copy of it"
+  say "A database of SQLite's, and its first backup"
   sqlite fill.sql
   echo "$database: $(mebibytes "$(size_of "$database")")"
-  track
-  apply --full
+  backup
 }
 
 round_1() {
   say "Round 1: SQLite deletes, inserts and updates"
   sqlite_seen round1.sql
-  shown sync
   bring_copy_up_to_date
 }
 
@@ -247,7 +227,6 @@ round_2() {
   local before after size
   size=$(size_of "$database")
   sqlite_seen round2.sql
-  shown sync
   before=$(changed_bytes "$bitmap")
   stop_service
   start_service
@@ -257,7 +236,6 @@ round_2() {
   [ "$before" -eq "$after" ] || fail "the restart should keep the bitmap"
   sqlite_seen round2_vacuum.sql
   [ "$(size_of "$database")" -lt "$size" ] || fail "the database should have become smaller"
-  shown sync
   bring_copy_up_to_date
 }
 
@@ -273,15 +251,13 @@ round_3() {
   echo "$state"
   [[ $state == *UNRELIABLE* ]] || fail "the bitmap should be unreliable"
   copy_before=$(sha256sum "$(linux_path "$copy")")
-  echo "\$ zelctl apply --bitmap $bitmap --from $database --to $copy"
-  refusal=$(zelctl apply --bitmap "$bitmap" --from "$database" --to "$copy" 2>&1) || status=$?
+  refusal=$(shown backup --from "$database" --to "$copy" 2>&1) || status=$?
   echo "$refusal"
-  [ "$status" -eq 1 ] || fail "apply should end with 1, not with $status"
+  [ "$status" -eq 4 ] || fail "backup should end with 4, not with $status"
   [[ $refusal == *"is unreliable, changes may be missing"* ]] || fail "that is another reason"
   [ "$copy_before" = "$(sha256sum "$(linux_path "$copy")")" ] || fail "the copy should be untouched"
-  echo "refused with exit code 1, the copy is untouched: a full pass begins anew"
-  track
-  apply --full
+  echo "ended with exit code 4, the copy is untouched: a full pass begins anew"
+  backup --full-if-needed
 }
 
 remove_all() {

@@ -5,10 +5,37 @@
 #include <cstring>
 
 #include "bitmap/format/new_bitmap.h"
+#include "zelctl/checksum.h"
 
 namespace zel::ctl {
 
 namespace {
+
+// What an export has in the reserved bytes of the header, which everybody else leaves 0.
+struct ExportMark {        // offset
+  std::uint32_t magic;     // 0x60  the bytes "ZELx"
+  std::uint32_t version;   // 0x64  1
+  FileTime known_until;    // 0x68  0 for unknown
+  std::uint64_t checksum;  // 0x70  of the whole file, with 0 in its place
+};
+constexpr std::size_t kMarkOffset = offsetof(BitmapFileHeader, reserved_60);
+constexpr std::uint32_t kMarkMagic = 0x784C455A;
+constexpr std::uint32_t kMarkVersion = 1;
+static_assert(sizeof(ExportMark) == 24 && kMarkOffset == 0x60);
+static_assert(offsetof(ExportMark, known_until) == 8 && offsetof(ExportMark, checksum) == 16);
+
+ExportMark MarkOf(std::span<const std::byte> bytes) {
+  ExportMark mark;
+  std::memcpy(&mark, bytes.data() + kMarkOffset, sizeof mark);
+  return mark;
+}
+
+void PutMark(std::span<std::byte> bytes, ExportMark mark) {
+  mark.checksum = 0;
+  std::memcpy(bytes.data() + kMarkOffset, &mark, sizeof mark);
+  mark.checksum = Checksum(bytes);
+  std::memcpy(bytes.data() + kMarkOffset, &mark, sizeof mark);
+}
 
 std::string Hex(std::uint32_t value) {
   std::array<char, 11> text;
@@ -32,15 +59,36 @@ std::optional<std::string> CheckHeader(const BitmapFileHeader& header, std::uint
     return "its header size is " + Number(header.HeaderSize) + "; known are 512 and 520";
   }
   if (header.BlockSize == 0) return "its block size is 0";
-  if (kBitmapHeaderSize + std::uint64_t{header.BitmapSize} > length) {
-    return "it is cut off: " + Number(header.BitmapSize) + " bytes of bits do not fit " +
-           Number(length) + " bytes";
+  if (header.InitialTime != header.CreationTime ||
+      (header.Version == kBitmapVersion && header.NameCreationTime != header.CreationTime)) {
+    return "its times of creation do not agree";
   }
   const std::optional<std::uint32_t> needed = ComputeBitmapSize(header.FileSize, header.BlockSize);
-  if (!needed || header.BitmapSize < *needed) {
-    return "its " + Number(header.BitmapSize) + " bytes of bits are too few for " +
+  if (!needed || header.BitmapSize != *needed) {
+    return "its " + Number(header.BitmapSize) + " bytes of bits are not those of " +
            Number(header.FileSize) + " bytes in blocks of " + Number(header.BlockSize);
   }
+  // Some old files are as much longer as the size of their header says.
+  const std::uint64_t whole = kBitmapHeaderSize + std::uint64_t{header.BitmapSize};
+  if (length != whole && length != header.HeaderSize + std::uint64_t{header.BitmapSize}) {
+    return "it has " + Number(length) + " bytes, not " + Number(whole);
+  }
+  return std::nullopt;
+}
+
+// Reads the mark, where there is one.
+std::optional<std::string> CheckMark(std::span<std::byte> bytes,
+                                     std::optional<FileTime>& known_until) {
+  const ExportMark mark = MarkOf(bytes);
+  if (mark.magic == 0 && mark.version == 0 && mark.known_until == 0 && mark.checksum == 0) {
+    return std::nullopt;
+  }
+  if (mark.magic != kMarkMagic || mark.version != kMarkVersion) {
+    return "its reserved bytes hold what no known version writes";
+  }
+  PutMark(bytes, mark);
+  if (MarkOf(bytes).checksum != mark.checksum) return "it is damaged: its checksum is wrong";
+  if (mark.known_until != 0) known_until = mark.known_until;
   return std::nullopt;
 }
 
@@ -54,9 +102,19 @@ std::optional<std::string> ReadBitmap(std::vector<std::byte> bytes, BitmapOrigin
   }
   std::memcpy(&header, bytes.data(), sizeof header);
   if (auto fault = CheckHeader(header, bytes.size())) return fault;
+  std::optional<FileTime> known_until;
+  if (auto fault = CheckMark(bytes, known_until)) return fault;
   if (header.Version == kOldBitmapVersion) header.NameCreationTime = header.CreationTime;
-  bitmap = {.header = header, .bytes = std::move(bytes), .origin = origin};
+  bitmap = {
+      .header = header, .bytes = std::move(bytes), .origin = origin, .known_until = known_until};
   return std::nullopt;
+}
+
+bool BeginsLikeBitmap(std::span<const std::byte> bytes) {
+  std::uint32_t magic = 0;
+  if (bytes.size() < sizeof magic) return false;
+  std::memcpy(&magic, bytes.data(), sizeof magic);
+  return magic == kBitmapMagic;
 }
 
 Trust TrustOf(const BitmapFile& bitmap) {
@@ -66,9 +124,14 @@ Trust TrustOf(const BitmapFile& bitmap) {
   return bitmap.header.ClosedCleanly == 1 ? Trust::kTrusted : Trust::kInUse;
 }
 
-void MarkClosed(BitmapFile& bitmap) {
+void MakeExport(BitmapFile& bitmap, std::optional<FileTime> known_until) {
   bitmap.header.ClosedCleanly = 1;
   bitmap.bytes[offsetof(BitmapFileHeader, ClosedCleanly)] = std::byte{1};
+  bitmap.known_until = known_until;
+  PutMark(bitmap.bytes, {.magic = kMarkMagic,
+                         .version = kMarkVersion,
+                         .known_until = known_until.value_or(0),
+                         .checksum = 0});
 }
 
 }  // namespace zel::ctl

@@ -30,6 +30,8 @@ struct BitmapFile {
   BitmapFileHeader header;
   std::vector<std::byte> bytes;  // header and bits
   BitmapOrigin origin = BitmapOrigin::kFile;
+  // Of an exported file: every write up to here is in it. None where nobody knows.
+  std::optional<FileTime> known_until = {};
 
   [[nodiscard]] std::span<const std::byte> bits() const {
     return std::span(bytes).subspan(kBitmapHeaderSize, header.BitmapSize);
@@ -38,13 +40,18 @@ struct BitmapFile {
 
 // None for success; otherwise what is wrong with the bytes, and `bitmap` is unchanged then. A
 // bitmap that was read has a block size and a bit for each block of its file size; what old
-// versions write differently in the header reads as in new ones.
+// versions write differently in the header reads as in new ones. The bytes of an exported file
+// are those that were exported.
 [[nodiscard]] std::optional<std::string> ReadBitmap(std::vector<std::byte> bytes,
                                                     BitmapOrigin origin, BitmapFile& bitmap);
 
+// Whether the bytes that a file begins with are a bitmap's.
+[[nodiscard]] bool BeginsLikeBitmap(std::span<const std::byte> bytes);
+
 [[nodiscard]] Trust TrustOf(const BitmapFile& bitmap);
 
-// The bitmap as a file of its own, for somebody who got it from the service: nobody uses that file.
-void MarkClosed(BitmapFile& bitmap);
+// The bitmap as a file of its own, for somebody who got it from the service: nobody uses that file,
+// a checksum is in it, and until when it knows of every write, where that is known.
+void MakeExport(BitmapFile& bitmap, std::optional<FileTime> known_until);
 
 }  // namespace zel::ctl

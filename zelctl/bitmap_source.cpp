@@ -1,5 +1,6 @@
 #include "zelctl/bitmap_source.h"
 
+#include "zelctl/checksum.h"
 #include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
 
@@ -7,17 +8,23 @@ namespace zel::ctl {
 
 namespace {
 
+// What is no bitmap is not read whole.
+constexpr std::size_t kHeaderBytes = kBitmapHeaderSize;
+
 MaybeFailure Read(std::vector<std::byte> bytes, BitmapOrigin origin, const std::string& name,
                   BitmapFile& bitmap) {
   const auto fault = ReadBitmap(std::move(bytes), origin, bitmap);
-  if (fault) return Refuse(name + " cannot be used: " + *fault);
+  if (fault) return Refuse(Reason::kDamaged, name + " cannot be used: " + *fault);
   return std::nullopt;
 }
 
-}  // namespace
+// Of an id without its 0x.
+std::string HintFor(const std::string& file) {
+  return ParseId(file) ? " (an id begins with 0x)" : "";
+}
 
 MaybeFailure FetchBitmap(Surroundings& with, const Request& request, BitmapId id,
-                         BitmapFile& bitmap) {
+                         TakenBitmap& bitmap) {
   const std::string name = "bitmap " + FormatId(id);
   std::vector<std::byte> bytes;
   const Answer answer = with.server.CopyBitmap(id, bytes);
@@ -25,17 +32,68 @@ MaybeFailure FetchBitmap(Surroundings& with, const Request& request, BitmapId id
                                  {{kNotFound, "there is no " + name}})) {
     return failure;
   }
-  return Read(std::move(bytes), BitmapOrigin::kService, name, bitmap);
+  bitmap.taken = with.machine.Now();
+  return Read(std::move(bytes), BitmapOrigin::kService, name, bitmap.file);
 }
 
-MaybeFailure LoadBitmap(Surroundings& with, const Request& request, BitmapFile& bitmap) {
+MaybeFailure ReadBitmapFile(Surroundings& with, const Request& request, TakenBitmap& bitmap) {
   const std::string& file = request.bitmap.file;
-  if (file.empty()) return FetchBitmap(with, request, request.bitmap.id, bitmap);
   std::vector<std::byte> bytes;
-  const std::uint32_t code = ReadWholeFile(with.machine, file, bytes);
+  std::uint32_t code = ReadBeginning(with.machine, file, kHeaderBytes, bytes);
+  if (auto failure = CheckSystem(with.machine, code, "cannot read " + file + HintFor(file))) {
+    return failure;
+  }
+  if (BeginsLikeBitmap(bytes)) code = ReadWholeFile(with.machine, file, bytes);
   if (auto failure = CheckSystem(with.machine, code, "cannot read " + file)) return failure;
+  bitmap.taken = with.machine.Now();
   return Read(std::move(bytes), request.service_copy ? BitmapOrigin::kService : BitmapOrigin::kFile,
-              file, bitmap);
+              file, bitmap.file);
+}
+
+}  // namespace
+
+OfferedBitmap TakenBitmap::offered() const {
+  return {.of = {.volume = file.header.Volume, .file_id = file.header.FileId},
+          .id = file.header.BitmapId,
+          .begun = file.header.NameCreationTime,
+          .known_until = file.known_until,
+          .taken = taken,
+          .is_current = is_current,
+          .digest = Checksum(file.bytes)};
+}
+
+MaybeFailure TakeCurrentBitmap(Surroundings& with, const Request& request, BitmapId id,
+                               FileTime moment, TakenBitmap& bitmap) {
+  if (auto failure = Synchronize(with, request, moment)) return failure;
+  if (auto failure = FetchBitmap(with, request, id, bitmap)) return failure;
+  bitmap.file.known_until = moment;
+  bitmap.is_current = true;
+  return std::nullopt;
+}
+
+MaybeFailure TakeBitmap(Surroundings& with, const Request& request, TakenBitmap& bitmap) {
+  if (!request.bitmap.file.empty()) return ReadBitmapFile(with, request, bitmap);
+  if (request.no_sync) return FetchBitmap(with, request, request.bitmap.id, bitmap);
+  return TakeCurrentBitmap(with, request, request.bitmap.id, with.machine.PastMoment(), bitmap);
+}
+
+MaybeFailure BeginBitmap(Surroundings& with, const Request& request, const std::string& path,
+                         BitmapEntry& bitmap) {
+  const Answer answer = with.server.StartTracking(path, request.block_size, bitmap);
+  if (auto failure = CheckAnswer(
+          with.machine, request, answer, "cannot track " + path,
+          {{1, "the bitmap file for " + path + " could not be made; the service's log tells why"},
+           {kFileNotFound, "there is no " + path},
+           {kPathNotFound, "there is no " + path},
+           {kInsufficientBuffer, path + " is smaller than 4096 bytes, too small to be tracked"},
+           {kMediaChanged, path + " is tracked under another file id; untrack it first"},
+           {kTimeout, "the driver did not confirm " + path + ", which is not tracked now"},
+           {kShutdownInProgress, "the service is stopping"}})) {
+    return failure;
+  }
+  // What the service answers where it could not load what it made.
+  if (bitmap.id != 0) return std::nullopt;
+  return Refuse(Reason::kNone, "the service made no bitmap that can be used; see its log");
 }
 
 MaybeFailure Synchronize(Surroundings& with, const Request& request, FileTime time) {
@@ -45,6 +103,24 @@ MaybeFailure Synchronize(Surroundings& with, const Request& request, FileTime ti
         "the driver's reports up to that time did not come; is it in the future, or the driver "
         "behind? The service's log tells more"},
        {kShutdownInProgress, "the service is stopping"}});
+}
+
+MaybeFailure CheckTrust(const BitmapFile& bitmap) {
+  const std::string name = "bitmap " + FormatId(bitmap.header.BitmapId);
+  switch (TrustOf(bitmap)) {
+    case Trust::kTrusted:
+      return std::nullopt;
+    case Trust::kUnreliable:
+      return NeedFull(Reason::kUnreliable, name +
+                                               " is unreliable, changes may be missing from it: a "
+                                               "full copy is needed (--full)");
+    case Trust::kInUse:
+      break;
+  }
+  return Refuse(Reason::kInUse,
+                name +
+                    " was not closed: the service is using this file or left it behind. Take it "
+                    "by its id; say --service-copy if the service itself sent this file");
 }
 
 }  // namespace zel::ctl

@@ -78,8 +78,8 @@ MaybeFault CopyWhole(std::uint64_t source_size, SourceFile& source, TargetFile& 
   return CopyRanges(whole, source_size, source, copy, done);
 }
 
-MaybeFault CompareWhole(SourceFile& source, SourceFile& copy,
-                        std::optional<std::uint64_t>& difference, const ByteCounter& done) {
+MaybeFault CompareFrom(std::uint64_t begin, SourceFile& source, SourceFile& copy,
+                       std::optional<std::uint64_t>& difference, const ByteCounter& done) {
   std::uint64_t source_size = 0;
   std::uint64_t copy_size = 0;
   MaybeFault fault = Check(Step::kReadSource, source.GetSize(source_size));
@@ -88,7 +88,7 @@ MaybeFault CompareWhole(SourceFile& source, SourceFile& copy,
   const std::uint64_t common = std::min(source_size, copy_size);
   std::vector<std::byte> theirs(kPieceBytes);
   std::vector<std::byte> ours(kPieceBytes);
-  for (std::uint64_t at = 0; at < common;) {
+  for (std::uint64_t at = begin; at < common;) {
     const std::size_t count = std::min<std::uint64_t>(common - at, kPieceBytes);
     fault = Check(Step::kReadSource, source.Read(at, std::span(theirs).first(count)));
     if (!fault) fault = Check(Step::kReadCopy, copy.Read(at, std::span(ours).first(count)));
@@ -101,7 +101,10 @@ MaybeFault CompareWhole(SourceFile& source, SourceFile& copy,
     }
     done(at += count);
   }
-  difference = source_size == copy_size ? std::nullopt : std::optional(common);
+  difference = std::nullopt;
+  if (source_size != copy_size && begin < std::max(source_size, copy_size)) {
+    difference = std::max(begin, common);
+  }
   return std::nullopt;
 }
 

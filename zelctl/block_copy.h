@@ -2,8 +2,8 @@
 //
 // What an interrupted run leaves: the copy has the source's size or its own old one, and some of
 // the changed ranges are the source's and some are the copy's old bytes. Nothing else was written.
-// So a run with the same bitmap, or with an older one of the same file, which has the same bits and
-// perhaps more, completes it: it writes every changed range again, whatever is there.
+// So a run with a bitmap that has those bits completes it: it writes every changed range again,
+// whatever is there (copies/copy_rule.h says which bitmaps have them).
 #pragma once
 
 #include <cstdint>
@@ -37,11 +37,12 @@ using ByteCounter = std::function<void(std::uint64_t done)>;
 [[nodiscard]] std::optional<CopyFault> CopyWhole(std::uint64_t source_size, SourceFile& source,
                                                  TargetFile& copy, const ByteCounter& done);
 
-// Whether the files are equal: `difference` is the first byte in which they differ, the end of the
-// shorter one included, or none.
-[[nodiscard]] std::optional<CopyFault> CompareWhole(SourceFile& source, SourceFile& copy,
-                                                    std::optional<std::uint64_t>& difference,
-                                                    const ByteCounter& done);
+// Whether the files are equal from the byte `begin` on: `difference` is the first byte in which
+// they differ, the end of the shorter one included, or none.
+[[nodiscard]] std::optional<CopyFault> CompareFrom(std::uint64_t begin, SourceFile& source,
+                                                   SourceFile& copy,
+                                                   std::optional<std::uint64_t>& difference,
+                                                   const ByteCounter& done);
 
 // Whether the copy has every byte that the bitmap takes for unchanged. One that is too short for
 // that is no copy of this file as it was when the bitmap was created.

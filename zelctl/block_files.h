@@ -6,14 +6,26 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 
+#include "files/types.h"
+
 namespace zel::ctl {
+
+// Which file it is, however it is called.
+struct FileIdentity {
+  std::optional<VolumeGuid> volume;  // none on what is no volume with a GUID: a share, a snapshot
+  FileId file_id = 0;
+
+  bool operator==(const FileIdentity&) const = default;
+};
 
 class SourceFile {
  public:
   virtual ~SourceFile() = default;
 
+  [[nodiscard]] virtual std::uint32_t Identify(FileIdentity& identity) = 0;
   [[nodiscard]] virtual std::uint32_t GetSize(std::uint64_t& size) = 0;
 
   // Fills the whole buffer. ERROR_HANDLE_EOF when the file ends before it is full.
@@ -29,6 +41,11 @@ class TargetFile : public SourceFile {
 
   // What was written is on the device afterwards.
   [[nodiscard]] virtual std::uint32_t Flush() = 0;
+
+  // When the file system says that the file was last written. Stamp makes it `now` first, after
+  // which no write through this object may follow; what file systems keep may be coarser.
+  [[nodiscard]] virtual std::uint32_t GetWriteTime(FileTime& written) = 0;
+  [[nodiscard]] virtual std::uint32_t Stamp(FileTime now, FileTime& written) = 0;
 };
 
 inline constexpr std::uint32_t kEndOfFile = 38;  // ERROR_HANDLE_EOF

@@ -58,6 +58,15 @@ bool ChangedRanges::Next(ByteRange& range) {
   return true;
 }
 
+std::optional<std::uint64_t> EndOfChange(const BitmapFile& bitmap, std::uint64_t file_size,
+                                         std::uint64_t at) {
+  ChangedRanges ranges(bitmap, file_size);
+  for (ByteRange range; ranges.Next(range) && range.offset <= at;) {
+    if (at < range.end()) return range.end();
+  }
+  return std::nullopt;
+}
+
 ChangeTotals CountChanges(const BitmapFile& bitmap, std::uint64_t file_size) {
   const std::uint64_t block_size = bitmap.header.BlockSize;
   ChangeTotals totals = {.file_size = file_size,

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "zelctl/bitmap_file.h"
 
@@ -40,6 +41,10 @@ class ChangedRanges {
   std::uint64_t next_block_ = 0;
   bool at_end_ = false;
 };
+
+// Where the changed range ends that has this byte; none when the byte has not changed.
+[[nodiscard]] std::optional<std::uint64_t> EndOfChange(const BitmapFile& bitmap,
+                                                       std::uint64_t file_size, std::uint64_t at);
 
 struct ChangeTotals {
   std::uint64_t file_size;

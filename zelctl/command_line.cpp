@@ -16,6 +16,8 @@ namespace zel::ctl {
 namespace {
 
 constexpr char kProgram[] = "zelctl";
+constexpr char kOldExport[] = "copy";
+constexpr std::uint32_t kProbeTimeoutS = 30;
 constexpr char kCommonGroup[] = "Common";  // the options of every command
 const std::vector<std::string> kShells = {"powershell", "bash"};
 
@@ -35,10 +37,11 @@ BitmapChoice ReadBitmapChoice(const std::string& text) {
   return {.id = 0, .file = text};
 }
 
+// The service makes a bitmap of the largest size that the format has, and can never load it.
 std::uint32_t ReadBlockSize(const std::string& text) {
   const std::optional<std::uint64_t> size = ParseSize(text);
-  if (!size || *size == 0 || *size > std::numeric_limits<std::uint32_t>::max()) {
-    RefuseValue("--block-size", "'" + text + "' is no block size: 1 to 4294967295, or 64K, 1M");
+  if (!size || *size == 0 || *size >= std::numeric_limits<std::uint32_t>::max()) {
+    RefuseValue("--block-size", "'" + text + "' is no block size: 1 to 4294967294, or 64K, 1M");
   }
   return static_cast<std::uint32_t>(*size);
 }
@@ -46,6 +49,10 @@ std::uint32_t ReadBlockSize(const std::string& text) {
 // Without the words in the option's help, which names them itself.
 CLI::Validator OneOf(const std::vector<std::string>& words) {
   return CLI::IsMember(words).description("");
+}
+
+std::string_view NameNow(std::string_view name) {
+  return name == kOldExport ? "export" : name;
 }
 
 // The grammar, writing what it reads into `request`.
@@ -63,7 +70,9 @@ class Grammar {
     AddTracking();
     AddBitmapCommands();
     AddShow();
+    AddBackup();
     AddApply();
+    AddVerify();
     AddTexts();
   }
 
@@ -72,7 +81,7 @@ class Grammar {
  private:
   CLI::App* Add(Command command, std::string_view name) {
     CLI::App* const sub =
-        app_.add_subcommand(std::string(name), std::string(CommandPage(name).summary));
+        app_.add_subcommand(std::string(name), std::string(CommandPage(NameNow(name)).summary));
     AddCommonOptions(*sub);
     sub->parse_complete_callback([this, command] { request_.command = command; });
     return sub;
@@ -82,7 +91,14 @@ class Grammar {
   void AddCommonOptions(CLI::App& app) {
     app.option_defaults()->group(kCommonGroup);
     app.add_flag("--json", request_.json, "answer in JSON, failures included");
-    app.add_option("--server", request_.server, "the machine to ask; this one unless told")
+    app.add_option_function<std::string>(
+           "--server",
+           [this](const std::string& text) {
+             // An empty variable of a script must not mean this machine.
+             if (text.empty()) RefuseValue("--server", "the name of the machine is empty");
+             request_.server = text;
+           },
+           "the machine to ask; this one unless told")
         ->type_name("NAME");
     app.add_option("--protseq", request_.protseq, "ncalrpc, ncacn_ip_tcp, ncacn_np or ncacn_http")
         ->type_name("WORD")
@@ -90,47 +106,75 @@ class Grammar {
     app.add_option("--endpoint", request_.endpoint,
                    "port or pipe; the machine is asked unless told")
         ->type_name("WORD");
+    app.add_option_function<std::uint32_t>(
+           "--timeout", [this](std::uint32_t seconds) { request_.timeout_s = seconds; },
+           "of a call; 30 for ping and status, 0 (none) else")
+        ->type_name("SECONDS");
     app.option_defaults()->group("Options");
   }
 
   void AddQuestions() {
     Add(Command::kPing, "ping");
-    Add(Command::kStatus, "status");
+    Add(Command::kStatus, "status")
+        ->add_flag("--check", request_.check, "end with 4 when a bitmap cannot be trusted");
     Add(Command::kFiles, "files");
-    Add(Command::kBitmaps, "bitmaps")
-        ->add_option("PATH", request_.path, "of one tracked file; all of them unless told");
+    CLI::App* const bitmaps = Add(Command::kBitmaps, "bitmaps");
+    bitmaps->add_option("PATH", request_.path, "of one tracked file; all of them unless told");
+    bitmaps->add_flag("--state", request_.state, "tell how each is, too, with headings");
   }
 
   void AddTracking() {
     CLI::App* const track = Add(Command::kTrack, "track");
     track->add_option("PATH", request_.path, "of the file")->required();
-    track
+    AddBlockSize(track);
+    Add(Command::kUntrack, "untrack")->add_option("PATH", request_.path, "of the file")->required();
+    AddTime(Add(Command::kSync, "sync"), "--to", request_.time,
+            "the point in time; now unless told");
+  }
+
+  void AddBlockSize(CLI::App* command) {
+    command
         ->add_option_function<std::string>(
             "--block-size",
             [this](const std::string& text) { request_.block_size = ReadBlockSize(text); },
             "bytes of the file for one bit; 64K unless told")
         ->type_name("SIZE");
-    Add(Command::kUntrack, "untrack")->add_option("PATH", request_.path, "of the file")->required();
-    Add(Command::kSync, "sync")
+  }
+
+  void AddTime(CLI::App* command, const std::string& name, std::string& time,
+               const std::string& description) {
+    command
         ->add_option_function<std::string>(
-            "--to",
-            [this](const std::string& text) {
-              if (!ParseTime(text, 0)) RefuseValue("--to", "'" + text + "' is no time");
-              request_.time = text;
+            name,
+            [name, &time](const std::string& text) {
+              if (!ParseTime(text, 0)) {
+                RefuseValue(name, "'" + text + "' is no time, as 2026-01-31T23:59:59Z is one");
+              }
+              time = text;
             },
-            "the point in time; now unless told")
+            description)
         ->type_name("TIME");
   }
 
-  void AddBitmapCommands() {
-    CLI::App* const copy = Add(Command::kCopy, "copy");
-    copy->add_option_function<std::string>(
-            "ID", [this](const std::string& text) { request_.ids = {ReadId(text)}; },
+  // `copy` is what it was called; scripts have it.
+  void AddExport(std::string_view name) {
+    CLI::App* const command = Add(Command::kExport, name);
+    command
+        ->add_option_function<std::string>(
+            "ID",
+            [this](const std::string& text) { request_.bitmap = {.id = ReadId(text), .file = {}}; },
             "of the bitmap")
         ->required();
-    copy->add_option("-o,--output", request_.output, "the file to write")
+    command->add_option("-o,--output", request_.output, "the file to write")
         ->required()
         ->type_name("FILE");
+    AddNoSync(command);
+    AddReplace(command);
+  }
+
+  void AddBitmapCommands() {
+    AddExport("export");
+    AddExport(kOldExport);
     Add(Command::kDelete, "delete")
         ->add_option_function<std::vector<std::string>>(
             "ID",
@@ -139,6 +183,14 @@ class Grammar {
             },
             "of each bitmap")
         ->required();
+  }
+
+  void AddNoSync(CLI::App* command) {
+    command->add_flag("--no-sync", request_.no_sync, "do not synchronize the bitmap first");
+  }
+
+  void AddReplace(CLI::App* command) {
+    command->add_flag("--replace", request_.replace, "overwrite what is there, whatever it is");
   }
 
   void AddServiceCopy(CLI::App* command) {
@@ -157,27 +209,69 @@ class Grammar {
     show->add_flag("--ascii", request_.ascii, "draw with plain characters");
     show->add_option("--png", request_.png, "write the drawing as a picture")->type_name("FILE");
     AddServiceCopy(show);
+    AddNoSync(show);
+    AddReplace(show);
   }
 
-  void AddApply() {
-    CLI::App* const apply = Add(Command::kApply, "apply");
-    apply
+  void AddBitmapChoice(CLI::App* command, const std::string& description) {
+    command
         ->add_option_function<std::string>(
             "--bitmap",
             [this](const std::string& text) {
               request_.bitmap = ReadBitmapChoice(text);
               request_.has_bitmap = true;
             },
-            "an id with its 0x, or a bitmap file")
+            description)
         ->type_name("BITMAP");
-    apply->add_option("--from", request_.from, "the tracked file")->required()->type_name("SOURCE");
-    apply->add_option("--to", request_.to, "its copy")->required()->type_name("COPY");
+  }
+
+  void AddFiles(CLI::App* command) {
+    command->add_option("--from", request_.from, "the tracked file")
+        ->required()
+        ->type_name("SOURCE");
+    command->add_option("--to", request_.to, "its copy")->required()->type_name("COPY");
+  }
+
+  void AddProgress(CLI::App* command) {
+    command->add_flag("--progress", request_.progress,
+                      "tell the progress where there is no terminal, too");
+  }
+
+  void AddBackup() {
+    CLI::App* const backup = Add(Command::kBackup, "backup");
+    AddFiles(backup);
+    backup->add_flag("--verify", request_.verify, "compare both files whole afterwards");
+    backup->add_flag("--full-if-needed", request_.full_if_needed,
+                     "copy everything where nothing less will do");
+    AddReplace(backup);
+    AddBlockSize(backup);
+    AddProgress(backup);
+  }
+
+  void AddVerify() {
+    CLI::App* const verify = Add(Command::kVerify, "verify");
+    AddFiles(verify);
+    AddBitmapChoice(verify, "leave out what was written since it was begun");
+    AddProgress(verify);
+  }
+
+  void AddApply() {
+    CLI::App* const apply = Add(Command::kApply, "apply");
+    AddBitmapChoice(apply, "an id with its 0x, or a bitmap file");
+    AddFiles(apply);
     apply->add_flag("--verify", request_.verify, "compare both files whole afterwards");
     apply->add_flag("--full", request_.full, "copy everything, whatever the bitmap says");
     apply->add_flag("--force-identity", request_.force_identity,
-                    "take the bitmap though it names another file");
-    apply->add_flag("--no-sync", request_.no_sync, "do not synchronize the bitmap first");
+                    "SOURCE is a snapshot of the bitmap's file");
+    AddTime(apply, "--snapshot-time", request_.snapshot_time,
+            "when it was made, or a moment before");
+    AddTime(apply, "--as-of", request_.as_of,
+            "COPY, of which nothing is known, has all until then");
+    AddNoSync(apply);
     AddServiceCopy(apply);
+    AddReplace(apply);
+    apply->add_flag("--dry-run", request_.dry_run, "check everything and copy nothing");
+    AddProgress(apply);
   }
 
   void AddTexts() {
@@ -262,6 +356,7 @@ std::string ProgramHelp(const CLI::App& app) {
 std::vector<CommandWords> WordsOf(CLI::App& app) {
   std::vector<CommandWords> all;
   for (const CLI::App* command : app.get_subcommands(nullptr)) {
+    if (command->get_name() == kOldExport) continue;
     CommandWords words = {.command = command->get_name(), .options = {}, .values = {}};
     for (const CLI::Option* option : command->get_options()) {
       for (const std::string& name : option->get_lnames()) words.options.push_back("--" + name);
@@ -275,7 +370,25 @@ std::vector<CommandWords> WordsOf(CLI::App& app) {
 
 Failure UsageFailure(std::string message) {
   while (!message.empty() && (message.back() == '\n' || message.back() == '.')) message.pop_back();
+  if (message.find("zelctl help") == std::string::npos) message += "; see zelctl help";
   return {.exit_code = ExitCode::kUsage, .code = 0, .name = {}, .message = std::move(message)};
+}
+
+MaybeFailure CompleteApply(const Request& request) {
+  if (request.command != Command::kApply) return std::nullopt;
+  if (!request.has_bitmap && !request.full) {
+    return UsageFailure("--bitmap is required, or --full for a copy of everything");
+  }
+  if (request.force_identity == request.snapshot_time.empty()) {
+    return UsageFailure("--force-identity and --snapshot-time need each other");
+  }
+  if (request.force_identity && !request.has_bitmap) {
+    return UsageFailure("--bitmap is required: it tells whose snapshot it is");
+  }
+  if (request.full && !request.as_of.empty()) {
+    return UsageFailure("--as-of is of no use for a copy of everything");
+  }
+  return std::nullopt;
 }
 
 // What the parts of a request mean together.
@@ -284,9 +397,14 @@ MaybeFailure Complete(CLI::App& app, Request& request) {
     request.protseq = request.server.empty() ? "ncalrpc" : "ncacn_ip_tcp";
   if (request.command == Command::kVersion) return std::nullopt;
   if (app.get_subcommands().empty()) return UsageFailure("A command is missing; see zelctl help");
-  if (request.command == Command::kApply && !request.has_bitmap && !request.full) {
-    return UsageFailure("--bitmap is required, or --full for a copy of everything");
+  const bool is_probe = request.command == Command::kPing || request.command == Command::kStatus;
+  if (!request.timeout_s) request.timeout_s = is_probe ? kProbeTimeoutS : 0;
+  const bool has_files = request.command == Command::kApply ||
+                         request.command == Command::kBackup || request.command == Command::kVerify;
+  if (has_files && (request.to.empty() || request.from.empty())) {
+    return UsageFailure("--from and --to each need the path of a file");
   }
+  if (auto failure = CompleteApply(request)) return failure;
   if (request.command == Command::kCompletion) {
     const auto script = request.text == "bash" ? BashCompletion : PowerShellCompletion;
     request.text = script(WordsOf(app));
@@ -301,7 +419,9 @@ MaybeFailure Complete(CLI::App& app, Request& request) {
 void AskForHelp(const CLI::App& app, Request& request) {
   const auto commands = app.get_subcommands();
   request.command = Command::kHelp;
-  request.text = HelpText(commands.empty() ? "" : commands.front()->get_name()).value_or("");
+  request.text =
+      HelpText(commands.empty() ? "" : std::string(NameNow(commands.front()->get_name())))
+          .value_or("");
 }
 
 }  // namespace

@@ -1,12 +1,14 @@
+#include <algorithm>
+
 #include "zelctl/bitmap_source.h"
 #include "zelctl/change_map.h"
 #include "zelctl/changed_ranges.h"
 #include "zelctl/commands.h"
-#include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
 #include "zelctl/json_shapes.h"
 #include "zelctl/map_picture.h"
 #include "zelctl/map_text.h"
+#include "zelctl/outputs.h"
 #include "zelctl/size_text.h"
 #include "zelctl/time_text.h"
 
@@ -31,6 +33,10 @@ std::string ExactSize(std::uint64_t bytes) {
   return bytes < 1024 ? text : text + " (" + std::to_string(bytes) + " bytes)";
 }
 
+std::string KnownUntilLine(const BitmapFile& bitmap) {
+  return bitmap.known_until ? "has all until  " + FormatTime(*bitmap.known_until) + "\n" : "";
+}
+
 std::string HeaderText(const BitmapFile& bitmap) {
   const BitmapFileHeader& header = bitmap.header;
   return "bitmap         " + FormatId(header.BitmapId) + "\nvolume         " +
@@ -40,7 +46,7 @@ std::string HeaderText(const BitmapFile& bitmap) {
          "\nfile size then " + ExactSize(header.FileSize) + "\nsize changed   " +
          (header.SizeChanged != 0 ? "yes: what lies behind that size counts as changed, too"
                                   : "no") +
-         "\nstate          " + TrustSentence(TrustOf(bitmap)) + "\n";
+         "\n" + KnownUntilLine(bitmap) + "state          " + TrustSentence(TrustOf(bitmap)) + "\n";
 }
 
 void AddRanges(const BitmapFile& bitmap, Output& output) {
@@ -63,23 +69,30 @@ void AddMap(const BitmapFile& bitmap, const TextMapLayout& layout, Output& outpu
   output.text += DrawMap(map, layout);
 }
 
-MaybeFailure WritePicture(Machine& machine, const BitmapFile& bitmap, const std::string& path,
+bool BeginsLikePng(std::span<const std::byte> bytes) {
+  constexpr std::string_view kPngMagic = "\x89PNG\r\n\x1a\n";
+  return std::ranges::equal(bytes.first(std::min(bytes.size(), kPngMagic.size())),
+                            std::as_bytes(std::span(kPngMagic)));
+}
+
+MaybeFailure WritePicture(Machine& machine, const Request& request, const BitmapFile& bitmap,
                           Output& output) {
   const ChangeMap map = MakeChangeMap(bitmap, bitmap.header.FileSize, kMostPictureCells);
   const std::string png = EncodePng(PaintMap(map));
-  output.json["png"] = path;
-  return CheckSystem(machine, WriteWholeFile(machine, path, std::as_bytes(std::span(png))),
-                     "cannot write " + path);
+  output.json["png"] = request.png;
+  return WriteOutput(machine, request, request.png, std::as_bytes(std::span(png)), BeginsLikePng);
 }
 
 }  // namespace
 
 MaybeFailure RunShow(Surroundings& with, const Request& request, Output& output) {
-  BitmapFile bitmap;
-  if (auto failure = LoadBitmap(with, request, bitmap)) return failure;
+  TakenBitmap taken;
+  if (auto failure = TakeBitmap(with, request, taken)) return failure;
+  const BitmapFile& bitmap = taken.file;
   const ChangeTotals totals = CountChanges(bitmap, bitmap.header.FileSize);
   output.json["bitmap"] = HeaderJson(bitmap);
   output.json["changed"] = TotalsJson(totals);
+  if (bitmap.known_until) output.json["known_until"] = FormatTime(*bitmap.known_until);
   if (!request.ranges && !request.map) {
     output.text = HeaderText(bitmap) + "changed        " + ChangedSizeText(totals) +
                   "\n               " + ChangedBlocksText(totals, bitmap.header.BlockSize) + "\n";
@@ -91,7 +104,7 @@ MaybeFailure RunShow(Surroundings& with, const Request& request, Output& output)
     AddMap(bitmap, layout, output);
   }
   if (request.png.empty()) return std::nullopt;
-  return WritePicture(with.machine, bitmap, request.png, output);
+  return WritePicture(with.machine, request, bitmap, output);
 }
 
 }  // namespace zel::ctl

@@ -36,9 +36,11 @@ struct Output {
 [[nodiscard]] MaybeFailure RunSync(Surroundings& with, const Request& request, Output& output);
 [[nodiscard]] MaybeFailure RunTrack(Surroundings& with, const Request& request, Output& output);
 [[nodiscard]] MaybeFailure RunUntrack(Surroundings& with, const Request& request, Output& output);
-[[nodiscard]] MaybeFailure RunCopy(Surroundings& with, const Request& request, Output& output);
+[[nodiscard]] MaybeFailure RunExport(Surroundings& with, const Request& request, Output& output);
 [[nodiscard]] MaybeFailure RunDelete(Surroundings& with, const Request& request, Output& output);
 [[nodiscard]] MaybeFailure RunShow(Surroundings& with, const Request& request, Output& output);
+[[nodiscard]] MaybeFailure RunBackup(Surroundings& with, const Request& request, Output& output);
+[[nodiscard]] MaybeFailure RunVerify(Surroundings& with, const Request& request, Output& output);
 [[nodiscard]] MaybeFailure RunApply(Surroundings& with, const Request& request, Output& output);
 
 }  // namespace zel::ctl

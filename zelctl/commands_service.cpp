@@ -1,8 +1,11 @@
 #include "zelctl/bitmap_source.h"
+#include "zelctl/bitmap_state.h"
 #include "zelctl/commands.h"
 #include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
 #include "zelctl/json_shapes.h"
+#include "zelctl/map_text.h"
+#include "zelctl/path_text.h"
 #include "zelctl/size_text.h"
 #include "zelctl/time_text.h"
 
@@ -13,14 +16,6 @@ namespace {
 MaybeFailure GetFiles(Surroundings& with, const Request& request, std::vector<FileEntry>& files) {
   return CheckAnswer(with.machine, request, with.server.GetTrackedFiles(files),
                      "cannot list the tracked files");
-}
-
-// The service takes paths for the same that differ in the case of these letters alone.
-std::string FoldCase(std::string path) {
-  for (char& c : path) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return path;
 }
 
 MaybeFailure KeepOnly(Surroundings& with, const std::string& path, std::vector<FileEntry>& files) {
@@ -34,10 +29,55 @@ MaybeFailure KeepOnly(Surroundings& with, const std::string& path, std::vector<F
                  .message = path + " is not tracked"};
 }
 
+std::string Padded(std::string text, std::size_t columns) {
+  if (text.size() < columns) text.resize(columns, ' ');
+  return text + "  ";
+}
+
+constexpr std::size_t kIdColumns = 18;
+constexpr std::size_t kTrustColumns = 10;
+constexpr std::size_t kChangedColumns = 34;
+constexpr std::size_t kAgeColumns = 6;
+constexpr std::size_t kBlocksColumns = 9;
+
+std::string StateHeading() {
+  return Padded("BITMAP", kIdColumns) + Padded("STATE", kTrustColumns) +
+         Padded("CHANGED", kChangedColumns) + Padded("AGE", kAgeColumns) +
+         Padded("BLOCKS", kBlocksColumns) + "FILE\n";
+}
+
 void AddBitmap(const BitmapEntry& bitmap, const std::string& path, Output& output) {
   output.json["bitmaps"].push_back(BitmapJson(bitmap, path));
   output.text += FormatId(bitmap.id) + "  " + FormatTime(bitmap.creation_time) + "  " +
                  FormatSize(bitmap.block_size) + "  " + path + "\n";
+}
+
+MaybeFailure AddBitmapWithState(Surroundings& with, const Request& request,
+                                const BitmapEntry& bitmap, const std::string& path,
+                                Output& output) {
+  BitmapState state;
+  if (auto failure = ReadState(with, request, bitmap.id, state)) return failure;
+  Json json = BitmapJson(bitmap, path);
+  json["trust"] = state.trust;
+  json["changed"] = TotalsJson(state.changed);
+  output.json["bitmaps"].push_back(std::move(json));
+  output.text += Padded(FormatId(bitmap.id), kIdColumns) + Padded(state.trust, kTrustColumns) +
+                 Padded(ChangedSizeText(state.changed), kChangedColumns) +
+                 Padded(FormatAge(bitmap.creation_time, with.machine.Now()), kAgeColumns) +
+                 Padded(FormatSize(bitmap.block_size), kBlocksColumns) + path + "\n";
+  return std::nullopt;
+}
+
+MaybeFailure CheckBitmaps(Surroundings& with, const Request& request,
+                          const std::vector<FileEntry>& files, std::size_t& untrusted) {
+  for (const FileEntry& file : files) {
+    for (const BitmapId id : file.bitmaps) {
+      BitmapState state;
+      if (auto failure = ReadState(with, request, id, state)) return failure;
+      if (state.trust != TrustWord(Trust::kTrusted)) ++untrusted;
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -59,8 +99,18 @@ MaybeFailure RunStatus(Surroundings& with, const Request& request, Output& outpu
       "service        answers\ntracked files  " + std::to_string(files.size()) +
       "\nbitmaps        " + std::to_string(bitmaps) + "\ndriver         " +
       (driver.ok() ? "answers; its report is in the service's log\n" : "does not answer\n");
-  return CheckAnswer(with.machine, request, driver,
-                     "the service cannot ask the driver for its status");
+  if (auto failure = CheckAnswer(with.machine, request, driver,
+                                 "the service cannot ask the driver for its status")) {
+    return failure;
+  }
+  if (!request.check) return std::nullopt;
+  std::size_t untrusted = 0;
+  if (auto failure = CheckBitmaps(with, request, files, untrusted)) return failure;
+  output.json["untrusted"] = untrusted;
+  output.text += "untrusted      " + std::to_string(untrusted) + "\n";
+  if (untrusted == 0) return std::nullopt;
+  return NeedFull(Reason::kUnreliable, "bitmaps that cannot be trusted: " +
+                                           std::to_string(untrusted) + "; see bitmaps --state");
 }
 
 MaybeFailure RunFiles(Surroundings& with, const Request& request, Output& output) {
@@ -87,6 +137,7 @@ MaybeFailure RunBitmaps(Surroundings& with, const Request& request, Output& outp
     if (auto failure = KeepOnly(with, request.path, files)) return failure;
   }
   output.json["bitmaps"] = Json::array();
+  if (request.state) output.text = StateHeading();
   for (const FileEntry& file : files) {
     std::vector<BitmapEntry> bitmaps;
     const Answer answer = with.server.ListBitmaps(file.file, bitmaps);
@@ -94,7 +145,13 @@ MaybeFailure RunBitmaps(Surroundings& with, const Request& request, Output& outp
             CheckAnswer(with.machine, request, answer, "cannot list the bitmaps of " + file.path)) {
       return failure;
     }
-    for (const BitmapEntry& bitmap : bitmaps) AddBitmap(bitmap, file.path, output);
+    for (const BitmapEntry& bitmap : bitmaps) {
+      if (!request.state) {
+        AddBitmap(bitmap, file.path, output);
+      } else if (auto failure = AddBitmapWithState(with, request, bitmap, file.path, output)) {
+        return failure;
+      }
+    }
   }
   return std::nullopt;
 }

@@ -3,25 +3,15 @@
 #include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
 #include "zelctl/json_shapes.h"
+#include "zelctl/outputs.h"
+#include "zelctl/time_text.h"
 
 namespace zel::ctl {
 
 MaybeFailure RunTrack(Surroundings& with, const Request& request, Output& output) {
-  const std::string& path = request.path;
   BitmapEntry bitmap;
-  const Answer answer = with.server.StartTracking(path, request.block_size, bitmap);
-  if (auto failure = CheckAnswer(
-          with.machine, request, answer, "cannot track " + path,
-          {{1, "the bitmap file for " + path + " could not be made; the service's log tells why"},
-           {kFileNotFound, "there is no " + path},
-           {kPathNotFound, "there is no " + path},
-           {kInsufficientBuffer, path + " is smaller than 4096 bytes, too small to be tracked"},
-           {kMediaChanged, path + " is tracked under another file id; untrack it first"},
-           {kTimeout, "the driver did not confirm " + path + ", which is not tracked now"},
-           {kShutdownInProgress, "the service is stopping"}})) {
-    return failure;
-  }
-  output.json = BitmapJson(bitmap, path);
+  if (auto failure = BeginBitmap(with, request, request.path, bitmap)) return failure;
+  output.json = BitmapJson(bitmap, request.path);
   output.text = FormatId(bitmap.id) + "\n";
   return std::nullopt;
 }
@@ -34,19 +24,19 @@ MaybeFailure RunUntrack(Surroundings& with, const Request& request, Output& outp
                      "cannot stop tracking " + path, {{kFileNotFound, path + " is not tracked"}});
 }
 
-MaybeFailure RunCopy(Surroundings& with, const Request& request, Output& output) {
-  const BitmapId id = request.ids.front();
-  BitmapFile bitmap;
-  if (auto failure = FetchBitmap(with, request, id, bitmap)) return failure;
+MaybeFailure RunExport(Surroundings& with, const Request& request, Output& output) {
+  TakenBitmap bitmap;
+  if (auto failure = TakeBitmap(with, request, bitmap)) return failure;
   // The service may be using its own; nobody uses this one.
-  MarkClosed(bitmap);
-  const std::uint32_t code = WriteWholeFile(with.machine, request.output, bitmap.bytes);
-  output.json = {{"bitmap_id", FormatId(id)},
+  MakeExport(bitmap.file, bitmap.file.known_until);
+  output.json = {{"bitmap_id", FormatId(request.bitmap.id)},
                  {"output", request.output},
-                 {"bytes", bitmap.bytes.size()},
-                 {"trust", TrustWord(TrustOf(bitmap))}};
-  output.confirmation = std::to_string(bitmap.bytes.size()) + " bytes in " + request.output + "\n";
-  return CheckSystem(with.machine, code, "cannot write " + request.output);
+                 {"bytes", bitmap.file.bytes.size()},
+                 {"trust", TrustWord(TrustOf(bitmap.file))}};
+  if (const auto until = bitmap.file.known_until) output.json["known_until"] = FormatTime(*until);
+  output.confirmation =
+      std::to_string(bitmap.file.bytes.size()) + " bytes in " + request.output + "\n";
+  return WriteOutput(with.machine, request, request.output, bitmap.file.bytes, BeginsLikeBitmap);
 }
 
 MaybeFailure RunDelete(Surroundings& with, const Request& request, Output& output) {

@@ -43,6 +43,9 @@ constexpr RpcStatus kRpcStatuses[] = {
     {1727, "RPC_S_CALL_FAILED_DNE", kCheckLog},
     {1753, "EPT_S_NOT_REGISTERED", kCheckRunning},
     {1783, "RPC_X_BAD_STUB_DATA", kCheckLog},
+    {1728, "RPC_S_PROTOCOL_ERROR", kCheckPlace},
+    {1818, "RPC_S_CALL_CANCELED",
+     "it did not answer within --timeout: look whether it hangs, and at its log"},
     {1825, "RPC_S_SEC_PKG_ERROR", "check that you are an administrator there"},
 };
 

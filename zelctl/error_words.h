@@ -14,6 +14,8 @@ namespace zel::ctl {
 
 inline constexpr std::uint32_t kFileNotFound = 2;           // ERROR_FILE_NOT_FOUND
 inline constexpr std::uint32_t kPathNotFound = 3;           // ERROR_PATH_NOT_FOUND
+inline constexpr std::uint32_t kSharingViolation = 32;      // ERROR_SHARING_VIOLATION
+inline constexpr std::uint32_t kDiskFull = 112;             // ERROR_DISK_FULL
 inline constexpr std::uint32_t kInsufficientBuffer = 122;   // ERROR_INSUFFICIENT_BUFFER
 inline constexpr std::uint32_t kMediaChanged = 1110;        // ERROR_MEDIA_CHANGED
 inline constexpr std::uint32_t kShutdownInProgress = 1115;  // ERROR_SHUTDOWN_IN_PROGRESS

@@ -32,4 +32,20 @@ std::string FormatGuid(const VolumeGuid& guid) {
   return text.data();
 }
 
+std::optional<VolumeGuid> ParseGuid(std::string_view text) {
+  std::string digits(text);
+  std::erase(digits, '-');
+  if (digits.size() != 32) return std::nullopt;
+  const auto high = ParseId(std::string_view(digits).substr(0, 16));
+  const auto low = ParseId(std::string_view(digits).substr(16));
+  if (!high || !low) return std::nullopt;
+  VolumeGuid guid = {.Data1 = static_cast<std::uint32_t>(*high >> 32),
+                     .Data2 = static_cast<std::uint16_t>(*high >> 16),
+                     .Data3 = static_cast<std::uint16_t>(*high),
+                     .Data4 = {}};
+  for (int i = 0; i < 8; ++i) guid.Data4[i] = static_cast<std::uint8_t>(*low >> (56 - 8 * i));
+  if (FormatGuid(guid) != text) return std::nullopt;
+  return guid;
+}
+
 }  // namespace zel::ctl

@@ -18,5 +18,7 @@ namespace zel::ctl {
 
 // 36 lower-case characters without braces.
 [[nodiscard]] std::string FormatGuid(const VolumeGuid& guid);
+// None for what FormatGuid does not write.
+[[nodiscard]] std::optional<VolumeGuid> ParseGuid(std::string_view text);
 
 }  // namespace zel::ctl

@@ -44,6 +44,7 @@ Json ErrorJson(const Failure& failure) {
   return {{"exit_code", static_cast<int>(failure.exit_code)},
           {"code", failure.code},
           {"name", failure.name},
+          {"reason", ReasonWord(failure.reason)},
           {"message", failure.message}};
 }
 

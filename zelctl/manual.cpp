@@ -7,7 +7,7 @@ namespace zel::ctl {
 
 namespace {
 
-constexpr std::array<ManualPage, 13> kCommands = {{
+constexpr std::array<ManualPage, 15> kCommands = {{
     {"ping", "asks whether the service answers",
      "Ends with 0 when it does and with 3 when it does not.\n\n"
      "Examples:\n"
@@ -18,8 +18,10 @@ constexpr std::array<ManualPage, 13> kCommands = {{
     {"status", "tells how the service and the driver are",
      "Counts the tracked files and their bitmaps and has the service ask the driver,\n"
      "whose report goes to the service's log. Ends with 1 when the driver does not\n"
-     "answer.\n\n"
-     "JSON: tracked_files, bitmaps, driver (whether it answers).\n"},
+     "answer. With --check it looks into each bitmap and ends with 4 when one cannot\n"
+     "be trusted.\n\n"
+     "JSON: tracked_files, bitmaps, driver (whether it answers); untrusted (how many\n"
+     "bitmaps).\n"},
 
     {"files", "lists the tracked files",
      "A line for each: volume, file id, number of bitmaps, path.\n\n"
@@ -27,10 +29,13 @@ constexpr std::array<ManualPage, 13> kCommands = {{
 
     {"bitmaps", "lists the bitmaps of one or of all tracked files",
      "A line for each: bitmap id, time of creation, block size, path of the tracked\n"
-     "file.\n\n"
+     "file. With --state a table: bitmap, state (trusted, unreliable, or damaged for\n"
+     "one that cannot be used), how much changed, age, block size, path. The bitmaps\n"
+     "are not synchronized for it.\n\n"
      "Example: zelctl bitmaps D:\\vm\\disk.vhdx\n\n"
      "JSON: bitmaps, each with bitmap_id, path, volume, file_id, block_size,\n"
-     "creation_time, bitmap_file_size, bitmap_file.\n"},
+     "creation_time, bitmap_file_size, bitmap_file; with --state trust and changed as\n"
+     "show has them (bytes, blocks, ranges, of_bytes, of_blocks).\n"},
 
     {"track", "starts tracking a file and makes a bitmap of it",
      "A file that is tracked already gets one more bitmap; each collects changes on\n"
@@ -55,11 +60,14 @@ constexpr std::array<ManualPage, 13> kCommands = {{
      "  zelctl sync --to 2026-01-31T23:59:59+01:00\n\n"
      "JSON: time, filetime.\n"},
 
-    {"copy", "writes a bitmap to a file",
-     "The file is what the bitmap's own file would be if the service closed it now,\n"
-     "ClosedCleanly included; show and apply take it. Synchronize before.\n\n"
-     "Example: zelctl copy 0x000500000001a9f0 --output E:\\backup\\disk.bitmap\n\n"
-     "JSON: bitmap_id, output, bytes, trust.\n"},
+    {"export", "writes a bitmap to a file",
+     "The bitmap is synchronized first. The file is what the bitmap's own file would\n"
+     "be if the service closed it now; besides it has a checksum and the time until\n"
+     "which it knows of every write. show, apply and verify take it. A FILE that is\n"
+     "there must be a bitmap file, or --replace must be said. With --no-sync nobody\n"
+     "knows until when the bitmap knows, and a copy becomes no newer by it.\n\n"
+     "Example: zelctl export 0x000500000001a9f0 --output E:\\backup\\disk.bitmap\n\n"
+     "JSON: bitmap_id, output, bytes, trust, known_until.\n"},
 
     {"delete", "deletes bitmaps",
      "Delete a bitmap when what it says has been used and is not needed again. An id\n"
@@ -72,7 +80,9 @@ constexpr std::array<ManualPage, 13> kCommands = {{
      "for each changed range, merged and within the size that the file had when the\n"
      "bitmap was created; with --map the file as a field of cells as large as the\n"
      "terminal, each shaded by how much of it changed. --png writes the same with up\n"
-     "to 8192 cells. Where UTF-8 is not shown the cells are plain characters.\n\n"
+     "to 8192 cells; a FILE that is there must be a PNG, or --replace must be said.\n"
+     "Where UTF-8 is not shown the cells are plain characters. A bitmap that is named\n"
+     "by its id is synchronized first.\n\n"
      "Examples:\n"
      "  zelctl show 0x000500000001a9f0 --map\n"
      "  zelctl show E:\\backup\\disk.bitmap --ranges\n"
@@ -80,34 +90,73 @@ constexpr std::array<ManualPage, 13> kCommands = {{
      "JSON: bitmap (bitmap_id, volume, file_id, creation_time, last_update_time,\n"
      "block_size, file_size, bitmap_size, size_changed, version, trust), changed\n"
      "(bytes, blocks, ranges, of_bytes, of_blocks); where asked for ranges (offset,\n"
-     "length), map (offset, share) and png. trust is trusted, unreliable or in_use.\n"},
+     "length), map (offset, share) and png; known_until where it is known. trust is\n"
+     "trusted, unreliable or in_use.\n"},
 
-    {"apply", "brings a copy of a tracked file up to date",
+    {"backup", "brings a copy up to date, whatever came before",
+     "The round of every night, in one command: begins the next bitmap, synchronizes,\n"
+     "copies what the last bitmap says has changed, and deletes that one when the copy\n"
+     "is good. Where there is no COPY yet it makes the first, full one. The bitmaps\n"
+     "are this copy's own; other copies of SOURCE have theirs. After an interruption\n"
+     "at any point: run it again.\n\n"
+     "Where the last bitmap cannot be trusted, or something else stands against it,\n"
+     "it ends with exit code 4; with --full-if-needed it says so and copies\n"
+     "everything. With --verify both files are compared whole; what was written\n"
+     "since the next bitmap was begun may differ. A COPY of which nothing is known is\n"
+     "overwritten only with --replace. SOURCE must be on the service's machine.\n\n"
+     "Prints one line: how much was read, how much there is, as of when the copy is,\n"
+     "and why everything was copied if it was.\n\n"
+     "Example:\n"
+     "  zelctl backup --from D:\\vm\\disk.vhdx --to E:\\backup\\disk.vhdx --verify\n\n"
+     "JSON: mode (incremental or full), source, copy, source_size, copied_bytes,\n"
+     "copied_ranges, verified, as_of, bitmap_id (that was used), next_bitmap_id,\n"
+     "deleted (ids), why (everything was copied); difference_at.\n"},
+
+    {"apply", "brings a copy of a tracked file up to date with one bitmap",
      "Copies from SOURCE to COPY what the bitmap says has changed, reads nothing else,\n"
-     "and gives COPY the size of SOURCE. COPY must have been equal to SOURCE when the\n"
-     "bitmap was created or later.\n\n"
-     "With an id the bitmap is synchronized first and then fetched. Writes that come\n"
-     "later are not in it: run apply on a quiet file or on a snapshot, or start\n"
-     "another bitmap (track) before, which has them. A bitmap file knows no writes\n"
-     "that came after it was made. The bitmap stays; delete it when apply has ended\n"
-     "with 0.\n\n"
-     "Refused, with exit code 1 and COPY untouched:\n"
-     "  - a bitmap that is unreliable, or a file that the service is using or left\n"
-     "    behind. --service-copy says of a file that the service sent it to somebody;\n"
-     "  - a SOURCE that is not the bitmap's file by volume and file id. Say\n"
-     "    --force-identity for a snapshot of it;\n"
-     "  - a COPY that is missing, or too short to be one.\n"
-     "--full copies everything instead, needs no bitmap, and puts the copy in its\n"
-     "place when it is whole. To begin anew: track, then apply --full.\n\n"
-     "An interrupted run leaves COPY half way and COPY.zelctl-apply beside it; until a\n"
-     "run with the same bitmap, an earlier one of the same file, or --full has ended\n"
-     "with 0, other bitmaps are refused. With --verify that includes the comparison.\n\n"
+     "and gives COPY the size of SOURCE. Always in this order: track begins the new\n"
+     "bitmap; a snapshot, if you read from one; apply the old bitmap; delete it. What\n"
+     "is written meanwhile is in the new one.\n\n"
+     "A folder .zelctl beside COPY holds of which file it is a copy and as of when. A\n"
+     "bitmap is taken when it was begun no later than that; afterwards the copy is as\n"
+     "of the time to which the bitmap was synchronized or exported: every write until\n"
+     "then is in it. Of a copy that something else has made or changed nothing is\n"
+     "known: --as-of TIME tells it.\n\n"
+     "Refused, with COPY untouched:\n"
+     "  - a bitmap that is unreliable or began too late, and a COPY that is missing or\n"
+     "    unknown: exit code 4, --full helps;\n"
+     "  - a bitmap file that the service is using or left behind. --service-copy says\n"
+     "    of a file that the service sent it to somebody;\n"
+     "  - a SOURCE that is not the bitmap's file. --force-identity with\n"
+     "    --snapshot-time says that it is a snapshot of it;\n"
+     "  - a COPY that is the tracked file itself, or that another run is working on;\n"
+     "    unless --replace is said, one that the service tracks and, with --full, one\n"
+     "    that is not known as a copy of SOURCE.\n"
+     "--full copies everything, whatever the bitmap says, and puts the copy in its\n"
+     "place when it is whole: there must be room for both. A bitmap is needed only to\n"
+     "tell whose snapshot SOURCE is. The old file's links, streams and rights are not\n"
+     "taken over. To begin anew: track, then apply --full.\n\n"
+     "An interrupted run leaves COPY half way; until a run with the same bitmap, one\n"
+     "that knows more, or --full has ended with 0, other bitmaps are refused. With\n"
+     "--verify that includes the comparison. Prints one line: how much was read, how\n"
+     "much a full pass reads, and as of when the copy is.\n\n"
      "Examples:\n"
      "  zelctl apply --full --from D:\\vm\\disk.vhdx --to E:\\backup\\disk.vhdx\n"
      "  zelctl apply --bitmap 0x000500000001a9f0 --from D:\\vm\\disk.vhdx\n"
      "    --to E:\\backup\\disk.vhdx --verify\n\n"
      "JSON: mode (incremental or full), source, copy, source_size, copied_bytes,\n"
-     "copied_ranges, verified; difference_at when the files differ.\n"},
+     "copied_ranges, verified, as_of; dry_run; difference_at when the files differ.\n"},
+
+    {"verify", "compares a file with its copy",
+     "With --bitmap a difference counts only where the bitmap says that nothing was\n"
+     "written since it was begun. A bitmap that is named by its id is asked again when\n"
+     "a difference is found, so a file that is being written can be checked: name the\n"
+     "one that was begun before the copy was last brought up to date. Ends with 1\n"
+     "when the files differ.\n\n"
+     "Example:\n"
+     "  zelctl verify --from D:\\vm\\disk.vhdx --to E:\\backup\\disk.vhdx\n"
+     "    --bitmap 0x000500000001a9f0\n\n"
+     "JSON: source, copy; difference_at when the files differ.\n"},
 
     {"completion", "prints a script that completes command lines",
      "bash:       source <(zelctl completion bash)\n"
@@ -122,8 +171,8 @@ constexpr std::array<ManualPage, 3> kTopics = {{
      "Sizes  4096, 64K, 1M, 2G, 1T, and 64KiB; powers of 1024.\n"
      "Times  now; 2026-01-31T23:59:59Z, with fractions of a second and with +01:00 for\n"
      "       the Z; or the digits of a FILETIME, 100 ns since 1601-01-01 UTC.\n"
-     "Ids    0x000500000001a9f0. copy and delete take them without the 0x, too; where\n"
-     "       a file may stand instead the 0x tells.\n"
+     "Ids    0x000500000001a9f0. export and delete take them without the 0x, too;\n"
+     "       where a file may stand instead the 0x tells.\n"
      "Paths  are made absolute here, unless --server names another machine.\n"},
 
     {"exit", "exit codes",
@@ -131,14 +180,17 @@ constexpr std::array<ManualPage, 3> kTopics = {{
      "1  refused: the service, the system or a check said no; the reason is in words\n"
      "   and number, ERROR_MEDIA_CHANGED (1110): ...\n"
      "2  wrong usage\n"
-     "3  no answer from the service; the message says what to check\n"},
+     "3  no answer from the service; the message says what to check\n"
+     "4  a full copy is needed: apply --full, or backup --full-if-needed\n"},
 
     {"json", "answers for scripts",
      "With --json standard output has one object and nothing else, failures included:\n"
      "ok (true or false) and the members that the command's help names. A failure has\n"
      "error with exit_code, code (of the service or the system, 0 without one), name\n"
-     "(of the code) and message. notes, where it is there, lists sentences worth\n"
-     "knowing. Members are only ever added. zelctl --version has version.\n\n"
+     "(of the code), message and reason: unreliable, in_use, half_way, too_late,\n"
+     "identity, not_a_copy, differs, damaged, busy, exists, or nothing. notes,\n"
+     "where it is there, lists sentences worth knowing. Members are only ever added.\n"
+     "zelctl --version has version.\n\n"
      "Sizes, offsets and counts are numbers, ids are texts in hexadecimal, times ISO\n"
      "8601 in UTC with seven digits of a second.\n\n"
      "Without --json data goes to standard output and all else to standard error;\n"

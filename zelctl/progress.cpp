@@ -10,8 +10,6 @@ namespace zel::ctl {
 
 namespace {
 
-constexpr std::uint64_t kIntervalMs = 100;
-
 std::string FormatDuration(double seconds) {
   const auto whole = static_cast<std::uint64_t>(std::min(seconds + 0.5, 359'999.0));
   std::array<char, 32> text;
@@ -24,7 +22,7 @@ std::string FormatDuration(double seconds) {
 
 std::optional<std::string> Progress::LineAt(std::uint64_t done_bytes, std::uint64_t now_ms) {
   const bool all = done_bytes >= total_bytes_;
-  if (!all && drawn_ms_ && now_ms < *drawn_ms_ + kIntervalMs) return std::nullopt;
+  if (!all && drawn_ms_ && now_ms < *drawn_ms_ + interval_ms_) return std::nullopt;
   drawn_ms_ = now_ms;
   const double share =
       total_bytes_ == 0 ? 1.0 : static_cast<double>(done_bytes) / static_cast<double>(total_bytes_);

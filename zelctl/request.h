@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,10 +18,12 @@ enum class Command {
   kTrack,
   kUntrack,
   kSync,
-  kCopy,
+  kExport,
   kDelete,
   kShow,
   kApply,
+  kBackup,
+  kVerify,
   kCompletion,
   kHelp,
   kVersion,
@@ -41,26 +44,36 @@ struct Request {
   std::string protseq;   // empty: ncalrpc on this machine, ncacn_ip_tcp to another
   std::string endpoint;  // empty: the server's endpoint mapper is asked
 
-  std::string path;                   // track, untrack; bitmaps, empty for all files
-  std::uint32_t block_size = 65'536;  // track
-  std::string time = "now";           // sync; as ParseTime takes it
-  std::vector<BitmapId> ids;          // delete; copy, one
-  std::string output;                 // copy
+  std::optional<std::uint32_t> timeout_s;  // of a call, 0 for none; always there after reading
 
-  BitmapChoice bitmap;        // show, apply
-  bool has_bitmap = false;    // apply --full needs none
+  bool check = false;                 // status
+  bool state = false;                 // bitmaps
+  std::string path;                   // track, untrack; bitmaps, empty for all files
+  std::uint32_t block_size = 65'536;  // track, backup
+  std::string time = "now";           // sync; as ParseTime takes it
+  std::vector<BitmapId> ids;          // delete
+  std::string output;                 // export
+
+  BitmapChoice bitmap;        // export, an id; show, apply
+  bool has_bitmap = false;    // apply --full and verify need none
   bool service_copy = false;  // show, apply: the file is what the service sent
   bool ranges = false;        // show
   bool map = false;           // show
   bool ascii = false;         // show
   std::string png;            // show
 
-  std::string from;             // apply
-  std::string to;               // apply
+  std::string from;             // apply, backup, verify
+  std::string to;               // apply, backup, verify
   bool full = false;            // apply
-  bool verify = false;          // apply
+  bool verify = false;          // apply, backup
+  bool full_if_needed = false;  // backup
   bool force_identity = false;  // apply
-  bool no_sync = false;         // apply
+  std::string snapshot_time;    // apply; as ParseTime takes it, empty for the live file
+  std::string as_of;            // apply; the same, empty for what is known
+  bool dry_run = false;         // apply
+  bool no_sync = false;         // export, show, apply
+  bool replace = false;         // export, show, apply, backup: what would be overwritten may be
+  bool progress = false;        // apply, backup, verify: where there is no terminal, too
 
   std::string text;  // help, completion: what is to be printed
 };

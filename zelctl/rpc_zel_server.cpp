@@ -1,6 +1,12 @@
 #include "zelctl/rpc_zel_server.h"
 
+#include <chrono>
+#include <functional>
+#include <type_traits>
+#include <utility>
+
 #include "client/zel_client.h"
+#include "zelctl/call_within.h"
 #include "zelctl/wide_text.h"
 
 namespace zel::ctl {
@@ -33,56 +39,103 @@ FileEntry ToEntry(const TrackedFile& file) {
   return entry;
 }
 
+// Each call that is given up goes on without this object: it shares the client and owns the rest.
 class RpcZelServer : public ZelServer {
  public:
-  explicit RpcZelServer(UniqueBinding binding) : client_(std::move(binding)) {}
+  RpcZelServer(UniqueBinding binding, std::chrono::seconds timeout)
+      : client_(std::make_shared<ZelClient>(std::move(binding))), timeout_(timeout) {}
 
-  Answer Ping() override { return ToAnswer(client_.Ping()); }
+  Answer Ping() override {
+    return Call([](const ZelClient& client) { return client.Ping(); });
+  }
 
   Answer GetTrackedFiles(std::vector<FileEntry>& files) override {
-    std::vector<TrackedFile> tracked;
-    const Answer answer = ToAnswer(client_.GetTrackedFiles(tracked));
-    if (!answer.ok()) return answer;
-    for (const TrackedFile& file : tracked) files.push_back(ToEntry(file));
-    return answer;
+    return Call(files, [](const ZelClient& client, std::vector<FileEntry>& listed) {
+      std::vector<TrackedFile> tracked;
+      const Answer answer = ToAnswer(client.GetTrackedFiles(tracked));
+      for (const TrackedFile& file : tracked) listed.push_back(ToEntry(file));
+      return answer;
+    });
   }
 
   Answer ListBitmaps(const FileKey& file, std::vector<BitmapEntry>& bitmaps) override {
+    return Call(bitmaps, [file](const ZelClient& client, std::vector<BitmapEntry>& listed) {
+      return ListAll(client, file, listed);
+    });
+  }
+
+  Answer CopyBitmap(BitmapId id, std::vector<std::byte>& contents) override {
+    return Call(contents, [id](const ZelClient& client, std::vector<std::byte>& sent) {
+      return ToAnswer(client.CopyBitmap(id, [&](std::span<const std::byte> bytes) {
+        sent.insert(sent.end(), bytes.begin(), bytes.end());
+      }));
+    });
+  }
+
+  Answer StartTracking(const std::string& path, std::uint32_t block_size,
+                       BitmapEntry& bitmap) override {
+    return Call(bitmap, [path, block_size](const ZelClient& client, BitmapEntry& begun) {
+      wire::BitmapInfo info = {};
+      const Answer answer = ToAnswer(client.StartTracking(ToWide(path), block_size, info));
+      if (answer.ok()) begun = ToEntry(info, {});
+      return answer;
+    });
+  }
+
+  Answer StopTracking(const std::string& path) override {
+    return Call([path](const ZelClient& client) { return client.StopTracking(ToWide(path)); });
+  }
+  Answer DeleteBitmap(BitmapId id) override {
+    return Call([id](const ZelClient& client) { return client.DeleteBitmap(id); });
+  }
+  Answer SynchronizeBitmaps(FileTime time) override {
+    return Call([time](const ZelClient& client) { return client.SynchronizeBitmaps(time); });
+  }
+  Answer GetDriverStatus() override {
+    return Call([](const ZelClient& client) { return client.GetDriverStatus(); });
+  }
+
+ private:
+  template <class Output>
+  using Reader = std::function<Answer(const ZelClient& client, Output& output)>;
+
+  [[nodiscard]] static Answer ListAll(const ZelClient& client, const FileKey& file,
+                                      std::vector<BitmapEntry>& bitmaps) {
     BitmapList list;
     for (;;) {
       NamedBitmap bitmap = {};
-      Answer answer = ToAnswer(client_.ListBitmaps(file, list, kNameRoom, bitmap));
+      Answer answer = ToAnswer(client.ListBitmaps(file, list, kNameRoom, bitmap));
       if (answer.rpc_status == 0 && answer.code == kNoMoreItems) return {};
       if (!answer.ok()) return answer;
       bitmaps.push_back(ToEntry(bitmap.info, bitmap.name));
     }
   }
 
-  Answer CopyBitmap(BitmapId id, std::vector<std::byte>& contents) override {
-    return ToAnswer(client_.CopyBitmap(id, [&](std::span<const std::byte> bytes) {
-      contents.insert(contents.end(), bytes.begin(), bytes.end());
-    }));
+  template <class Output>
+  [[nodiscard]] Answer Call(Output& output, std::type_identity_t<Reader<Output>> read) {
+    using Result = std::pair<Answer, Output>;
+    const Result late = {{.rpc_status = RPC_S_CALL_CANCELLED, .code = 0}, {}};
+    Result result = CallWithin<Result>(
+        timeout_,
+        [client = client_, read = std::move(read)] {
+          Result own = {};
+          own.first = read(*client, own.second);
+          return own;
+        },
+        late);
+    if (result.first.ok()) output = std::move(result.second);
+    return result.first;
+  }
+  [[nodiscard]] Answer Call(std::function<CallResult(const ZelClient& client)> call) {
+    struct Nothing {};
+    Nothing nothing;
+    return Call<Nothing>(nothing, [call = std::move(call)](const ZelClient& client, Nothing&) {
+      return ToAnswer(call(client));
+    });
   }
 
-  Answer StartTracking(const std::string& path, std::uint32_t block_size,
-                       BitmapEntry& bitmap) override {
-    wire::BitmapInfo info = {};
-    const Answer answer = ToAnswer(client_.StartTracking(ToWide(path), block_size, info));
-    if (answer.ok()) bitmap = ToEntry(info, {});
-    return answer;
-  }
-
-  Answer StopTracking(const std::string& path) override {
-    return ToAnswer(client_.StopTracking(ToWide(path)));
-  }
-  Answer DeleteBitmap(BitmapId id) override { return ToAnswer(client_.DeleteBitmap(id)); }
-  Answer SynchronizeBitmaps(FileTime time) override {
-    return ToAnswer(client_.SynchronizeBitmaps(time));
-  }
-  Answer GetDriverStatus() override { return ToAnswer(client_.GetDriverStatus()); }
-
- private:
-  ZelClient client_;
+  std::shared_ptr<ZelClient> client_;
+  const std::chrono::seconds timeout_;
 };
 
 // A server that nobody can call.
@@ -113,7 +166,8 @@ std::unique_ptr<ZelServer> ConnectRpcServer(const Request& request) {
                                             .endpoint = ToWide(request.endpoint)},
                                            binding);
   if (status != RPC_S_OK) return std::make_unique<UnnamedServer>(status);
-  return std::make_unique<RpcZelServer>(std::move(binding));
+  return std::make_unique<RpcZelServer>(std::move(binding),
+                                        std::chrono::seconds(request.timeout_s.value_or(0)));
 }
 
 }  // namespace zel::ctl

@@ -34,14 +34,18 @@ MaybeFailure RunCommand(Surroundings with, const Request& request, Output& outpu
       return RunUntrack(with, request, output);
     case Command::kSync:
       return RunSync(with, request, output);
-    case Command::kCopy:
-      return RunCopy(with, request, output);
+    case Command::kExport:
+      return RunExport(with, request, output);
     case Command::kDelete:
       return RunDelete(with, request, output);
     case Command::kShow:
       return RunShow(with, request, output);
     case Command::kApply:
       return RunApply(with, request, output);
+    case Command::kBackup:
+      return RunBackup(with, request, output);
+    case Command::kVerify:
+      return RunVerify(with, request, output);
     case Command::kCompletion:
     case Command::kHelp:
     case Command::kVersion:
@@ -71,8 +75,9 @@ bool PrintAnswer(const Request& request, const MaybeFailure& failure, const Outp
 
 // The service resolves a path in its own directory, not in the caller's.
 void MakePathsAbsolute(Machine& machine, Request& request) {
-  if (!request.server.empty() || request.path.empty()) return;
-  request.path = machine.AbsolutePath(request.path);
+  if (!request.server.empty()) return;
+  if (!request.path.empty()) request.path = machine.AbsolutePath(request.path);
+  if (request.command == Command::kBackup) request.from = machine.AbsolutePath(request.from);
 }
 
 }  // namespace

@@ -5,12 +5,17 @@
 
 #include <windows.h>
 
+#include <optional>
 #include <string>
 
+#include "files/types.h"
 #include "win32/handles.h"
 #include "zelctl/machine.h"
 
 namespace zel::ctl {
+
+// The volume's GUID as the service takes it. None for what is on no volume with a GUID.
+[[nodiscard]] std::optional<VolumeGuid> VolumeOf(const std::wstring& path);
 
 // Others may read, write, rename and delete the file meanwhile.
 [[nodiscard]] std::uint32_t OpenSystemSource(const std::wstring& path,
@@ -20,8 +25,13 @@ namespace zel::ctl {
 [[nodiscard]] std::uint32_t OpenSystemTarget(const std::wstring& path,
                                              std::unique_ptr<TargetFile>& file);
 
-// Lies at path + ".zelctl-new", where one that a killed process has left is overwritten.
+// As Machine::CreateReplacement.
 [[nodiscard]] std::uint32_t CreateSystemReplacement(const std::wstring& path,
+                                                    const std::wstring& beside,
                                                     std::unique_ptr<ReplacementFile>& file);
+
+// A file that nobody else can open and that goes with its handle, so with the process, too.
+[[nodiscard]] std::uint32_t LockSystemFile(const std::wstring& path,
+                                           std::unique_ptr<HeldLock>& lock);
 
 }  // namespace zel::ctl

@@ -4,8 +4,8 @@
 
 #include "errors/error_info.h"
 #include "files/file_identity.h"
-#include "files/layout.h"
 #include "win32/file_time.h"
+#include "win32/handles.h"
 #include "zelctl/wide_text.h"
 #include "zelctl/win32_files.h"
 
@@ -13,18 +13,32 @@ namespace zel::ctl {
 
 namespace {
 
-// The volume's GUID as the service takes it: from the first of the volume's names, which the
-// system tells when it is asked for the name of a name; where it does not, from the one it knows.
-std::optional<VolumeGuid> VolumeOf(const wchar_t* path) {
-  wchar_t mount_point[MAX_PATH];
-  wchar_t name[128];
-  wchar_t first_name[128];
-  if (!::GetVolumePathNameW(path, mount_point, MAX_PATH) ||
-      !::GetVolumeNameForVolumeMountPointW(mount_point, name, 128)) {
-    return std::nullopt;
-  }
-  const bool has_first = ::GetVolumeNameForVolumeMountPointW(name, first_name, 128);
-  return ParseVolumeGuid(GuidTextInVolumeName(has_first ? first_name : name));
+// A buffer that a system call fills; it answers the length, or the room that it needs.
+template <class Fill>
+std::wstring FilledText(Fill fill) {
+  std::wstring text(fill(nullptr, 0), L'\0');
+  const DWORD length = fill(text.data(), static_cast<DWORD>(text.size()));
+  if (length >= text.size()) return {};
+  text.resize(length);
+  return text;
+}
+
+std::wstring AbsoluteOf(const std::wstring& path) {
+  const std::wstring absolute = FilledText([&](wchar_t* text, DWORD room) {
+    return ::GetFullPathNameW(path.c_str(), room, text, nullptr);
+  });
+  return absolute.empty() ? path : absolute;
+}
+
+// As the system names what is open; empty where there is nothing or it does not tell.
+std::wstring FinalPath(const std::wstring& path) {
+  const UniqueFile file(::CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  if (!file) return {};
+  return FilledText([&](wchar_t* text, DWORD room) {
+    return ::GetFinalPathNameByHandleW(file.get(), text, room, 0);
+  });
 }
 
 }  // namespace
@@ -37,9 +51,9 @@ std::uint32_t Win32Machine::OpenTarget(const std::string& path, std::unique_ptr<
   return OpenSystemTarget(ToWide(path), file);
 }
 
-std::uint32_t Win32Machine::CreateReplacement(const std::string& path,
+std::uint32_t Win32Machine::CreateReplacement(const std::string& path, const std::string& beside,
                                               std::unique_ptr<ReplacementFile>& file) {
-  return CreateSystemReplacement(ToWide(path), file);
+  return CreateSystemReplacement(ToWide(path), ToWide(beside), file);
 }
 
 std::uint32_t Win32Machine::Remove(const std::string& path) {
@@ -49,22 +63,52 @@ std::uint32_t Win32Machine::Remove(const std::string& path) {
 std::uint32_t Win32Machine::Identify(const std::string& path, FileIdentity& identity) {
   const std::wstring wide = ToWide(path);
   const std::uint32_t code = GetFileIdAndSize(wide.c_str(), &identity.file_id, nullptr);
-  if (code == ERROR_SUCCESS) identity.volume = VolumeOf(wide.c_str());
+  if (code == ERROR_SUCCESS) identity.volume = VolumeOf(wide);
   return code;
 }
 
+std::uint32_t Win32Machine::Lock(const std::string& path, std::unique_ptr<HeldLock>& lock) {
+  return LockSystemFile(ToWide(path), lock);
+}
+
+std::uint32_t Win32Machine::MakeFolder(const std::string& path) {
+  if (::CreateDirectoryW(ToWide(path).c_str(), nullptr)) return ERROR_SUCCESS;
+  const std::uint32_t code = ::GetLastError();
+  return code == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : code;
+}
+
+std::uint32_t Win32Machine::GetFreeBytes(const std::string& folder, std::uint64_t& bytes) {
+  ULARGE_INTEGER free_bytes = {};
+  if (!::GetDiskFreeSpaceExW(ToWide(folder).c_str(), &free_bytes, nullptr, nullptr)) {
+    return ::GetLastError();
+  }
+  bytes = free_bytes.QuadPart;
+  return ERROR_SUCCESS;
+}
+
+std::string Win32Machine::Resolve(const std::string& path) {
+  const std::wstring absolute = AbsoluteOf(ToWide(path));
+  if (const std::wstring whole = FinalPath(absolute); !whole.empty()) return ToUtf8(whole);
+  const std::size_t name = absolute.find_last_of(L'\\') + 1;
+  std::wstring folder = FinalPath(absolute.substr(0, name));
+  if (folder.empty()) return ToUtf8(absolute);
+  if (!folder.ends_with(L'\\')) folder += L'\\';
+  return ToUtf8(folder + absolute.substr(name));
+}
+
 std::string Win32Machine::AbsolutePath(const std::string& path) {
-  const std::wstring wide = ToWide(path);
-  std::wstring absolute(::GetFullPathNameW(wide.c_str(), 0, nullptr, nullptr), L'\0');
-  const DWORD length = ::GetFullPathNameW(wide.c_str(), static_cast<DWORD>(absolute.size()),
-                                          absolute.data(), nullptr);
-  if (length == 0 || length >= absolute.size()) return path;
-  absolute.resize(length);
-  return ToUtf8(absolute);
+  return ToUtf8(AbsoluteOf(ToWide(path)));
 }
 
 FileTime Win32Machine::Now() {
   return SystemTimeNow();
+}
+
+// A step of the clock is some milliseconds at most.
+FileTime Win32Machine::PastMoment() {
+  const FileTime moment = SystemTimeNow();
+  while (SystemTimeNow() == moment) ::Sleep(1);
+  return moment;
 }
 
 std::uint64_t Win32Machine::Milliseconds() {

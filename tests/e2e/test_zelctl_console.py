@@ -19,11 +19,13 @@ def zelctl(wine):
     folder.mkdir(exist_ok=True)
     content = random.Random(1).randbytes(BLOCK * BLOCKS)
     (folder / "source").write_bytes(content)
-    (folder / "copy").write_bytes(bytes(len(content)))
+    zelctl = Zelctl(wine)
+    zelctl.json("apply", "--full", "--replace", "--from", "C:\\console\\source",
+                "--to", "C:\\console\\copy")
     (folder / "bitmap").write_bytes(bitmap_bytes(
         volume=VOLUME, file_id=(folder / "source").stat().st_ino, block_size=BLOCK,
         file_size=len(content), changed=range(BLOCKS)))
-    return Zelctl(wine)
+    return zelctl
 
 
 def lines_of(drawn):
@@ -50,7 +52,8 @@ def test_progress_is_drawn_and_cleared_and_the_result_is_told(zelctl):
     assert re.search(r"comparing +\d+\.\d %", drawn)
     result = [line for line in lines_of(drawn) if line]
     assert result[-1] == "compared: both files are equal"
-    assert "copied 16.0 MiB of 16.0 MiB (100.0 %): 4096 of 4096 blocks" in drawn
+    assert "incremental: read 16.0 MiB of 16.0 MiB (100.0 %); the copy is as of 20" in drawn
+    assert "4096 of 4096 blocks" in drawn
 
 
 def test_person_is_told_what_a_script_sees_from_the_exit_code(zelctl, no_service):

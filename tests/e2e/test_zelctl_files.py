@@ -1,7 +1,9 @@
 """The administrator's tool on bitmap files: what works without the service."""
 
+import os
 import random
 import re
+import shutil
 
 import pytest
 
@@ -20,9 +22,8 @@ class Backup:
     def __init__(self, wine):
         self.folder = "C:\\zelctl Größe 😀"
         self.path = wine.path(self.folder)
-        self.path.mkdir(exist_ok=True)
-        for left in self.path.iterdir():
-            left.unlink()
+        shutil.rmtree(self.path, ignore_errors=True)
+        self.path.mkdir()
 
     def windows(self, name):
         return self.folder + "\\" + name
@@ -44,7 +45,8 @@ class Backup:
         return self.file("source").read_bytes() == self.file("copy").read_bytes()
 
     def names(self):
-        return sorted(entry.name for entry in self.path.iterdir())
+        """Without what zelctl knows of the copies."""
+        return sorted(entry.name for entry in self.path.iterdir() if entry.name != ".zelctl")
 
 
 @pytest.fixture
@@ -53,10 +55,10 @@ def zelctl(wine):
 
 
 @pytest.fixture
-def backup(wine):
+def backup(wine, zelctl):
     made = Backup(wine)
     made.file("source").write_bytes(random.Random(1).randbytes(100 * BLOCK + 5))
-    made.file("copy").write_bytes(made.file("source").read_bytes())
+    zelctl.json("apply", "--full", "--from", made.windows("source"), "--to", made.windows("copy"))
     return made
 
 
@@ -72,7 +74,7 @@ def change(backup, blocks, seed):
 
 def test_without_a_service_every_question_ends_with_three(zelctl, no_service):
     for question in (("ping",), ("status",), ("files",), ("bitmaps",), ("track", "C:\\x"),
-                     ("untrack", "C:\\x"), ("sync",), ("copy", "1", "-o", "C:\\x"),
+                     ("untrack", "C:\\x"), ("sync",), ("export", "1", "-o", "C:\\x"),
                      ("delete", "1"), ("show", "0x1")):
         error = zelctl.json(*question, exit_code=3)["error"]
         assert error["name"] == NOBODY_THERE[error["code"]]
@@ -156,7 +158,9 @@ def test_apply_copies_what_changed(zelctl, backup):
     assert answer["verified"] is True and answer["mode"] == "incremental"
     assert backup.is_equal()
     assert backup.names() == ["bitmap", "copy", "source"]
-    assert zelctl.run(*backup.apply()) == ("", "")
+    output, errors = zelctl.run(*backup.apply())
+    assert output.startswith("incremental: read 12.0 KiB of 400.0 KiB (3.0 %); the copy is as of 20")
+    assert errors == ""
 
 
 def test_apply_reads_only_changed_blocks_of_the_source(zelctl, backup, tmp_path):
@@ -192,15 +196,18 @@ def test_apply_takes_growth_and_truncation_over(zelctl, backup):
 def test_apply_refuses_what_it_cannot_trust(zelctl, backup):
     before = backup.file("copy").read_bytes()
     change(backup, [3], seed=10)
-    for fields, words in (({"unreliable": 1}, "--full"), ({"closed": 0}, "--service-copy"),
-                          ({"file_id": 1}, "--force-identity"),
-                          ({"volume": "12345678-0000-0000-0000-000000000000"}, "--force-identity")):
+    later = 0x01dc92bf4c8a6d00 + (1 << 60)
+    for fields, code, reason in (
+            ({"unreliable": 1}, 4, "unreliable"), ({"closed": 0}, 1, "in_use"),
+            ({"file_id": 1}, 1, "identity"), ({"created": later}, 4, "too_late"),
+            ({"volume": "12345678-0000-0000-0000-000000000000"}, 1, "identity")):
         backup.write_bitmap([3], **fields)
-        assert words in zelctl.json(*backup.apply(), exit_code=1)["error"]["message"]
+        assert zelctl.json(*backup.apply(), exit_code=code)["error"]["reason"] == reason
         assert backup.file("copy").read_bytes() == before
     backup.file("bitmap").write_bytes(b"MZ" * 300)
     message = zelctl.json(*backup.apply(), exit_code=1)["error"]["message"]
     assert "it is no bitmap file" in message
+    backup.write_bitmap([3], unreliable=1)
     assert zelctl.json(*backup.apply("--full", "--verify"))["mode"] == "full"
     assert backup.is_equal()
     assert backup.names() == ["bitmap", "copy", "source"]
@@ -208,11 +215,11 @@ def test_apply_refuses_what_it_cannot_trust(zelctl, backup):
 
 def test_files_that_cannot_be_opened_are_told_by_name_and_number(zelctl, backup):
     backup.write_bitmap([3])
-    backup.file("copy").unlink()
-    assert "a full copy is needed" in zelctl.json(*backup.apply(), exit_code=1)["error"]["message"]
     backup.file("source").unlink()
     error = zelctl.json(*backup.apply(), exit_code=1)["error"]
     assert error["name"] == "ERROR_FILE_NOT_FOUND" and backup.windows("source") in error["message"]
+    backup.file("copy").unlink()
+    assert "a full copy is needed" in zelctl.json(*backup.apply(), exit_code=4)["error"]["message"]
     error = zelctl.json("show", "C:\\no such folder\\x", exit_code=1)["error"]
     assert error["name"] == "ERROR_PATH_NOT_FOUND"
     error = zelctl.json("show", backup.windows("bitmap"), "--png", "C:\\no such folder\\x",
@@ -230,3 +237,69 @@ def test_copy_that_another_program_writes_is_left_alone(zelctl, backup):
     assert set(codes) <= {0, 1} and 0 in codes
     assert zelctl.json(*backup.apply("--verify"))["verified"] is True
     assert backup.names() == ["bitmap", "copy", "source"]
+
+
+def test_copy_is_known_by_what_it_is(zelctl, backup):
+    """Under another name, through a hard link, in another spelling; and another file is not it."""
+    backup.write_bitmap([3])
+    os.rename(backup.file("copy"), backup.file("renamed"))
+    os.link(backup.file("renamed"), backup.file("linked"))
+    for name in ("renamed", "linked", "RENAMED", "renamed.", "..\\" + backup.path.name + "\\linked"):
+        answer = zelctl.json("apply", "--bitmap", backup.windows("bitmap"), "--from",
+                             backup.windows("source"), "--to", backup.windows(name))
+        assert answer["copied_bytes"] == BLOCK, name
+    backup.file("copy").write_bytes(backup.file("source").read_bytes())
+    assert zelctl.json(*backup.apply(), exit_code=4)["error"]["reason"] == "not_a_copy"
+
+
+def test_copy_that_another_program_changed_is_not_taken(zelctl, backup):
+    backup.write_bitmap([3])
+    with open(backup.file("copy"), "r+b") as copy:
+        copy.seek(50 * BLOCK)
+        copy.write(b"x")
+    error = zelctl.json(*backup.apply(), exit_code=4)["error"]
+    assert error["reason"] == "not_a_copy" and "changed by something else" in error["message"]
+    assert zelctl.json(*backup.apply("--full"), exit_code=1)["error"]["reason"] == "not_a_copy"
+    zelctl.json(*backup.apply("--full", "--replace"))
+    assert backup.is_equal()
+
+
+def test_nothing_is_overwritten_unasked(zelctl, backup):
+    """A backup by a bitmap or a picture, the file by its copy, a file by its name."""
+    backup.write_bitmap([3])
+    before = backup.file("copy").read_bytes()
+    error = zelctl.json("show", backup.windows("bitmap"), "--png", backup.windows("copy"),
+                        exit_code=1)["error"]
+    assert error["reason"] == "exists"
+    for more in (("--full",), ("--full", "--bitmap", backup.windows("bitmap")),
+                 ("--full", "--bitmap", backup.windows("bitmap"), "--replace")):
+        error = zelctl.json("apply", "--from", backup.windows("copy"), "--to",
+                            backup.windows("source"), *more, exit_code=1)["error"]
+        assert error["reason"] in ("identity", "not_a_copy")
+    backup.file("copy.zelctl-new").write_bytes(b"mine")
+    zelctl.json(*backup.apply("--full"))
+    assert backup.file("copy").read_bytes() == before
+    assert backup.file("copy.zelctl-new").read_bytes() == b"mine"
+
+
+def test_full_pass_and_another_run_do_not_meet(zelctl, backup):
+    """One of them finds the copy taken, or comes after the other."""
+    backup.file("source").write_bytes(random.Random(2).randbytes(64 << 20))
+    backup.write_bitmap([3])
+    full = zelctl.start(*backup.apply("--full"))
+    codes = [zelctl.start(*backup.apply()).wait(60) for _ in range(10)]
+    assert {full.wait(60), *codes} <= {0, 1}
+    if full.wait() == 1:
+        zelctl.json(*backup.apply("--full"))
+    assert zelctl.json(*backup.apply("--verify"))["verified"] is True
+
+
+def test_obstacles_are_found_before_anything_is_copied(zelctl, backup):
+    """A folder in the copy's place, a copy that cannot be written."""
+    backup.file("folder").mkdir()
+    for name, code in (("folder", 1), ("no such folder\\copy", 1), ("", 2)):
+        target = backup.windows(name) if name else ""
+        zelctl.json("apply", "--full", "--from", backup.windows("source"), "--to", target,
+                    exit_code=code)
+    assert backup.names() == ["copy", "folder", "source"]
+    assert not list((backup.path / ".zelctl").glob("*.new"))

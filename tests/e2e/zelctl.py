@@ -46,6 +46,12 @@ class Zelctl:
             assert answer["error"]["exit_code"] == exit_code
         return answer
 
+    def any_json(self, *arguments):
+        """The one object, however the run ended."""
+        done = subprocess.run(self.command(*arguments, "--json"), env=self.wine.environment,
+                              timeout=120, stdin=subprocess.DEVNULL, capture_output=True)
+        return json.loads(done.stdout)
+
     def run_in(self, folder, *arguments):
         """Standard output of a run in that folder (a Linux path)."""
         done = subprocess.run(self.command(*arguments), env=self.wine.environment, timeout=120,

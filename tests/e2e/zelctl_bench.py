@@ -2,6 +2,7 @@
 simulator; what it reports is what a program really does."""
 
 import random
+import shutil
 
 from wine import BIN
 from zelctl import Zelctl
@@ -18,10 +19,12 @@ class Bench:
         self.zelctl = Zelctl(agent.wine)
         self.source = agent.wine.path(FILE)
         self.copy = agent.wine.path(COPY)
+        self.records = self.copy.parent / ".zelctl"
         self.source.parent.mkdir(exist_ok=True)
         self.source.write_bytes(random.Random(1).randbytes(SIZE))
         for left in self.source.parent.glob("copy*"):
             left.unlink()
+        shutil.rmtree(self.records, ignore_errors=True)
         agent.install()
         agent.start()
 

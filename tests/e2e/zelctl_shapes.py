@@ -23,7 +23,7 @@ class Optional:
 ID = Text("0x[0-9a-f]{16}")
 GUID = Text("[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}")
 TIME = Text(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{7}Z")
-TRUST = Text("trusted|unreliable|in_use")
+TRUST = Text("trusted|unreliable|in_use|damaged")
 NAME = Text("[A-Z]+_[A-Z0-9_]+|[0-9]+|0x[0-9a-f]{8}|")
 
 BITMAP = {"bitmap_id": ID, "path": str, "volume": GUID, "file_id": ID, "block_size": int,
@@ -32,23 +32,32 @@ HEADER = {"bitmap_id": ID, "volume": GUID, "file_id": ID, "creation_time": TIME,
           "last_update_time": TIME, "block_size": int, "file_size": int, "bitmap_size": int,
           "size_changed": bool, "version": int, "trust": TRUST}
 CHANGED = {"bytes": int, "blocks": int, "ranges": int, "of_bytes": int, "of_blocks": int}
-ERROR = {"exit_code": int, "code": int, "name": NAME, "message": str}
+REASON = Text("unreliable|in_use|half_way|too_late|identity|not_a_copy|differs|damaged|busy|exists|")
+ERROR = {"exit_code": int, "code": int, "name": NAME, "reason": REASON, "message": str}
+PASS = {"mode": Text("incremental|full"), "source": str, "copy": str, "source_size": int,
+        "copied_bytes": int, "copied_ranges": int, "verified": bool, "as_of": TIME,
+        "notes": Optional([str])}
 
 SHAPES = {
     "ping": {},
-    "status": {"tracked_files": int, "bitmaps": int, "driver": bool},
+    "status": {"tracked_files": int, "bitmaps": int, "driver": bool, "untrusted": Optional(int)},
     "files": {"files": [{"path": str, "volume": GUID, "file_id": ID, "bitmap_ids": [ID]}]},
-    "bitmaps": {"bitmaps": [BITMAP | {"bitmap_file": str}]},
+    "bitmaps": {"bitmaps": [BITMAP | {"bitmap_file": str, "trust": Optional(TRUST),
+                                      "changed": Optional(CHANGED)}]},
     "track": BITMAP,
     "untrack": {"path": str},
     "sync": {"time": TIME, "filetime": int},
-    "copy": {"bitmap_id": ID, "output": str, "bytes": int, "trust": TRUST},
+    "export": {"bitmap_id": ID, "output": str, "bytes": int, "trust": TRUST,
+               "known_until": Optional(TIME)},
     "delete": {"deleted": [ID]},
     "show": {"bitmap": HEADER, "changed": CHANGED,
              "ranges": Optional([{"offset": int, "length": int}]),
-             "map": Optional([{"offset": int, "share": float}]), "png": Optional(str)},
-    "apply": {"mode": Text("incremental|full"), "source": str, "copy": str, "source_size": int,
-              "copied_bytes": int, "copied_ranges": int, "verified": bool, "notes": Optional([str])},
+             "map": Optional([{"offset": int, "share": float}]), "png": Optional(str),
+             "known_until": Optional(TIME)},
+    "apply": PASS | {"dry_run": Optional(bool)},
+    "backup": PASS | {"bitmap_id": Optional(ID), "next_bitmap_id": ID, "deleted": [ID],
+                      "why": Optional(str)},
+    "verify": {"source": str, "copy": str},
     "completion": {"text": str},
     "help": {"text": str},
     "--version": {"version": Text(r"\d+\.\d+\.\d+")},

@@ -1,8 +1,9 @@
-// Any text as a size, a time, an id and a mark: refused, or what is read is written the same way.
+// Any text as a size, a time, an id, a GUID and a record of a copy: refused, or what is read is
+// written the same way.
 #include <cstdlib>
 #include <string_view>
 
-#include "zelctl/apply_mark.h"
+#include "zelctl/copies/copy_record.h"
 #include "zelctl/id_text.h"
 #include "zelctl/size_text.h"
 #include "zelctl/time_text.h"
@@ -27,6 +28,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   if (const auto id = zel::ctl::ParseId(text)) {
     Require(zel::ctl::ParseId(zel::ctl::FormatId(*id)) == id);
   }
-  if (const auto mark = zel::ctl::ParseMark(text)) Require(zel::ctl::FormatMark(*mark) == text);
+  if (const auto guid = zel::ctl::ParseGuid(text)) Require(zel::ctl::FormatGuid(*guid) == text);
+  if (const auto record = zel::ctl::ParseRecord(text)) {
+    Require(zel::ctl::FormatRecord(*record) == text);
+  }
   return 0;
 }

@@ -86,37 +86,115 @@ TEST_F(Win32FilesTest, OffsetsBehindFourGibibytesAreReached) {
 
 TEST_F(Win32FilesTest, ReplacementTakesThePlaceWhenItIsCommitted) {
   WriteFileBytes(Path(L"file"), "old");
-  std::unique_ptr<ReplacementFile> file;
-  ASSERT_EQ(CreateSystemReplacement(Path(L"file"), file), 0u);
-  EXPECT_EQ(file->Write(0, Bytes("newer")), 0u);
-  EXPECT_EQ(ReadFileBytes(Path(L"file")), "old");
-  EXPECT_EQ(file->Commit(), 0u);
-  file.reset();
-  EXPECT_EQ(ReadFileBytes(Path(L"file")), "newer");
-  EXPECT_FALSE(std::filesystem::exists(Path(L"file.zelctl-new")));
+  for (const wchar_t* beside : {L"", L"ours"}) {
+    std::unique_ptr<ReplacementFile> file;
+    const std::wstring path = *beside == 0 ? L"" : Path(beside);
+    ASSERT_EQ(CreateSystemReplacement(Path(L"file"), path, file), 0u);
+    EXPECT_EQ(file->Write(0, Bytes("newer")), 0u);
+    EXPECT_EQ(ReadFileBytes(Path(L"file")), "old");
+    EXPECT_EQ(file->Commit(), 0u);
+    file.reset();
+    EXPECT_EQ(ReadFileBytes(Path(L"file")), "newer");
+    EXPECT_FALSE(std::filesystem::exists(Path(L"file.zelctl-new")));
+    EXPECT_FALSE(std::filesystem::exists(Path(L"ours")));
+    WriteFileBytes(Path(L"file"), "old");
+  }
 }
 
-TEST_F(Win32FilesTest, ReplacementThatIsNotCommittedVanishes) {
+TEST_F(Win32FilesTest, ReplacementWithoutANameTakesNobodysAndVanishes) {
   WriteFileBytes(Path(L"file"), "old");
-  WriteFileBytes(Path(L"file.zelctl-new"), "left by a process that was killed");
+  WriteFileBytes(Path(L"file.zelctl-new"), "somebody's");
   std::unique_ptr<ReplacementFile> file;
-  ASSERT_EQ(CreateSystemReplacement(Path(L"file"), file), 0u);
+  ASSERT_EQ(CreateSystemReplacement(Path(L"file"), {}, file), 0u);
+  file.reset();
+  EXPECT_EQ(ReadFileBytes(Path(L"file")), "old");
+  EXPECT_EQ(ReadFileBytes(Path(L"file.zelctl-new")), "somebody's");
+  EXPECT_FALSE(std::filesystem::exists(Path(L"file.zelctl-new-2")));
+}
+
+TEST_F(Win32FilesTest, ReplacementUnderOurNameOverwritesWhatAKilledProcessLeft) {
+  WriteFileBytes(Path(L"ours"), "left");
+  std::unique_ptr<ReplacementFile> file;
+  ASSERT_EQ(CreateSystemReplacement(Path(L"file"), Path(L"ours"), file), 0u);
   std::uint64_t size = 1;
   EXPECT_EQ(file->GetSize(size), 0u);
   EXPECT_EQ(size, 0u);
+  std::unique_ptr<ReplacementFile> another;
+  EXPECT_EQ(CreateSystemReplacement(Path(L"file"), Path(L"ours"), another),
+            DWORD{ERROR_SHARING_VIOLATION});
   file.reset();
-  EXPECT_EQ(ReadFileBytes(Path(L"file")), "old");
-  EXPECT_FALSE(std::filesystem::exists(Path(L"file.zelctl-new")));
+  EXPECT_FALSE(std::filesystem::exists(Path(L"ours")));
 }
 
 TEST_F(Win32FilesTest, ReplacementThatCannotTakeThePlaceVanishes) {
   std::filesystem::create_directories(Path(L"place\\in use"));
   std::unique_ptr<ReplacementFile> file;
-  ASSERT_EQ(CreateSystemReplacement(Path(L"place"), file), 0u);
+  ASSERT_EQ(CreateSystemReplacement(Path(L"place"), Path(L"ours"), file), 0u);
   EXPECT_NE(file->Commit(), 0u);
   file.reset();
   EXPECT_TRUE(std::filesystem::is_directory(Path(L"place")));
-  EXPECT_FALSE(std::filesystem::exists(Path(L"place.zelctl-new")));
+  EXPECT_FALSE(std::filesystem::exists(Path(L"ours")));
+}
+
+TEST_F(Win32FilesTest, LockIsOnesOwnAndGoesWithItsObject) {
+  std::unique_ptr<HeldLock> first;
+  std::unique_ptr<HeldLock> second;
+  ASSERT_EQ(machine_.Lock(Utf8Path(L"lock"), first), 0u);
+  EXPECT_EQ(machine_.Lock(Utf8Path(L"lock"), second), DWORD{ERROR_SHARING_VIOLATION});
+  first.reset();
+  EXPECT_FALSE(std::filesystem::exists(Path(L"lock")));
+  EXPECT_EQ(machine_.Lock(Utf8Path(L"lock"), second), 0u);
+}
+
+TEST_F(Win32FilesTest, StampIsKeptWhenTheFileIsClosed) {
+  WriteFileBytes(Path(L"file"), "x");
+  std::unique_ptr<TargetFile> file;
+  ASSERT_EQ(OpenSystemTarget(Path(L"file"), file), 0u);
+  EXPECT_EQ(file->Write(0, Bytes("y")), 0u);
+  FileTime stamped = 0;
+  constexpr FileTime kTime = 0x01dc92bf4c8a6d00;
+  ASSERT_EQ(file->Stamp(kTime, stamped), 0u);
+  EXPECT_EQ(stamped, kTime);
+  file.reset();
+  ASSERT_EQ(OpenSystemTarget(Path(L"file"), file), 0u);
+  FileTime written = 0;
+  EXPECT_EQ(file->GetWriteTime(written), 0u);
+  EXPECT_EQ(written, stamped);
+  EXPECT_EQ(file->Write(0, Bytes("z")), 0u);
+  file.reset();
+  ASSERT_EQ(OpenSystemTarget(Path(L"file"), file), 0u);
+  EXPECT_EQ(file->GetWriteTime(written), 0u);
+  EXPECT_NE(written, stamped);
+}
+
+TEST_F(Win32FilesTest, PathIsResolvedToTheFileOrItsFolder) {
+  WriteFileBytes(Path(L"file"), "x");
+  const std::string whole = machine_.Resolve(Utf8Path(L"file"));
+  EXPECT_EQ(machine_.Resolve(Utf8Path(L".\\FILE")).size(), whole.size());
+  EXPECT_THAT(whole, testing::EndsWith("\\file"));
+  EXPECT_THAT(machine_.Resolve(Utf8Path(L"none")), testing::EndsWith("\\none"));
+  std::unique_ptr<SourceFile> file;
+  ASSERT_EQ(machine_.OpenSource(whole, file), 0u);
+  FileIdentity by_handle;
+  FileIdentity by_path;
+  EXPECT_EQ(file->Identify(by_handle), 0u);
+  EXPECT_EQ(machine_.Identify(Utf8Path(L"file"), by_path), 0u);
+  EXPECT_EQ(by_handle, by_path);
+  EXPECT_TRUE(by_path.volume.has_value());
+}
+
+TEST_F(Win32FilesTest, FolderMayBeThereAndItsRoomIsTold) {
+  EXPECT_EQ(machine_.MakeFolder(Utf8Path(L"folder")), 0u);
+  EXPECT_EQ(machine_.MakeFolder(Utf8Path(L"folder")), 0u);
+  EXPECT_EQ(machine_.MakeFolder(Utf8Path(L"none\\folder")), DWORD{ERROR_PATH_NOT_FOUND});
+  std::uint64_t bytes = 0;
+  EXPECT_EQ(machine_.GetFreeBytes(Utf8Path(L"folder"), bytes), 0u);
+  EXPECT_GT(bytes, 0u);
+}
+
+TEST_F(Win32FilesTest, PastMomentIsOver) {
+  const FileTime moment = machine_.PastMoment();
+  EXPECT_LT(moment, machine_.Now());
 }
 
 TEST_F(Win32FilesTest, FileIsIdentifiedByItsIndexAndVolume) {

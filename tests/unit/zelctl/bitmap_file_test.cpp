@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/unit/support/bitmap_bytes.h"
+#include "zelctl/checksum.h"
 
 namespace zel::ctl {
 namespace {
@@ -41,12 +42,14 @@ TEST(ReadBitmapTest, EveryTruncationIsRefused) {
   }
 }
 
-TEST(ReadBitmapTest, BytesBehindTheBitsAreLeftAlone) {
-  Bytes bytes = MakeBitmapBytes(1'114'113, 65'536);
-  bytes.resize(bytes.size() + 8, std::byte{0xFF});
-  BitmapFile bitmap;
-  ASSERT_EQ(ReadBitmap(bytes, BitmapOrigin::kFile, bitmap), std::nullopt);
-  EXPECT_EQ(bitmap.bits().size(), 3u);
+TEST(ReadBitmapTest, OnlyOldFilesMayHaveBytesAfterTheBits) {
+  for (const std::size_t more : {1, 7, 8, 9}) {
+    Bytes bytes = MakeBitmapBytes(1'114'113, 65'536);
+    bytes.resize(bytes.size() + more);
+    EXPECT_THAT(FaultOf(bytes), HasSubstr("bytes, not 515"));
+    ChangeHeader(bytes, [](BitmapFileHeader& header) { header.HeaderSize = 520; });
+    EXPECT_EQ(FaultOf(bytes) == "", more == 8) << more;
+  }
 }
 
 TEST(ReadBitmapTest, EachWrongFieldIsNamed) {
@@ -59,11 +62,20 @@ TEST(ReadBitmapTest, EachWrongFieldIsNamed) {
   EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.BlockSize = 0; })),
               HasSubstr("block size is 0"));
   EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.BitmapSize = 0xFFFFFFFF; })),
-              HasSubstr("cut off"));
-  EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.BitmapSize = 2; })),
-              HasSubstr("too few"));
+              HasSubstr("bytes of bits are not those of"));
+  for (const int size : {2, 4}) {
+    Bytes bytes = MakeBitmapBytes(1'114'113, 65'536);
+    ChangeHeader(bytes, [size](BitmapFileHeader& header) { header.BitmapSize = size; });
+    bytes.resize(512 + size);
+    EXPECT_THAT(FaultOf(bytes), HasSubstr("bytes of bits are not those of"));
+  }
   EXPECT_THAT(FaultOf(WithHeader([](BitmapFileHeader& header) { header.FileSize = ~0ull; })),
-              HasSubstr("too few"));
+              HasSubstr("bytes of bits are not those of"));
+  for (const auto change : {+[](BitmapFileHeader& header) { ++header.CreationTime; },
+                            +[](BitmapFileHeader& header) { ++header.InitialTime; },
+                            +[](BitmapFileHeader& header) { ++header.NameCreationTime; }}) {
+    EXPECT_THAT(FaultOf(WithHeader(change)), HasSubstr("do not agree"));
+  }
 }
 
 TEST(ReadBitmapTest, RefusedBytesLeaveTheBitmapAsItWas) {
@@ -103,13 +115,40 @@ TEST(TrustTest, FileThatWasNotClosedIsTrustedFromTheServiceAlone) {
   EXPECT_EQ(TrustOf(bitmap), Trust::kTrusted);
 }
 
-TEST(MarkClosedTest, BytesReadAsAClosedFile) {
+TEST(MakeExportTest, ExportReadsAsAClosedFileThatKnowsUntilWhen) {
   BitmapFile bitmap;
-  ASSERT_EQ(ReadBitmap(WithHeader([](BitmapFileHeader& header) { header.ClosedCleanly = 0; }),
-                       BitmapOrigin::kService, bitmap),
-            std::nullopt);
-  MarkClosed(bitmap);
-  EXPECT_EQ(bitmap.bytes, MakeBitmapBytes(1'114'113, 65'536));
+  Bytes bytes = WithHeader([](BitmapFileHeader& header) { header.ClosedCleanly = 0; });
+  test::SetBit(bytes, 3);
+  ASSERT_EQ(ReadBitmap(bytes, BitmapOrigin::kService, bitmap), std::nullopt);
+  MakeExport(bitmap, 77);
+  BitmapFile exported;
+  ASSERT_EQ(ReadBitmap(bitmap.bytes, BitmapOrigin::kFile, exported), std::nullopt);
+  EXPECT_EQ(TrustOf(exported), Trust::kTrusted);
+  EXPECT_EQ(exported.known_until, 77u);
+  // Nothing but the mark and its own reserved bytes is another.
+  bytes[0x3C] = std::byte{1};
+  EXPECT_TRUE(std::equal(bytes.begin(), bytes.begin() + 0x60, exported.bytes.begin()));
+  EXPECT_TRUE(std::equal(bytes.begin() + 0x78, bytes.end(), exported.bytes.begin() + 0x78));
+  MakeExport(bitmap, std::nullopt);
+  ASSERT_EQ(ReadBitmap(bitmap.bytes, BitmapOrigin::kFile, exported), std::nullopt);
+  EXPECT_EQ(exported.known_until, std::nullopt);
+}
+
+TEST(MakeExportTest, EveryDamageOfAnExportIsFound) {
+  BitmapFile bitmap = test::MakeBitmap(1'114'113, 65'536, {0, 7, 17});
+  MakeExport(bitmap, 77);
+  for (std::size_t at = 0; at < bitmap.bytes.size(); ++at) {
+    for (const int flip : {0x01, 0x80, 0xFF}) {
+      Bytes bytes = bitmap.bytes;
+      bytes[at] ^= static_cast<std::byte>(flip);
+      EXPECT_NE(FaultOf(bytes), "") << at << " ^ " << flip;
+    }
+  }
+}
+
+TEST(ChecksumTest, IsTheOneThatItsNameSays) {
+  EXPECT_EQ(Checksum(std::as_bytes(std::span("123456789", 9))), 0x995DC9BBDF1939FAu);
+  EXPECT_EQ(Checksum({}), 0u);
 }
 
 }  // namespace

@@ -224,16 +224,14 @@ TEST(CopyWholeTest, EmptyAndLongFilesAreCopied) {
 
 std::optional<std::uint64_t> Compare(const Bytes& a, const Bytes& b) {
   test::Death alive;
-  test::OpenMemoryFile first(std::make_shared<MemoryFile>(MemoryFile{.bytes = a, .reads = {}}),
-                             alive);
-  test::OpenMemoryFile second(std::make_shared<MemoryFile>(MemoryFile{.bytes = b, .reads = {}}),
-                              alive);
+  test::OpenMemoryFile first(std::make_shared<MemoryFile>(MemoryFile{.bytes = a}), alive);
+  test::OpenMemoryFile second(std::make_shared<MemoryFile>(MemoryFile{.bytes = b}), alive);
   std::optional<std::uint64_t> difference;
-  EXPECT_EQ(CompareWhole(first, second, difference, Ignore), std::nullopt);
+  EXPECT_EQ(CompareFrom(0, first, second, difference, Ignore), std::nullopt);
   return difference;
 }
 
-TEST(CompareWholeTest, FirstDifferenceIsFoundWhereverItIs) {
+TEST(CompareFromTest, FirstDifferenceIsFoundWhereverItIs) {
   const Bytes whole((2 << 20) + 5, std::byte{7});
   EXPECT_EQ(Compare(whole, whole), std::nullopt);
   EXPECT_EQ(Compare({}, {}), std::nullopt);
@@ -245,7 +243,7 @@ TEST(CompareWholeTest, FirstDifferenceIsFoundWhereverItIs) {
   }
 }
 
-TEST(CompareWholeTest, ShorterFileDiffersAtItsEnd) {
+TEST(CompareFromTest, ShorterFileDiffersAtItsEnd) {
   EXPECT_EQ(Compare(Bytes(10), Bytes(11)), 10u);
   EXPECT_EQ(Compare(Bytes(1), {}), 0u);
 }
@@ -263,7 +261,7 @@ TEST(HasAllUnchangedTest, CopyMayLackOnlyWhatChanged) {
 }
 
 TEST(ProgressTest, LineTellsShareRateAndTheTimeLeft) {
-  Progress progress("copying", std::uint64_t{256} << 20, 1000);
+  Progress progress("copying", std::uint64_t{256} << 20, 1000, 100);
   EXPECT_EQ(progress.LineAt(0, 1000), "copying   0.0 %  0 bytes of 256.0 MiB");
   EXPECT_EQ(progress.LineAt(std::uint64_t{64} << 20, 2000),
             "copying  25.0 %  64.0 MiB of 256.0 MiB  64.0 MiB/s  0:00:03 left");
@@ -272,7 +270,7 @@ TEST(ProgressTest, LineTellsShareRateAndTheTimeLeft) {
 }
 
 TEST(ProgressTest, LinesComeTenTimesASecondAndAtTheEnd) {
-  Progress progress("copying", 1000, 0);
+  Progress progress("copying", 1000, 0, 100);
   EXPECT_TRUE(progress.LineAt(1, 5));
   EXPECT_FALSE(progress.LineAt(2, 104));
   EXPECT_TRUE(progress.LineAt(3, 105));
@@ -280,9 +278,9 @@ TEST(ProgressTest, LinesComeTenTimesASecondAndAtTheEnd) {
 }
 
 TEST(ProgressTest, NothingToDoAndNoTimeDivideByNothing) {
-  Progress progress("copying", 0, 0);
+  Progress progress("copying", 0, 0, 100);
   EXPECT_EQ(progress.LineAt(0, 0), "copying 100.0 %  0 bytes of 0 bytes");
-  Progress slow("copying", ~std::uint64_t{0}, 0);
+  Progress slow("copying", ~std::uint64_t{0}, 0, 100);
   EXPECT_THAT(slow.LineAt(1, 100'000).value_or(""), testing::HasSubstr("99:59:59 left"));
 }
 

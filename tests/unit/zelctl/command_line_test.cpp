@@ -39,7 +39,8 @@ TEST(ParseCommandLineTest, EveryCommandIsKnown) {
   EXPECT_EQ(Parse({"track", "x"}).command, Command::kTrack);
   EXPECT_EQ(Parse({"untrack", "x"}).command, Command::kUntrack);
   EXPECT_EQ(Parse({"sync"}).command, Command::kSync);
-  EXPECT_EQ(Parse({"copy", "1", "-o", "x"}).command, Command::kCopy);
+  EXPECT_EQ(Parse({"export", "1", "-o", "x"}).command, Command::kExport);
+  EXPECT_EQ(Parse({"copy", "1", "-o", "x"}).command, Command::kExport) << "its old name";
   EXPECT_EQ(Parse({"delete", "1"}).command, Command::kDelete);
   EXPECT_EQ(Parse({"show", "x"}).command, Command::kShow);
   EXPECT_EQ(Parse({"apply", "--full", "--from", "x", "--to", "y"}).command, Command::kApply);
@@ -65,11 +66,24 @@ TEST(ParseCommandLineTest, AnotherMachineIsAskedOverTcpUnlessToldOtherwise) {
   EXPECT_THAT(UsageFault({"ping", "--protseq", "smoke"}), HasSubstr("smoke"));
 }
 
+TEST(ParseCommandLineTest, ProbesHaveATimeoutAndOthersOnlyWhenTold) {
+  EXPECT_EQ(Parse({"ping"}).timeout_s, 30u);
+  EXPECT_EQ(Parse({"status"}).timeout_s, 30u);
+  EXPECT_EQ(Parse({"sync"}).timeout_s, 0u);
+  EXPECT_EQ(Parse({"ping", "--timeout", "0"}).timeout_s, 0u);
+  EXPECT_EQ(Parse({"--timeout", "5", "sync"}).timeout_s, 5u);
+  EXPECT_THAT(UsageFault({"ping", "--timeout", "soon"}), testing::Not(""));
+}
+
+TEST(ParseCommandLineTest, EmptyServerIsNotThisMachine) {
+  EXPECT_THAT(UsageFault({"ping", "--server", ""}), HasSubstr("--server"));
+}
+
 TEST(ParseCommandLineTest, BlockSizesAreSizesOf32Bits) {
   EXPECT_EQ(Parse({"track", "x"}).block_size, 65'536u);
   EXPECT_EQ(Parse({"track", "x", "--block-size", "1M"}).block_size, 1u << 20);
-  EXPECT_EQ(Parse({"track", "x", "--block-size", "4294967295"}).block_size, 0xFFFFFFFF);
-  for (const char* size : {"0", "4G", "4294967296", "x", ""}) {
+  EXPECT_EQ(Parse({"track", "x", "--block-size", "4294967294"}).block_size, 0xFFFFFFFE);
+  for (const char* size : {"0", "4G", "4294967295", "4294967296", "x", ""}) {
     EXPECT_THAT(UsageFault({"track", "x", "--block-size", size}), HasSubstr("block size")) << size;
   }
 }
@@ -84,7 +98,8 @@ TEST(ParseCommandLineTest, IdsAreTakenWithAndWithoutTheirPrefix) {
   EXPECT_THAT(Parse({"delete", "0x1A", "1b", "000000000000001C"}).ids,
               ElementsAre(0x1A, 0x1B, 0x1C));
   EXPECT_THAT(UsageFault({"delete", "0x1A", "x"}), HasSubstr("'x' is no id"));
-  EXPECT_THAT(UsageFault({"copy", "", "-o", "y"}), testing::Not(""));
+  EXPECT_EQ(Parse({"export", "1a", "-o", "x"}).bitmap.id, 0x1Au);
+  EXPECT_THAT(UsageFault({"export", "", "-o", "y"}), testing::Not(""));
 }
 
 TEST(ParseCommandLineTest, PrefixTellsAnIdFromAFile) {
@@ -112,8 +127,9 @@ TEST(ParseCommandLineTest, PathsMayHaveAnyCharacters) {
 TEST(ParseCommandLineTest, ApplyNeedsABitmapOrIsFull) {
   EXPECT_THAT(UsageFault({"apply", "--from", "x", "--to", "y"}), HasSubstr("--bitmap is required"));
   EXPECT_THAT(UsageFault({"apply", "--full", "--to", "y"}), HasSubstr("--from is required"));
-  const Request request = Parse({"apply", "--bitmap", "0x7", "--from", "x", "--to", "y", "--verify",
-                                 "--force-identity", "--no-sync", "--service-copy"});
+  const Request request =
+      Parse({"apply", "--bitmap", "0x7", "--from", "x", "--to", "y", "--verify", "--force-identity",
+             "--snapshot-time", "2026-01-31T23:59:59Z", "--no-sync", "--service-copy"});
   EXPECT_EQ(request.bitmap.id, 7u);
   EXPECT_EQ(request.from, "x");
   EXPECT_EQ(request.to, "y");
@@ -121,11 +137,28 @@ TEST(ParseCommandLineTest, ApplyNeedsABitmapOrIsFull) {
   EXPECT_FALSE(request.full);
 }
 
+TEST(ParseCommandLineTest, WhatApplyIsToldMustFitTogether) {
+  const Words apply = {"apply", "--bitmap", "0x7", "--from", "x", "--to", "y"};
+  const auto fault = [&](Words more) {
+    more.insert(more.begin(), apply.begin(), apply.end());
+    return UsageFault(more);
+  };
+  EXPECT_THAT(fault({"--force-identity"}), HasSubstr("--snapshot-time"));
+  EXPECT_THAT(fault({"--snapshot-time", "now"}), HasSubstr("--force-identity"));
+  EXPECT_THAT(fault({"--as-of", "yesterday"}), HasSubstr("'yesterday' is no time"));
+  EXPECT_THAT(fault({"--full", "--as-of", "7"}), HasSubstr("--as-of"));
+  EXPECT_THAT(UsageFault({"apply", "--full", "--force-identity", "--snapshot-time", "7", "--from",
+                          "x", "--to", "y"}),
+              HasSubstr("--bitmap is required"));
+  EXPECT_THAT(UsageFault({"apply", "--full", "--from", "x", "--to", ""}), HasSubstr("--to"));
+}
+
 TEST(ParseCommandLineTest, WhatMeansNothingIsRefused) {
   for (const Words& arguments :
        {Words{}, Words{"--json"}, Words{"pong"}, Words{"ping", "x"}, Words{"ping", "--loud"},
-        Words{"track"}, Words{"track", "x", "y"}, Words{"copy", "1"}, Words{"delete"},
-        Words{"show"}, Words{"completion", "fish"}, Words{"help", "me"}, Words{"ping", "status"}}) {
+        Words{"track"}, Words{"track", "x", "y"}, Words{"export", "1"}, Words{"copy", "1"},
+        Words{"delete"}, Words{"show"}, Words{"completion", "fish"}, Words{"help", "me"},
+        Words{"ping", "status"}}) {
     EXPECT_NE(UsageFault(arguments), "") << testing::PrintToString(arguments);
   }
 }
@@ -152,7 +185,7 @@ TEST(HelpTest, EveryTopicHasHelpAndSoHasHelpItself) {
 }
 
 TEST(HelpTest, EveryCommandHasItsPage) {
-  EXPECT_EQ(CommandPages().size(), 13u);
+  EXPECT_EQ(CommandPages().size(), 15u);
   for (const ManualPage& page : CommandPages()) {
     EXPECT_THAT(HelpText(std::string(page.name)).value_or(""), HasSubstr("\nUsage: zelctl "));
   }

@@ -78,11 +78,13 @@ TEST_F(RunTest, FailureInJsonHasItsCodeNameAndSentence) {
 }
 
 TEST_F(RunTest, EveryCommandThatAsksTheServiceEndsWithThreeWithoutOne) {
-  for (const char* call : {"Ping", "GetTrackedFiles", "CopyBitmap", "StartTracking", "StopTracking",
-                           "DeleteBitmap", "SynchronizeBitmaps", "GetDriverStatus"}) {
+  for (const char* call :
+       {"Ping", "GetTrackedFiles", "CopyBitmap", "StartTracking", "StopTracking", "DeleteBitmap",
+        "SynchronizeBitmaps", "GetDriverStatus", "ListBitmaps"}) {
     server.answers[call] = {.rpc_status = 1722, .code = 0};
   }
   machine.At("C:\\a");
+  machine.At("C:\\b");
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"ping"},
         {"status"},
@@ -91,10 +93,11 @@ TEST_F(RunTest, EveryCommandThatAsksTheServiceEndsWithThreeWithoutOne) {
         {"track", "C:\\a"},
         {"untrack", "C:\\a"},
         {"sync"},
-        {"copy", "1", "-o", "x"},
+        {"export", "1", "-o", "x"},
         {"delete", "1"},
         {"show", "0x1"},
-        {"apply", "--bitmap", "0x1", "--from", "C:\\a", "--to", "C:\\b"}}) {
+        {"apply", "--bitmap", "0x1", "--from", "C:\\a", "--to", "C:\\b"},
+        {"backup", "--from", "C:\\a", "--to", "C:\\c"}}) {
     EXPECT_EQ(RunJson(arguments, 3)["error"]["code"], 1722) << arguments[0];
   }
   EXPECT_FALSE(machine.files.contains("x"));
@@ -124,6 +127,45 @@ TEST_F(RunTest, StatusWithoutADriverCountsAllTheSame) {
   EXPECT_EQ(json["error"]["code"], 0x80070006);
   EXPECT_EQ(Run({"status"}), 1);
   EXPECT_THAT(terminal.printed, HasSubstr("driver         does not answer"));
+}
+
+TEST_F(RunTest, StatusCheckEndsWithFourWhenABitmapCannotBeTrusted) {
+  TrackTwoFiles();
+  Bytes bitmap = test::MakeBitmapBytes(1'114'113, 65'536);
+  Serve(bitmap);
+  EXPECT_EQ(RunJson({"status", "--check"})["untrusted"], 0);
+  test::ChangeHeader(bitmap, [](BitmapFileHeader& header) { header.Unreliable = 1; });
+  for (const Bytes& bad : {bitmap, Bytes(600)}) {
+    Serve(bad);
+    const ordered_json json = RunJson({"status", "--check"}, 4);
+    EXPECT_EQ(json["untrusted"], 1);
+    EXPECT_EQ(json["error"]["reason"], "unreliable");
+  }
+  server.contents.clear();
+  EXPECT_EQ(RunJson({"status", "--check"}, 4)["untrusted"], 1) << "one that cannot be loaded";
+  server.answers["CopyBitmap"] = {.rpc_status = 1722, .code = 0};
+  EXPECT_EQ(Run({"status", "--check"}), 3);
+}
+
+TEST_F(RunTest, StateOfBitmapsIsATable) {
+  TrackTwoFiles();
+  Bytes bitmap = test::MakeBitmapBytes(1'114'113, 65'536);
+  test::SetBit(bitmap, 0);
+  Serve(bitmap);
+  machine.now = kCreated + 26 * 3600 * kFileTimeUnitsPerSecond;
+  EXPECT_EQ(Run({"bitmaps", "--state"}), 0);
+  EXPECT_EQ(
+      terminal.printed,
+      "BITMAP              STATE       CHANGED                             AGE     BLOCKS     "
+      "FILE\n"
+      "0x000500000001a9f0  trusted     64.0 KiB of 1.1 MiB (5.9 %)         26 h    64.0 KiB   "
+      "C:\\data\\One.vhdx\n");
+  const ordered_json json = RunJson({"bitmaps", "--state"})["bitmaps"][0];
+  EXPECT_EQ(json["trust"], "trusted");
+  EXPECT_EQ(json["changed"]["blocks"], 1);
+  test::ChangeHeader(bitmap, [](BitmapFileHeader& header) { header.Unreliable = 1; });
+  Serve(bitmap);
+  EXPECT_EQ(RunJson({"bitmaps", "--state"})["bitmaps"][0]["trust"], "unreliable");
 }
 
 TEST_F(RunTest, FilesAreListedWithTheirBitmaps) {
@@ -222,42 +264,78 @@ TEST_F(RunTest, SyncThatTimesOutSaysWhyItMay) {
   EXPECT_THAT(terminal.notes, HasSubstr("ERROR_TIMEOUT (1460): the driver's reports"));
 }
 
-TEST_F(RunTest, CopyWritesTheBitmapAsAClosedFile) {
+TEST_F(RunTest, ExportWritesTheBitmapAsAClosedFileThatKnowsUntilWhen) {
   Bytes in_use = test::MakeBitmapBytes(1'114'113, 65'536);
   test::SetBit(in_use, 3);
-  const Bytes closed = in_use;
   test::ChangeHeader(in_use, [](BitmapFileHeader& header) { header.ClosedCleanly = 0; });
   Serve(in_use);
-  EXPECT_EQ(RunJson({"copy", kId, "-o", "out"}).dump(),
-            R"({"ok":true,"bitmap_id":"0x000500000001a9f0","output":"out","bytes":515,)"
-            R"("trust":"trusted"})");
-  EXPECT_EQ(machine.At("out").bytes, closed);
+  machine.now = 7;
+  for (const char* name : {"export", "copy"}) {
+    machine.now = 7;
+    EXPECT_EQ(RunJson({name, kId, "-o", "out"}).dump(),
+              R"({"ok":true,"bitmap_id":"0x000500000001a9f0","output":"out","bytes":515,)"
+              R"("trust":"trusted","known_until":"1601-01-01T00:00:00.0000007Z"})");
+  }
+  EXPECT_THAT(server.calls, ElementsAre("SynchronizeBitmaps 7", "CopyBitmap",
+                                        "SynchronizeBitmaps 7", "CopyBitmap"));
+  const BitmapFile exported = test::ToBitmap(machine.At("out").bytes);
+  EXPECT_EQ(TrustOf(exported), Trust::kTrusted);
+  EXPECT_EQ(exported.known_until, 7u);
   EXPECT_EQ(machine.files.size(), 1u);
+  EXPECT_FALSE(RunJson({"export", kId, "-o", "out", "--no-sync"}).contains("known_until"));
+  EXPECT_EQ(server.calls.size(), 5u);
 }
 
-TEST_F(RunTest, CopyThatFailsLeavesNoFile) {
-  EXPECT_EQ(RunJson({"copy", "77", "-o", "out"}, 1)["error"]["message"],
+TEST_F(RunTest, ExportThatFailsLeavesNoFile) {
+  EXPECT_EQ(RunJson({"export", "77", "-o", "out"}, 1)["error"]["message"],
             "there is no bitmap 0x0000000000000077");
   Serve(Bytes(600));
-  EXPECT_THAT(RunJson({"copy", kId, "-o", "out"}, 1)["error"]["message"].get<std::string>(),
+  const ordered_json error = RunJson({"export", kId, "-o", "out"}, 1)["error"];
+  EXPECT_THAT(error["message"].get<std::string>(),
               HasSubstr("cannot be used: it is no bitmap file"));
+  EXPECT_EQ(error["reason"], "damaged");
   Serve(test::MakeBitmapBytes(4096, 4096));
   machine.unwritable = "out";
-  EXPECT_EQ(RunJson({"copy", kId, "-o", "out"}, 1)["error"]["name"], "ERROR_ACCESS_DENIED");
+  EXPECT_EQ(RunJson({"export", kId, "-o", "out"}, 1)["error"]["name"], "ERROR_ACCESS_DENIED");
   EXPECT_TRUE(machine.files.empty());
 }
 
-TEST_F(RunTest, CopyThatFailsAnywhereLeavesTheOldFile) {
+TEST_F(RunTest, ExportThatFailsAnywhereLeavesTheOldFile) {
   Serve(test::MakeBitmapBytes(4096, 4096));
-  machine.At("out").bytes = Bytes(3);
+  const Bytes old = machine.At("out").bytes = test::MakeBitmapBytes(8192, 4096);
   for (int change = 0; change < 4; ++change) {
     machine.death = {.changes = 0, .fail_at = change};
-    EXPECT_EQ(Run({"copy", kId, "-o", "out"}), 1) << change;
-    EXPECT_EQ(machine.At("out").bytes, Bytes(3)) << change;
+    EXPECT_EQ(Run({"export", kId, "-o", "out"}), 1) << change;
+    EXPECT_EQ(machine.At("out").bytes, old) << change;
   }
   machine.death = {};
-  EXPECT_EQ(Run({"copy", kId, "-o", "out"}), 0);
+  EXPECT_EQ(Run({"export", kId, "-o", "out"}), 0);
   EXPECT_EQ(machine.At("out").bytes.size(), 513u);
+}
+
+// Each would have been replaced without a word.
+TEST_F(RunTest, NothingOfAnotherKindIsOverwrittenUnasked) {
+  Serve(test::MakeBitmapBytes(4096, 4096));
+  for (const Bytes& theirs : {Bytes(3), Bytes(600), Bytes()}) {
+    machine.At("backup").bytes = theirs;
+    for (std::vector<std::string> arguments :
+         {std::vector<std::string>{"export", kId, "-o", "backup"},
+          {"show", kId, "--png", "backup"}}) {
+      EXPECT_EQ(RunJson(arguments, 1)["error"]["reason"], "exists");
+      EXPECT_EQ(machine.At("backup").bytes, theirs);
+      arguments.emplace_back("--replace");
+      EXPECT_EQ(Run(arguments), 0);
+      EXPECT_NE(machine.At("backup").bytes, theirs);
+      machine.At("backup").bytes = theirs;
+    }
+  }
+}
+
+TEST_F(RunTest, FileUnderATemporaryNameIsSomebodys) {
+  Serve(test::MakeBitmapBytes(4096, 4096));
+  machine.At("out.zelctl-new").bytes = Bytes(3);
+  EXPECT_EQ(Run({"export", kId, "-o", "out"}), 0);
+  EXPECT_EQ(machine.At("out.zelctl-new").bytes, Bytes(3));
 }
 
 TEST_F(RunTest, DeleteTellsHowFarItCame) {
@@ -282,6 +360,7 @@ TEST_F(RunTest, ShowPrintsTheHeaderAndHowMuchChanged) {
             "block size     64.0 KiB (65536 bytes)\n"
             "file size then 1.1 MiB (1114113 bytes)\n"
             "size changed   no\n"
+            "has all until  1601-01-01T00:00:00.0000000Z\n"
             "state          trusted\n"
             "changed        64.0 KiB of 1.1 MiB (5.9 %)\n"
             "               2 of 18 blocks of 64.0 KiB, in 2 ranges\n");
@@ -292,7 +371,8 @@ TEST_F(RunTest, ShowPrintsTheHeaderAndHowMuchChanged) {
             R"("last_update_time":"2026-01-31T14:38:43.4821376Z","block_size":65536,)"
             R"("file_size":1114113,"bitmap_size":3,"size_changed":false,"version":22,)"
             R"("trust":"trusted"},"changed":{"bytes":65537,"blocks":2,"ranges":2,)"
-            R"("of_bytes":1114113,"of_blocks":18}})");
+            R"("of_bytes":1114113,"of_blocks":18},)"
+            R"("known_until":"1601-01-01T00:00:00.0000001Z"})");
 }
 
 TEST_F(RunTest, ShowListsRangesAndDrawsMaps) {

@@ -1,6 +1,10 @@
 // Sizes, times, ids and failures in words.
 #include <gmock/gmock.h>
 
+#include <future>
+
+#include "zelctl/bitmap_state.h"
+#include "zelctl/call_within.h"
 #include "zelctl/failure.h"
 #include "zelctl/id_text.h"
 #include "zelctl/size_text.h"
@@ -136,8 +140,38 @@ TEST(FailureTextTest, CodeWithoutANameStandsOnce) {
             "0x80070005: no");
 }
 
+TEST(FormatAgeTest, AgeHasTheUnitThatFits) {
+  constexpr FileTime kSecond = kFileTimeUnitsPerSecond;
+  EXPECT_EQ(FormatAge(100, 100 + 59 * kSecond), "59 s");
+  EXPECT_EQ(FormatAge(100, 100 + 60 * kSecond), "1 min");
+  EXPECT_EQ(FormatAge(100, 100 + 3600 * kSecond), "1 h");
+  EXPECT_EQ(FormatAge(100, 100 + 47 * 3600 * kSecond), "47 h");
+  EXPECT_EQ(FormatAge(100, 100 + 48 * 3600 * kSecond), "2 d");
+  EXPECT_EQ(FormatAge(100, 99), "0 s") << "the clock was set back";
+}
+
+TEST(CallWithinTest, CallThatTakesTooLongIsGivenUp) {
+  EXPECT_EQ(CallWithin<int>(
+                std::chrono::seconds(0), [] { return 1; }, 2),
+            1);
+  EXPECT_EQ(CallWithin<int>(
+                std::chrono::seconds(60), [] { return 1; }, 2),
+            1);
+  const auto gate = std::make_shared<std::promise<void>>();
+  const auto opened = gate->get_future().share();
+  EXPECT_EQ(CallWithin<int>(
+                std::chrono::seconds(1),
+                [gate, opened] {
+                  opened.wait();
+                  return 1;
+                },
+                2),
+            2);
+  gate->set_value();
+}
+
 TEST(FailureTextTest, CheckOfTheProgramHasNoNumber) {
-  EXPECT_EQ(FailureText(Refuse("a full copy is needed")), "a full copy is needed");
+  EXPECT_EQ(FailureText(Refuse(Reason::kNone, "a full copy is needed")), "a full copy is needed");
 }
 
 }  // namespace

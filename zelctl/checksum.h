@@ -1,0 +1,14 @@
+// A checksum that finds damage, not forgery. Pure.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace zel::ctl {
+
+// CRC-64 as ECMA-182 has it, reflected, begun and ended with all ones (CRC-64/XZ): every damage
+// within 64 bits in a row is found.
+[[nodiscard]] std::uint64_t Checksum(std::span<const std::byte> bytes);
+
+}  // namespace zel::ctl

@@ -1,0 +1,153 @@
+#include "zelctl/copies/copy_checks.h"
+
+#include <algorithm>
+
+#include "zelctl/id_text.h"
+#include "zelctl/time_text.h"
+
+namespace zel::ctl {
+
+namespace {
+
+std::string BitmapText(BitmapId id, FileTime begun) {
+  return "bitmap " + FormatId(id) + ", begun " + FormatTime(begun);
+}
+
+// Whether the service tracks that file. Of a service that does not answer nobody is tracked.
+bool IsTracked(ZelServer& server, const FileIdentity& identity) {
+  std::vector<FileEntry> files;
+  if (!identity.volume || !server.GetTrackedFiles(files).ok()) return false;
+  return std::ranges::find(files, FileKey{*identity.volume, identity.file_id}, &FileEntry::file) !=
+         files.end();
+}
+
+std::string WhyUnknown(const KeptCopy& copy) {
+  switch (copy.knowledge()) {
+    case Knowledge::kNone:
+    case Knowledge::kGood:
+      break;
+    case Knowledge::kDamaged:
+      return "what was known of " + copy.path() + " is damaged";
+    case Knowledge::kChanged:
+      return copy.path() + " was changed by something else since it was brought up to date";
+  }
+  return "nothing is known of " + copy.path() + ", as of when it is a copy and of what";
+}
+
+MaybeFailure TooLate(const std::string& path, const CopyRecord& record,
+                     const OfferedBitmap& bitmap) {
+  return NeedFull(Reason::kTooLate,
+                  path + " is as of " + FormatTime(record.as_of) + ", and " +
+                      BitmapText(bitmap.id, bitmap.begun) +
+                      ", lacks what was written between: take a bitmap that was begun before, or " +
+                      kNeedsFull);
+}
+
+}  // namespace
+
+std::string IdentityText(const FileIdentity& identity) {
+  return "file " + FormatId(identity.file_id) + " on " +
+         (identity.volume ? "volume " + FormatGuid(*identity.volume)
+                          : std::string("no known volume"));
+}
+
+std::optional<FileTime> SnapshotTime(Machine& machine, const Request& request) {
+  if (request.snapshot_time.empty()) return std::nullopt;
+  return ParseTime(request.snapshot_time, machine.Now());
+}
+
+MaybeFailure CheckSourceIdentity(const Request& request, const FileIdentity& source,
+                                 const FileIdentity& of) {
+  if (request.force_identity || source == of) return std::nullopt;
+  return Refuse(Reason::kIdentity,
+                "the bitmap is of " + IdentityText(of) + ", and " + request.from + " is " +
+                    IdentityText(source) +
+                    "; say --force-identity if it has the same contents, as a snapshot has");
+}
+
+MaybeFailure CheckPlace(Surroundings& with, const Request& request, const KeptCopy& copy,
+                        const FileIdentity& source, const FileIdentity& of) {
+  if (!copy.exists()) return std::nullopt;
+  // A copy that is the source itself would be "equal" whatever happens.
+  if (copy.identity() == source) {
+    return Refuse(Reason::kIdentity, request.to + " is the same file as " + request.from);
+  }
+  if (copy.identity() == of) {
+    return Refuse(Reason::kIdentity, request.to + " is the tracked file itself, not a copy of it");
+  }
+  if (request.replace || !IsTracked(with.server, copy.identity())) return std::nullopt;
+  return Refuse(Reason::kIdentity, request.to +
+                                       " is tracked by the service itself; say --replace if it is "
+                                       "to be overwritten");
+}
+
+MaybeFailure CheckMayReplace(const Request& request, const KeptCopy& copy, const FileIdentity& of) {
+  if (!copy.exists() || request.replace) return std::nullopt;
+  if (copy.knowledge() != Knowledge::kGood) {
+    return Refuse(Reason::kNotACopy,
+                  WhyUnknown(copy) + "; say --replace if it is to be overwritten");
+  }
+  if (copy.record().of == of) return std::nullopt;
+  return Refuse(Reason::kNotACopy, request.to + " is a copy of " + IdentityText(copy.record().of) +
+                                       ", not of " + request.from +
+                                       "; say --replace if it is to be overwritten");
+}
+
+MaybeFailure KnownRecord(Machine& machine, const Request& request, const KeptCopy& copy,
+                         const FileIdentity& of, CopyRecord& record) {
+  const bool is_known = copy.knowledge() == Knowledge::kGood;
+  if (is_known && request.as_of.empty()) {
+    record = copy.record();
+    return std::nullopt;
+  }
+  if (is_known) {
+    return Refuse(Reason::kNotACopy, request.to + " is known to be as of " +
+                                         FormatTime(copy.record().as_of) +
+                                         ": --as-of is not for it");
+  }
+  if (request.as_of.empty()) {
+    return NeedFull(Reason::kNotACopy,
+                    WhyUnknown(copy) +
+                        ": say --as-of TIME if you know that every write until then is in it, or " +
+                        kNeedsFull);
+  }
+  record = {.of = of,
+            .copy = copy.identity(),
+            .as_of = ParseTime(request.as_of, machine.Now()).value_or(0),
+            .read_until = machine.Now()};
+  return std::nullopt;
+}
+
+MaybeFailure CheckRuleInWords(Machine& machine, const std::string& path, const CopyRecord& record,
+                              const OfferedBitmap& bitmap, std::optional<FileTime> snapshot) {
+  if (record.as_of > machine.Now() || snapshot.value_or(0) > machine.Now()) {
+    return NeedFull(Reason::kTooLate,
+                    "the time as of which " + path +
+                        " or the snapshot is good lies in the future: was the clock set back? " +
+                        kNeedsFull);
+  }
+  const std::optional<RuleFault> fault = CheckRule(record, bitmap, snapshot);
+  if (!fault) return std::nullopt;
+  switch (*fault) {
+    case RuleFault::kOtherFile:
+      return Refuse(Reason::kNotACopy, path + " is a copy of " + IdentityText(record.of) +
+                                           ", and the bitmap is of " + IdentityText(bitmap.of));
+    case RuleFault::kBegunTooLate:
+      break;
+    case RuleFault::kHalfWay:
+      return Refuse(Reason::kHalfWay,
+                    "an earlier run left " + path + " half way with " +
+                        BitmapText(record.half_way->bitmap, record.half_way->begun) +
+                        ", which knows more than this one: run that one again, or " + kNeedsFull);
+    case RuleFault::kSnapshotTooOld:
+      return Refuse(Reason::kTooLate, "the snapshot is older than " + path + ", which is as of " +
+                                          FormatTime(record.as_of));
+    case RuleFault::kSnapshotUnknown:
+      return Refuse(Reason::kTooLate,
+                    "the bitmap was exported before the snapshot was made, or before " + path +
+                        " was last brought up to date: take the bitmap by its id");
+  }
+  return TooLate(path, record, bitmap);
+}
+
+}  // namespace zel::ctl

@@ -1,0 +1,51 @@
+// What is known of a copy: of which file, as of when, whole or half way. Pure.
+//
+// Format: docs/file-format.md.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "zelctl/block_files.h"
+
+namespace zel::ctl {
+
+// A run that has begun to change the copy, and with which bitmap.
+struct HalfWay {
+  BitmapId bitmap = 0;
+  FileTime begun = 0;        // when the bitmap was begun
+  FileTime taken = 0;        // when the run got it: it knows of no write after that
+  std::uint64_t digest = 0;  // of its bytes
+
+  bool operator==(const HalfWay&) const = default;
+};
+
+// A bitmap that was begun for one copy alone.
+struct OwnBitmap {
+  BitmapId id = 0;
+  FileTime begun = 0;
+
+  bool operator==(const OwnBitmap&) const = default;
+};
+
+// Times are the service's. A record of a copy that does not exist yet has own bitmaps alone.
+struct CopyRecord {
+  FileIdentity of = {};     // the tracked file
+  FileIdentity copy = {};   // the copy itself
+  FileTime as_of = 0;       // every write up to here is in the copy
+  FileTime read_until = 0;  // nothing that was written after this is in it, when it is whole
+  std::uint64_t size = 0;   // of the copy when it was last whole, with the next member its stamp
+  FileTime written = 0;     // when the file system says that it was last written
+  std::optional<HalfWay> half_way = {};
+  std::vector<OwnBitmap> bitmaps = {};  // oldest first
+
+  bool operator==(const CopyRecord&) const = default;
+};
+
+[[nodiscard]] std::string FormatRecord(const CopyRecord& record);
+// None for what FormatRecord does not write.
+[[nodiscard]] std::optional<CopyRecord> ParseRecord(std::string_view text);
+
+}  // namespace zel::ctl

@@ -1,0 +1,39 @@
+#include "zelctl/copies/own_bitmaps.h"
+
+#include <algorithm>
+
+namespace zel::ctl {
+
+void KeepOnlyListed(CopyRecord& record, std::span<const BitmapEntry> listed) {
+  std::erase_if(record.bitmaps, [&](const OwnBitmap& own) {
+    return std::ranges::none_of(listed, [&](const BitmapEntry& entry) {
+      return entry.id == own.id && entry.creation_time == own.begun;
+    });
+  });
+}
+
+std::optional<OwnBitmap> CurrentBitmap(const CopyRecord& record) {
+  std::optional<OwnBitmap> current;
+  for (const OwnBitmap& own : record.bitmaps) {
+    if (own.begun <= record.as_of && (!current || own.begun >= current->begun)) current = own;
+  }
+  return current;
+}
+
+std::optional<OwnBitmap> NextBitmap(const CopyRecord& record) {
+  if (record.bitmaps.empty()) return std::nullopt;
+  const OwnBitmap latest = *std::ranges::max_element(record.bitmaps, {}, &OwnBitmap::begun);
+  if (latest.begun <= record.as_of) return std::nullopt;
+  return latest;
+}
+
+std::vector<OwnBitmap> UsedUpBitmaps(const CopyRecord& record) {
+  std::vector<OwnBitmap> used_up;
+  const std::optional<OwnBitmap> current = CurrentBitmap(record);
+  for (const OwnBitmap& own : record.bitmaps) {
+    if (current && own != *current && own.begun <= current->begun) used_up.push_back(own);
+  }
+  return used_up;
+}
+
+}  // namespace zel::ctl
