@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "files/types.h"
 #include "tracking/tracked_file_table.h"
@@ -16,6 +17,12 @@ namespace zel {
 
 using TrackedFileTable = std::map<VolumeGuid, std::shared_ptr<VolumeFileList>>;
 
+// As the lists order paths: those that differ only in the case of A to Z are the same.
+struct PathOrder {
+  using is_transparent = void;
+  bool operator()(std::wstring_view a, std::wstring_view b) const { return PathLess(a, b); }
+};
+
 struct TrackedFilesState {
   TrackedFileTable table ZEL_GUARDED_BY(TrackedFilesLock);
   UniqueRegistryKey TrackedFileListKey ZEL_GUARDED_BY(TrackedFilesLock);
@@ -24,7 +31,7 @@ struct TrackedFilesState {
   UniqueThread CleanupThread ZEL_GUARDED_BY(TrackedFilesLock);
   UniqueEvent CleanupWakeEvent ZEL_GUARDED_BY(TrackedFilesLock);  // manual reset
   // The paths of new files whose start has not ended (EndTrackingStart).
-  std::multiset<std::wstring> StartsInHand ZEL_GUARDED_BY(TrackedFilesLock);
+  std::multiset<std::wstring, PathOrder> StartsInHand ZEL_GUARDED_BY(TrackedFilesLock);
   bool CleanupShutdown ZEL_GUARDED_BY(TrackedFilesLock) = false;  // asks the thread to end
 };
 

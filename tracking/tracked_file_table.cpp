@@ -122,14 +122,14 @@ bool StartTrackingFile(std::wstring_view path, const VolumeGuid& volume_guid, Fi
 
 bool TrackingStartIsInHand(std::wstring_view path) {
   const LockGuard guard(TrackedFilesLock);
-  return TrackedFiles().StartsInHand.contains(std::wstring(path));
+  return TrackedFiles().StartsInHand.contains(path);
 }
 
 bool EndTrackingStart(std::wstring_view path) {
   const LockGuard guard(TrackedFilesLock);
   if (StopRequested) return false;
   auto& starts = TrackedFiles().StartsInHand;
-  if (const auto start = starts.find(std::wstring(path)); start != starts.end()) {
+  if (const auto start = starts.find(path); start != starts.end()) {
     starts.erase(start);
   }
   return true;

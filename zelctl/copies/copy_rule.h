@@ -24,7 +24,7 @@ struct OfferedBitmap {
 
 enum class RuleFault {
   kOtherFile,        // the copy is one of another file
-  kBegunTooLate,     // changes between the copy's time and the bitmap's begin are in neither
+  kBegunTooLate,     // changes between the copy's time and the bitmap's are in neither
   kHalfWay,          // a run with a bitmap that knows more left the copy half way
   kSnapshotTooOld,   // the snapshot is older than the copy or than the bitmap
   kSnapshotUnknown,  // the bitmap may lack what the snapshot has, or what the copy has beyond it

@@ -385,7 +385,8 @@ TEST_F(StartTracking2Test, NoticeThatFailedIsSentAgainWithTheNextStart) {
   EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", "notify"));
 }
 
-// A start of the file while another one, for which it is new, is being verified.
+// A start of the file, its path in other letters, while another one, for which it is new, is being
+// verified.
 class SecondStartTest : public StartTracking2Test {
  protected:
   ~SecondStartTest() override {
@@ -398,7 +399,7 @@ class SecondStartTest : public StartTracking2Test {
       FakeDriver::on_verify = [] {};
       FakeDriver::verify_code = second_code;
       wire::BitmapInfo second_info = {};
-      second = client.StartTracking2(kPath, kKey, 100'000, kBlock, second_info);
+      second = client.StartTracking2(L"c:\\DATA\\File", kKey, 100'000, kBlock, second_info);
       FakeDriver::verify_code = code;
     };
   }
@@ -411,8 +412,8 @@ TEST_F(SecondStartTest, IsVerifiedToo) {
   EXPECT_EQ(Start(100'000), (CallResult{0, 0}));
   EXPECT_EQ(second, (CallResult{0, 0}));
   EXPECT_EQ(BitmapsOf().size(), 2u);
-  const std::string verify = "verify C:\\data\\file 281474976710947";
-  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", verify, "notify", verify));
+  EXPECT_THAT(FakeDriver::Take(), ElementsAre("notify", "verify C:\\data\\file 281474976710947",
+                                              "notify", "verify c:\\DATA\\File 281474976710947"));
 }
 
 TEST_F(SecondStartTest, FailureOfTheFirstDoesNotUndoIt) {

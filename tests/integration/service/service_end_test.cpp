@@ -198,6 +198,9 @@ TEST_P(ServiceEndTest, StoppedIsReportedOnceWithTheFirstCode) {
 
   EXPECT_FALSE(DriverPortConnected());
   EXPECT_TRUE(Log().ends_with("Service stopped\r\n"));
+  EXPECT_EQ(
+      Log().find("A client keeps its call although the service has stopped: ") != std::string::npos,
+      std::string_view(ending.name) == "ClientThatKeepsItsCall");
   const std::vector<std::string> errors = Errors();
   if (ending.error == nullptr) {
     EXPECT_THAT(errors, ::testing::IsEmpty());
