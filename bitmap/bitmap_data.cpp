@@ -33,24 +33,30 @@ FlushResult FlushViewToDevice(BitmapFile& file) {
   return view.ok() ? Outcome(FlushResult::Step::kFile, file.FlushToDevice()) : view;
 }
 
+void Close(BitmapData& data) {
+  data.View = nullptr;
+  data.File.reset();
+}
+
 }  // namespace
 
 LoadFailure OpenAndMapBitmap(BitmapData& data) {
   OpenError error;
   data.File = SystemBitmapFiles().Open(data.FileName, error);
   if (!data.File) return {FaultOf(error.step), error.code};
+  data.View = data.File->header();
   data.FileSize = data.File->size();
   // Read once: another program that has the file mapped could change it. A file shorter than a
   // header reads as zeros from its end on, so that its BitmapSize does not fit either.
   std::uint32_t bitmap_size = 0;
   if (const std::uint32_t fault =
           TouchView(data, [&] { bitmap_size = data.header()->BitmapSize; })) {
-    data.File.reset();
+    Close(data);
     return {LoadFault::kFault, fault};
   }
   data.BitmapSize = bitmap_size;
   if (!FitsBitmapFile(data.BitmapSize, data.FileSize)) {
-    data.File.reset();
+    Close(data);
     return {LoadFault::kCorrupted, data.BitmapSize};
   }
   if (data.BitmapSize != 0) {
@@ -94,7 +100,7 @@ FlushResult MarkClosedCleanly(BitmapData& data) {
 
 void CloseIfUnpinned(BitmapData& data) {
   const LockGuard guard(data.FlushLock);
-  if (data.InUseCount.load(std::memory_order_acquire) == 0) data.File.reset();
+  if (data.InUseCount.load(std::memory_order_acquire) == 0) Close(data);
 }
 
 void LogFlushFailure(const BitmapData& data, const FlushResult& result) {

@@ -19,24 +19,27 @@
 
 namespace zel {
 
+// What every report needs comes first, beside the shared ownership's counters: with many files each
+// further cache line is one more wait for memory.
 struct BitmapData {
-  std::atomic<std::uint32_t> InUseCount{0};  // pins; first, beside the shared ownership's counters
+  std::atomic<std::uint32_t> InUseCount{0};  // pins
   // Whether something was recorded that the device may not have. Stored after it was, by whoever
   // holds a pin; cleared before the bits are flushed.
   std::atomic<bool> HasChanges{false};
   std::atomic<bool> OwesMark{false};  // a mark waits to be flushed
-  zel::BitmapId BitmapId = 0;
-  std::wstring FileName;                // full path of the bitmap file
-  RtlBitmap BitmapHeader = {};          // over the bit area; zero for an empty one
-  std::uint32_t FileSize = 0;           // low 32 bits of the file's length at open
-  std::uint32_t BitmapSize = 0;         // bytes of the bit area, as checked against that
+  // File's view, while that is open. Stays while somebody holds a pin; whoever does not looks at it
+  // under FlushLock.
+  BitmapFileHeader* View = nullptr;
   std::optional<ChangeBitmap> Changes;  // once the header has been accepted
-  Mutex FlushLock;                      // held over a flush, and while the file is being closed
-  // Null until it is opened and once it is closed. Stays while somebody holds a pin; whoever does
-  // not looks at it under FlushLock.
-  std::unique_ptr<BitmapFile> File;
+  std::uint32_t BitmapSize = 0;         // bytes of the bit area, as checked against FileSize
+  std::uint32_t FileSize = 0;           // low 32 bits of the file's length at open
+  zel::BitmapId BitmapId = 0;
+  std::wstring FileName;             // full path of the bitmap file
+  RtlBitmap BitmapHeader = {};       // over the bit area; zero for an empty one
+  Mutex FlushLock;                   // held over a flush, and while the file is being closed
+  std::unique_ptr<BitmapFile> File;  // null until it is opened and once it is closed
 
-  [[nodiscard]] BitmapFileHeader* header() const { return File ? File->header() : nullptr; }
+  [[nodiscard]] BitmapFileHeader* header() const { return View; }
 };
 
 // Does `work`, which reads or writes the header or the bits and owns nothing (win32/view_fault.h):

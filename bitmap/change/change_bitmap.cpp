@@ -7,10 +7,10 @@ namespace zel {
 ChangeBitmap::ChangeBitmap(BitmapFileHeader& header, std::uint32_t block_size,
                            const RtlBitmap& bits, BitSetter* set_bits)
     : header_(header),
+      block_size_(block_size),
       bits_(bits),
       set_bits_(set_bits),
-      file_size_(header.FileSize),
-      block_size_(block_size) {}
+      file_size_(header.FileSize) {}
 
 ChangeBitmap::WriteRecorded ChangeBitmap::RecordWrite(std::uint64_t offset, std::uint32_t length,
                                                       FileTime now) {

@@ -53,11 +53,12 @@ class ChangeBitmap {
   Owed Mark(std::uint8_t BitmapFileHeader::*mark);
   void Set(const std::optional<BitRange>& bits);
 
+  // A write needs all but the last.
   BitmapFileHeader& header_;
+  const std::uint32_t block_size_;
   const RtlBitmap bits_;
   BitSetter* const set_bits_;
   const std::uint64_t file_size_;  // of the tracked file when the bitmap was made
-  const std::uint32_t block_size_;
 };
 
 }  // namespace zel
