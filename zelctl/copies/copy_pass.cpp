@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "bitmap/format/new_bitmap.h"
+#include "zelctl/copies/copy_replacement.h"
 #include "zelctl/error_words.h"
 #include "zelctl/map_text.h"
 #include "zelctl/progress_line.h"
@@ -91,19 +92,19 @@ MaybeFailure CopyPass::CopyAll(CopyRecord record) {
     Report("full", source_size_, source_size_ > 0 ? 1 : 0, record.as_of);
     return std::nullopt;
   }
-  std::unique_ptr<ReplacementFile> file;
-  if (auto failure = copy_.BeginReplacement(source_size_, file)) return failure;
+  CopyReplacement replacement(with_.machine, copy_);
+  if (auto failure = replacement.Begin(source_size_)) return failure;
   {
     ProgressLine progress(with_, request_, "copying", source_size_);
-    const auto fault = CopyWhole(source_size_, *source_, *file, progress.counter());
+    const auto fault = CopyWhole(source_size_, *source_, replacement.file(), progress.counter());
     if (auto failure = Check(fault)) return failure;
   }
-  if (auto failure = FinishWith(*file)) {
+  if (auto failure = FinishWith(replacement.file())) {
     failure->message += "; " + request_.to + " is as it was";
     return failure;
   }
   record.read_until = with_.machine.Now();
-  if (auto failure = copy_.Replace(*file, record)) return failure;
+  if (auto failure = replacement.TakePlace(record)) return failure;
   Report("full", source_size_, source_size_ > 0 ? 1 : 0, record.as_of);
   return std::nullopt;
 }

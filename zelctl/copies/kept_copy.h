@@ -1,17 +1,15 @@
-// A copy, what is known of it, and the lock that keeps other runs away from it. Pure.
+// A copy that this run alone has, and what is known of it from one run to the next. Pure.
 //
-// What is known lies in the folder ".zelctl" beside the copy, under the copy's file id: it is found
-// however the copy is called there. A full pass makes a new file with a record of its own.
+// Not here: how others are kept away (copies/copy_lock.h), where what is known lies
+// (copies/copy_place.h), another file in the copy's place (copies/copy_replacement.h).
 //
 // Threads: one thread.
 #pragma once
 
-#include <memory>
 #include <string>
 
+#include "zelctl/copies/copy_lock.h"
 #include "zelctl/copies/copy_record.h"
-#include "zelctl/failure.h"
-#include "zelctl/machine.h"
 
 namespace zel::ctl {
 
@@ -26,7 +24,6 @@ class KeptCopy {
  public:
   // `path` as it was told; messages use it.
   KeptCopy(Machine& machine, std::string path);
-  ~KeptCopy();
   KeptCopy(const KeptCopy&) = delete;
   KeptCopy& operator=(const KeptCopy&) = delete;
 
@@ -34,10 +31,11 @@ class KeptCopy {
   // other run has the copy. A copy that does not exist is no failure. Called once, first.
   [[nodiscard]] MaybeFailure Hold();
 
-  [[nodiscard]] bool exists() const { return file_ != nullptr; }
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] bool exists() const { return lock_.file() != nullptr; }
+  [[nodiscard]] const std::string& path() const { return place_.told(); }
+  [[nodiscard]] const CopyPlace& place() const { return place_; }
   // Of a copy that exists.
-  [[nodiscard]] TargetFile& file() { return *file_; }
+  [[nodiscard]] TargetFile& file() { return *lock_.file(); }
   [[nodiscard]] const FileIdentity& identity() const { return identity_; }
   [[nodiscard]] std::uint64_t size() const { return size_; }
 
@@ -50,35 +48,21 @@ class KeptCopy {
   [[nodiscard]] MaybeFailure SaveWhole(CopyRecord record);
   [[nodiscard]] MaybeFailure SaveAsItIs(CopyRecord record);
 
-  // Another file in the copy's place, where it must have room for `size` bytes.
-  [[nodiscard]] MaybeFailure BeginReplacement(std::uint64_t size,
-                                              std::unique_ptr<ReplacementFile>& file);
-  // Its record is on the device before the file takes its place. The copy is the new file then.
-  [[nodiscard]] MaybeFailure Replace(ReplacementFile& file, CopyRecord record);
-
   // Whether the volume can take so many more bytes.
   [[nodiscard]] MaybeFailure CheckRoom(std::uint64_t bytes) const;
 
+  // The two steps by which another file takes the copy's place: the copy is closed, and it is the
+  // file of that record, which is on the device.
+  void Close() { lock_.CloseFile(); }
+  void BecomeReplaced(CopyRecord record);
+
  private:
-  [[nodiscard]] MaybeFailure LockAndOpen(bool& is_settled);
-  [[nodiscard]] MaybeFailure LockName(bool& is_settled);
-  [[nodiscard]] MaybeFailure LockFile(bool& is_settled);
-  [[nodiscard]] MaybeFailure TakeLock(const std::string& key);
   [[nodiscard]] MaybeFailure ReadRecord();
-  [[nodiscard]] MaybeFailure Write(const CopyRecord& record) const;
-  [[nodiscard]] std::string RecordPath(const FileIdentity& identity) const;
-  [[nodiscard]] std::string Beside(const std::string& name) const;
-  [[nodiscard]] MaybeFailure Check(std::uint32_t code, const std::string& what) const;
-  [[nodiscard]] Failure Busy() const;
+  [[nodiscard]] MaybeFailure CheckStamp();
 
   Machine& machine_;
-  const std::string path_;
-  std::string resolved_;
-  std::string folder_;    // where the records are
-  std::string name_key_;  // what stands for the copy's name there
-  std::string record_path_;
-  std::unique_ptr<HeldLock> lock_;
-  std::unique_ptr<TargetFile> file_;
+  const CopyPlace place_;
+  CopyLock lock_;
   FileIdentity identity_;
   std::uint64_t size_ = 0;
   Knowledge knowledge_ = Knowledge::kNone;
