@@ -105,7 +105,9 @@ MaybeFailure Backup::FindRecord() {
   if (copy_.knowledge() == Knowledge::kGood && copy_.record().of == of_) {
     record_ = copy_.record();
   } else if (copy_.exists()) {
-    // It may be replaced: what is written down from here on is that, as of no time at all.
+    // It may be replaced: what is written down from here on is that, as of no time at all, and the
+    // bitmaps that were begun for it.
+    if (copy_.record().of == of_) record_.bitmaps = copy_.record().bitmaps;
     record_.size = copy_.size();
     const std::uint32_t code = copy_.file().GetWriteTime(record_.written);
     if (auto failure = CheckSystem(with_.machine, code, "cannot read " + request_.to)) {

@@ -29,7 +29,8 @@ std::string WhyUnknown(const KeptCopy& copy) {
     case Knowledge::kDamaged:
       return "what was known of " + copy.path() + " is damaged";
     case Knowledge::kChanged:
-      return copy.path() + " was changed by something else since it was brought up to date";
+      return copy.path() + " was changed by something else since " +
+             (copy.record().half_way ? "a run left it half way" : "it was brought up to date");
   }
   return "nothing is known of " + copy.path() + ", as of when it is a copy and of what";
 }

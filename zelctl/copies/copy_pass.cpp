@@ -4,6 +4,7 @@
 
 #include "bitmap/format/new_bitmap.h"
 #include "zelctl/copies/copy_replacement.h"
+#include "zelctl/copies/live_target.h"
 #include "zelctl/error_words.h"
 #include "zelctl/map_text.h"
 #include "zelctl/progress_line.h"
@@ -63,8 +64,9 @@ MaybeFailure CopyPass::Update(const TakenBitmap& bitmap, const CopyRecord& recor
   meanwhile.half_way = {.bitmap = offered.id,
                         .begun = offered.begun,
                         .taken = offered.taken,
-                        .digest = offered.digest};
-  if (auto failure = copy_.SaveAsItIs(meanwhile)) return failure;
+                        .digest = offered.digest,
+                        .size = source_size_};
+  if (auto failure = copy_.BeginWriting(meanwhile)) return failure;
   if (auto failure = CopyRanges(bitmap, totals)) return failure;
   if (auto failure = FinishWith(copy_.file())) return failure;
   after.read_until = with_.machine.Now();
@@ -83,7 +85,8 @@ MaybeFailure CopyPass::CopyRanges(const TakenBitmap& bitmap, const ChangeTotals&
                             " has grown since the bitmap was taken: it is being written");
   }
   ProgressLine progress(with_, request_, "copying", totals.changed_bytes);
-  return Check(CopyChanges(bitmap.file, source_size_, *source_, copy_.file(), progress.counter()));
+  LiveTarget copy(copy_);
+  return Check(CopyChanges(bitmap.file, source_size_, *source_, copy, progress.counter()));
 }
 
 MaybeFailure CopyPass::CopyAll(CopyRecord record) {

@@ -57,6 +57,11 @@ void ReadMember(WordReader& words, const std::string& name, CopyRecord& record) 
     record.half_way = {
         .bitmap = words.Id(), .begun = words.Time(), .taken = words.Time(), .digest = words.Id()};
   }
+  if (name == "writing" && record.half_way) {
+    record.half_way->size = words.Id();
+    record.half_way->from = words.Time();
+    record.half_way->until = words.Time();
+  }
 }
 
 }  // namespace
@@ -69,8 +74,10 @@ std::string FormatRecord(const CopyRecord& record) {
                      Line("size", {FormatId(record.size)}) +
                      Line("written", {FormatTime(record.written)});
   if (const auto& half = record.half_way) {
-    text += Line("half-way", {FormatId(half->bitmap), FormatTime(half->begun),
-                              FormatTime(half->taken), FormatId(half->digest)});
+    text +=
+        Line("half-way", {FormatId(half->bitmap), FormatTime(half->begun), FormatTime(half->taken),
+                          FormatId(half->digest)}) +
+        Line("writing", {FormatId(half->size), FormatTime(half->from), FormatTime(half->until)});
   }
   for (const OwnBitmap& bitmap : record.bitmaps) {
     text += Line("bitmap", {FormatId(bitmap.id), FormatTime(bitmap.begun)});

@@ -18,6 +18,9 @@ struct HalfWay {
   FileTime begun = 0;        // when the bitmap was begun
   FileTime taken = 0;        // when the run got it: it knows of no write after that
   std::uint64_t digest = 0;  // of its bytes
+  std::uint64_t size = 0;    // that the run gives the copy
+  FileTime from = 0;         // when it may have written the copy, by this machine's clock
+  FileTime until = 0;
 
   bool operator==(const HalfWay&) const = default;
 };
@@ -30,13 +33,15 @@ struct OwnBitmap {
   bool operator==(const OwnBitmap&) const = default;
 };
 
-// Times are the service's. A record of a copy that does not exist yet has own bitmaps alone.
+// Times are the service's where nothing else is said. A record of a copy that does not exist yet
+// has own bitmaps alone.
 struct CopyRecord {
   FileIdentity of = {};     // the tracked file
   FileIdentity copy = {};   // the copy itself
   FileTime as_of = 0;       // every write up to here is in the copy
   FileTime read_until = 0;  // nothing that was written after this is in it, when it is whole
-  std::uint64_t size = 0;   // of the copy when it was last whole, with the next member its stamp
+  std::uint64_t size = 0;   // of the copy when it was last whole, or as the run that left it half
+                            // way found it; with the next member its stamp
   FileTime written = 0;     // when the file system says that it was last written
   std::optional<HalfWay> half_way = {};
   std::vector<OwnBitmap> bitmaps = {};  // oldest first

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "zelctl/copies/copy_stamp.h"
 #include "zelctl/copies/record_file.h"
 #include "zelctl/error_words.h"
 #include "zelctl/size_text.h"
@@ -35,12 +36,10 @@ MaybeFailure KeptCopy::ReadRecord() {
 }
 
 MaybeFailure KeptCopy::CheckStamp() {
-  // What an interrupted run has left has no stamp yet.
-  if (record_.half_way) return std::nullopt;
   FileTime written = 0;
   const std::uint32_t code = file().GetWriteTime(written);
   if (auto failure = CheckSystem(machine_, code, "cannot read " + path())) return failure;
-  if (size_ != record_.size || written != record_.written) knowledge_ = Knowledge::kChanged;
+  if (!IsAsLeft(record_, {.size = size_, .written = written})) knowledge_ = Knowledge::kChanged;
   return std::nullopt;
 }
 
@@ -50,6 +49,30 @@ MaybeFailure KeptCopy::SaveAsItIs(CopyRecord record) {
   record_ = std::move(record);
   knowledge_ = Knowledge::kGood;
   return std::nullopt;
+}
+
+// File systems that do not move a time which was set, as long as the file is open, leave no doubt
+// of who wrote it.
+MaybeFailure KeptCopy::BeginWriting(CopyRecord record) {
+  const FileTime now = machine_.Now();
+  record.size = size_;
+  record.half_way->from = now;
+  record.half_way->until = now + kSignOfLife;
+  std::uint32_t code = file().GetWriteTime(record.written);
+  if (auto failure = CheckSystem(machine_, code, "cannot read " + path())) return failure;
+  if (auto failure = SaveAsItIs(std::move(record))) return failure;
+  FileTime stamped = 0;
+  code = file().Stamp(now, stamped);
+  return CheckSystem(machine_, code, "cannot write " + path());
+}
+
+std::uint32_t KeptCopy::SayAlive() {
+  const FileTime now = machine_.Now();
+  if (now + kSignOfLife / 2 < record_.half_way->until) return 0;
+  CopyRecord record = record_;
+  record.half_way->until = now + kSignOfLife;
+  const MaybeFailure failure = SaveAsItIs(std::move(record));
+  return failure ? failure->code : 0;
 }
 
 MaybeFailure KeptCopy::SaveWhole(CopyRecord record) {

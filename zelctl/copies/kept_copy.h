@@ -40,13 +40,19 @@ class KeptCopy {
   [[nodiscard]] std::uint64_t size() const { return size_; }
 
   [[nodiscard]] Knowledge knowledge() const { return knowledge_; }
-  // Counts for kGood; otherwise as good as empty.
+  // For kGood what is known, for kChanged what was known before, if it was this file; otherwise
+  // empty.
   [[nodiscard]] const CopyRecord& record() const { return record_; }
 
-  // Each puts the record on the device. A record of a whole copy gets the copy's stamp: nothing is
-  // written to the copy after that.
-  [[nodiscard]] MaybeFailure SaveWhole(CopyRecord record);
+  // Each puts the record on the device. The copy is written through LiveTarget after BeginWriting,
+  // whose `record` says with which bitmap it is half way, and before SaveWhole.
   [[nodiscard]] MaybeFailure SaveAsItIs(CopyRecord record);
+  [[nodiscard]] MaybeFailure BeginWriting(CopyRecord record);
+  [[nodiscard]] MaybeFailure SaveWhole(CopyRecord record);
+
+  // Says in the record that this run goes on writing, unless it was said just now. Answers a code
+  // of the system.
+  [[nodiscard]] std::uint32_t SayAlive();
 
   // Whether the volume can take so many more bytes.
   [[nodiscard]] MaybeFailure CheckRoom(std::uint64_t bytes) const;

@@ -15,6 +15,7 @@ constexpr char kSource[] = "C:\\source";
 constexpr char kCopy[] = "D:\\copy";
 constexpr char kRecords[] = "D:\\.zelctl\\";
 constexpr FileTime kStart = test::kCreated + 1000;
+constexpr FileTime kSecond = 10'000'000;
 constexpr std::uint32_t kBlock = 4096;
 
 class ApplyTest : public test::ToolTest {
@@ -69,6 +70,14 @@ class ApplyTest : public test::ToolTest {
   std::string RecordPath() { return kRecords + FormatId(machine.At(kCopy).id) + ".copy"; }
   bool IsHalfWay() { return Record().half_way.has_value(); }
   bool Equal() { return machine.At(kCopy).bytes == machine.At(kSource).bytes; }
+  // Of several blocks that have changed.
+  void DieInTheMidst() {
+    machine.death = {.changes = 0, .fail_at = 8};
+    EXPECT_EQ(Run(Arguments()), 1);
+    machine.death = {};
+    ASSERT_TRUE(IsHalfWay());
+    ASSERT_FALSE(Equal());
+  }
   // "reason: message".
   std::string Refusal(const std::vector<std::string>& arguments, int exit_code = 1) {
     const Bytes before = machine.At(kCopy).bytes;
@@ -457,11 +466,7 @@ TEST_F(ApplyTest, HalfCopyIsRefusedForBitmapsThatKnowLess) {
   machine.At("B:\\old") = machine.At("B:\\bitmap");
   machine.now += 10;
   for (const int block : {1, 3, 5}) WriteBlock(block, std::byte{7});
-  machine.death = {.changes = 0, .fail_at = 7};
-  EXPECT_EQ(Run(Arguments()), 1);
-  machine.death = {};
-  ASSERT_TRUE(IsHalfWay());
-  ASSERT_FALSE(Equal());
+  DieInTheMidst();
 
   EXPECT_THAT(Refusal(apply_export("B:\\old")),
               HasSubstr("half way with bitmap 0x000500000001a9f0, begun 2026-01-31T14:38:43."))
@@ -474,6 +479,50 @@ TEST_F(ApplyTest, HalfCopyIsRefusedForBitmapsThatKnowLess) {
   EXPECT_EQ(Run(Arguments()), 0);
   EXPECT_TRUE(Equal());
   EXPECT_FALSE(IsHalfWay());
+}
+
+TEST_F(ApplyTest, HalfCopyThatSomethingElseChangedIsNotCompleted) {
+  for (const int block : {1, 3, 5}) WriteBlock(block, std::byte{7});
+  DieInTheMidst();
+  test::MemoryFile& copy = machine.At(kCopy);
+  const test::MemoryFile left = copy;
+  const auto refused = [&] {
+    EXPECT_THAT(Refusal(Arguments(), 4),
+                HasSubstr("not_a_copy: D:\\copy was changed by something else since a run left it "
+                          "half way: say --as-of TIME"));
+    copy = left;
+  };
+  copy.written += 20 * kSecond;
+  refused();
+  copy.written -= 20 * kSecond;
+  refused();
+  copy.bytes.resize(copy.bytes.size() + 1);
+  refused();
+  machine.now += 100 * kSecond;
+  EXPECT_EQ(Run(Arguments()), 0) << terminal.notes;
+  EXPECT_TRUE(Equal());
+}
+
+// Each of the two runs finds what was written while the one before lived.
+TEST_F(ApplyTest, RunThatWasKilledLateIsCompletedAsWellAsOneThatDidNothing) {
+  for (const int block : {1, 3, 5, 7}) WriteBlock(block, std::byte{7});
+  const auto work_slowly = [&](test::MemoryFile&) {
+    machine.At(kCopy).written = machine.now;  // what was written last
+    machine.now += 7 * kSecond;
+  };
+  machine.At(kSource).after_read = work_slowly;
+  machine.death = {.changes = 0, .fail_at = 24};
+  EXPECT_EQ(Run(Arguments()), 1);
+  machine.At(kSource).after_read = {};
+  machine.death = {};
+  ASSERT_GT(machine.now, kStart + 20 * kSecond);
+  machine.now += 100 * kSecond;
+  machine.death = {.changes = 0, .fail_at = 4};  // the new run's record is all that it did
+  EXPECT_EQ(Run(Arguments()), 1);
+  machine.death = {};
+  machine.now += 100 * kSecond;
+  EXPECT_EQ(Run(Arguments()), 0) << terminal.notes;
+  EXPECT_TRUE(Equal());
 }
 
 TEST_F(ApplyTest, FullCopyEndsWhatAnInterruptedRunLeft) {

@@ -125,6 +125,17 @@ TEST_F(BackupTest, FileThatIsNoCopyIsReplacedOnlyWhenItIsSaid) {
   EXPECT_TRUE(Equal());
 }
 
+TEST_F(BackupTest, CopyThatSomethingElseChangedKeepsNoBitmapsBehind) {
+  EXPECT_EQ(Run(), 0);
+  machine.At(kCopy).written += 1'000'000'000;
+  Work();
+  EXPECT_EQ(Run({"--full-if-needed"}), 1);
+  EXPECT_EQ(answer["error"]["reason"], "not_a_copy");
+  EXPECT_EQ(Run({"--full-if-needed", "--replace"}), 0);
+  EXPECT_TRUE(Equal());
+  EXPECT_EQ(service.bitmaps.size(), 1u);
+}
+
 TEST_F(BackupTest, WritesDuringTheComparisonAreExcusedAndOthersAreNot) {
   EXPECT_EQ(Run(), 0);
   for (const bool is_seen : {true, false}) {

@@ -49,7 +49,10 @@ TEST(CopyRecordTest, RecordIsReadBackAndNothingElseIs) {
       EXPECT_EQ(ParseRecord(damaged), std::nullopt) << damaged;
     }
     EXPECT_EQ(ParseRecord(text + " "), std::nullopt);
-    if (members == 0) record.half_way = {.bitmap = 1, .begun = 2, .taken = 3, .digest = 4};
+    if (members == 0) {
+      record.half_way = {
+          .bitmap = 1, .begun = 2, .taken = 3, .digest = 4, .size = 5, .from = 6, .until = 7};
+    }
     if (members == 1) record.bitmaps = {{.id = 5, .begun = 6}, {.id = 7, .begun = 8}};
   }
 }
