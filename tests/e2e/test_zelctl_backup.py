@@ -4,6 +4,7 @@ repeated and reordered."""
 import datetime
 import os
 import random
+import shutil
 import time
 
 import pytest
@@ -61,6 +62,24 @@ def test_copies_have_bitmaps_of_their_own(bench):
     assert bench.is_equal(other) and len(bitmap_ids(bench)) == 2
     assert backup(bench)["mode"] == "incremental"
     assert bench.is_equal()
+
+
+def test_copy_that_moves_with_its_record_goes_on(bench):
+    backup(bench)
+    bench.work(1)
+    place = bench.copy.parent / "copy moved"
+    shutil.rmtree(place, ignore_errors=True)
+    place.mkdir()
+    bench.copy.rename(place / "copy.bin")
+    moved = "C:\\data\\copy moved\\copy.bin"
+    error = backup(bench, copy=moved, exit_code=1)["error"]
+    assert error["reason"] == "not_a_copy"
+    missing = error["message"].split("(there is no ")[1].split(")")[0]
+    record = bench.records / missing.split("\\")[-1]
+    record.rename(place / ".zelctl" / record.name)
+    assert backup(bench, copy=moved)["mode"] == "incremental"
+    assert bench.is_equal(moved)
+    shutil.rmtree(place)
 
 
 def test_untrusted_bitmap_ends_with_four_or_in_a_full_pass_that_is_announced(bench):

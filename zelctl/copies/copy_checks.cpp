@@ -32,7 +32,9 @@ std::string WhyUnknown(const KeptCopy& copy) {
       return copy.path() + " was changed by something else since " +
              (copy.record().half_way ? "a run left it half way" : "it was brought up to date");
   }
-  return "nothing is known of " + copy.path() + ", as of when it is a copy and of what";
+  return "nothing is known of " + copy.path() +
+         ", as of when it is a copy and of what (there is no " +
+         copy.place().record(copy.identity()) + ")";
 }
 
 MaybeFailure TooLate(const std::string& path, const CopyRecord& record,

@@ -262,6 +262,53 @@ TEST_F(ApplyTest, CopyIsKnownByWhatItIsAndNotByItsName) {
   EXPECT_THAT(Refusal(Arguments(), 4), HasSubstr("nothing is known"));
 }
 
+TEST_F(ApplyTest, CopyMovedWithinItsVolumeIsKnownOnceItsRecordIsThereToo) {
+  WriteBlock(2, std::byte{1});
+  std::vector<std::string> arguments = Arguments();
+  arguments.back() = "D:\\moved\\copy";
+  const std::string record = RecordPath();
+  const std::string moved_record = "D:\\moved\\" + record.substr(3);
+  machine.files[arguments.back()] = machine.files[kCopy];
+  machine.files.erase(kCopy);
+  EXPECT_THAT(RunJson(arguments, 4)["error"]["message"].get<std::string>(),
+              HasSubstr("nothing is known of D:\\moved\\copy, as of when it is a copy and of what "
+                        "(there is no " +
+                        moved_record + ")"));
+  machine.files[moved_record] = machine.files[record];
+  machine.files.erase(record);
+  EXPECT_EQ(Run(arguments), 0) << terminal.notes;
+  EXPECT_EQ(machine.At("D:\\moved\\copy").bytes, machine.At(kSource).bytes);
+}
+
+// On another volume it has another id, even where its record is renamed to it.
+TEST_F(ApplyTest, CopyOfTheCopyIsAnotherFile) {
+  std::vector<std::string> arguments = Arguments();
+  arguments.back() = "E:\\copy";
+  test::MemoryFile& copied = machine.At("E:\\copy");
+  copied.bytes = machine.At(kCopy).bytes;
+  copied.written = machine.At(kCopy).written;
+  const std::string record = "E:\\.zelctl\\" + FormatId(machine.At(kCopy).id) + ".copy";
+  machine.At(record).bytes = machine.At(RecordPath()).bytes;
+  EXPECT_THAT(Refusal(arguments, 4), HasSubstr("nothing is known"));
+  machine.At("E:\\.zelctl\\" + FormatId(copied.id) + ".copy").bytes =
+      machine.At(RecordPath()).bytes;
+  EXPECT_THAT(Refusal(arguments, 4), HasSubstr("was changed by something else"));
+  arguments.insert(arguments.end(), {"--as-of", std::to_string(kStart)});
+  EXPECT_EQ(Run(arguments), 0) << terminal.notes;
+}
+
+// Its record beside it is older than the copy that was brought up to date elsewhere.
+TEST_F(ApplyTest, CopyMovedBackToAnOldRecordIsNotTakenForWhatItWas) {
+  const CopyRecord old = Record();
+  const Bytes old_record = machine.At(RecordPath()).bytes;
+  WriteBlock(2, std::byte{1});
+  machine.now += kSecond;
+  EXPECT_EQ(Run(Arguments()), 0);
+  machine.At(RecordPath()).bytes = old_record;
+  ASSERT_EQ(Record(), old);
+  EXPECT_THAT(Refusal(Arguments(), 4), HasSubstr("was changed by something else"));
+}
+
 // The live file is never the place of a copy; whatever else is there, only when it is said.
 TEST_F(ApplyTest, NothingIsOverwrittenUnasked) {
   machine.At("E:\\other").bytes = Bytes(41'000, std::byte{7});
