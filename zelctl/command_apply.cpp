@@ -77,7 +77,10 @@ MaybeFailure ApplyFull(Surroundings& with, const Request& request, Output& outpu
   if (auto failure = CheckSourceIdentity(request, source, of)) return failure;
   if (auto failure = CheckPlace(with, request, copy, source, of)) return failure;
   if (auto failure = CheckMayReplace(request, copy, of)) return failure;
-  return pass.CopyAll({.of = of, .as_of = moment, .bitmaps = copy.record().bitmaps});
+  return pass.CopyAll({.of = of,
+                       .as_of = moment,
+                       .bitmaps = copy.record().bitmaps,
+                       .beginning = copy.record().beginning});
 }
 
 }  // namespace

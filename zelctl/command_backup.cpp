@@ -6,6 +6,7 @@
 #include "zelctl/copies/own_bitmaps.h"
 #include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
+#include "zelctl/time_text.h"
 
 namespace zel::ctl {
 
@@ -25,6 +26,7 @@ class Backup {
   [[nodiscard]] MaybeFailure FindFile();
   [[nodiscard]] MaybeFailure FindRecord();
   [[nodiscard]] MaybeFailure ListBitmaps(std::vector<BitmapEntry>& listed);
+  void TellWhatWasLeft();
   [[nodiscard]] MaybeFailure BeginNext();
   [[nodiscard]] MaybeFailure EnsureNext();
   [[nodiscard]] MaybeFailure EnsureTrustedNext();
@@ -47,6 +49,7 @@ class Backup {
   KeptCopy copy_;
   FileIdentity of_;
   CopyRecord record_;
+  std::vector<BitmapEntry> listed_;  // the file's bitmaps when this run began
   OwnBitmap next_;
   bool next_is_new_ = false;
   FileTime moment_ = 0;
@@ -107,7 +110,10 @@ MaybeFailure Backup::FindRecord() {
   } else if (copy_.exists()) {
     // It may be replaced: what is written down from here on is that, as of no time at all, and the
     // bitmaps that were begun for it.
-    if (copy_.record().of == of_) record_.bitmaps = copy_.record().bitmaps;
+    if (copy_.record().of == of_) {
+      record_.bitmaps = copy_.record().bitmaps;
+      record_.beginning = copy_.record().beginning;
+    }
     record_.size = copy_.size();
     const std::uint32_t code = copy_.file().GetWriteTime(record_.written);
     if (auto failure = CheckSystem(with_.machine, code, "cannot read " + request_.to)) {
@@ -115,10 +121,26 @@ MaybeFailure Backup::FindRecord() {
     }
   }
   record_.of = of_;
-  std::vector<BitmapEntry> listed;
-  if (auto failure = ListBitmaps(listed)) return failure;
-  KeepOnlyListed(record_, listed);
+  if (auto failure = ListBitmaps(listed_)) return failure;
+  KeepOnlyListed(record_, listed_);
+  TellWhatWasLeft();
   return std::nullopt;
+}
+
+// A bitmap that was begun by a run which did not live to write it down. It may be somebody else's,
+// so it is not touched; what is known of it stays until a run has come through that told it.
+void Backup::TellWhatWasLeft() {
+  const std::vector<BegunBitmap> left = LeftBitmaps(record_, listed_);
+  if (left.empty()) return record_.beginning.reset();
+  std::string lines;
+  for (const BegunBitmap& bitmap : left) {
+    lines += std::string(lines.empty() ? "" : ", or ") + "zelctl delete " + FormatId(bitmap.id) +
+             " (begun " + FormatTime(bitmap.begun) + ")";
+  }
+  output_.notes.push_back("a run that was broken off at " + FormatTime(record_.beginning->at) +
+                          " may have begun a bitmap without writing it down; if it is nobody "
+                          "else's, delete it: " +
+                          lines);
 }
 
 MaybeFailure Backup::ListBitmaps(std::vector<BitmapEntry>& listed) {
@@ -137,6 +159,11 @@ MaybeFailure Backup::EnsureNext() {
 
 // The one that is begun before anything is read has every write that comes later.
 MaybeFailure Backup::BeginNext() {
+  const bool is_told = record_.beginning.has_value();
+  if (!is_told) {
+    record_.beginning = {.at = with_.machine.Now(), .before = BegunBitmaps(listed_)};
+    if (auto failure = copy_.SaveAsItIs(record_)) return failure;
+  }
   BitmapEntry begun;
   if (auto failure = BeginBitmap(with_, request_, request_.from, begun)) return failure;
   if (begun.file != FileKey{*of_.volume, of_.file_id}) {
@@ -146,6 +173,7 @@ MaybeFailure Backup::BeginNext() {
   next_is_new_ = true;
   moment_ = Moment();
   record_.bitmaps.push_back(next_);
+  if (!is_told) record_.beginning.reset();
   return copy_.SaveAsItIs(record_);
 }
 
@@ -210,7 +238,8 @@ MaybeFailure Backup::CopyAll(const Failure& why) {
   pass.set_excuse([this](std::uint64_t at, std::optional<std::uint64_t>& go_on) {
     return ExcuseByNext(at, go_on);
   });
-  return pass.CopyAll({.of = of_, .as_of = moment_, .bitmaps = record_.bitmaps});
+  return pass.CopyAll(
+      {.of = of_, .as_of = moment_, .bitmaps = record_.bitmaps, .beginning = record_.beginning});
 }
 
 // What was written since the next bitmap was begun may differ: it is in that bitmap.
@@ -235,6 +264,7 @@ MaybeFailure Backup::ExcuseByNext(std::uint64_t at, std::optional<std::uint64_t>
 MaybeFailure Backup::DeleteUsedUp() {
   output_.json["deleted"] = Json::array();
   CopyRecord record = copy_.record();
+  record.beginning.reset();
   std::vector<BitmapEntry> listed;
   if (auto failure = ListBitmaps(listed)) return failure;
   KeepOnlyListed(record, listed);

@@ -26,7 +26,7 @@ struct BitmapEntry {
   std::uint32_t block_size = 0;
   FileTime creation_time = 0;
   std::uint32_t file_size = 0;  // bytes of the bitmap file
-  std::string file_name;        // the bitmap file's path in UTF-8; empty where it is not told
+  std::string file_name = {};   // the bitmap file's path in UTF-8; empty where it is not told
 };
 
 struct FileEntry {

@@ -67,11 +67,11 @@ def test_copies_have_bitmaps_of_their_own(bench):
 def test_copy_that_moves_with_its_record_goes_on(bench):
     backup(bench)
     bench.work(1)
-    place = bench.copy.parent / "copy moved"
+    place = bench.copy.parent / "moved"
     shutil.rmtree(place, ignore_errors=True)
     place.mkdir()
     bench.copy.rename(place / "copy.bin")
-    moved = "C:\\data\\copy moved\\copy.bin"
+    moved = "C:\\data\\moved\\copy.bin"
     error = backup(bench, copy=moved, exit_code=1)["error"]
     assert error["reason"] == "not_a_copy"
     missing = error["message"].split("(there is no ")[1].split(")")[0]

@@ -57,6 +57,10 @@ void ReadMember(WordReader& words, const std::string& name, CopyRecord& record) 
     record.half_way = {
         .bitmap = words.Id(), .begun = words.Time(), .taken = words.Time(), .digest = words.Id()};
   }
+  if (name == "beginning") record.beginning = {.at = words.Time()};
+  if (name == "before" && record.beginning) {
+    record.beginning->before.push_back({.id = words.Id(), .begun = words.Time()});
+  }
   if (name == "writing" && record.half_way) {
     record.half_way->size = words.Id();
     record.half_way->from = words.Time();
@@ -81,6 +85,12 @@ std::string FormatRecord(const CopyRecord& record) {
   }
   for (const OwnBitmap& bitmap : record.bitmaps) {
     text += Line("bitmap", {FormatId(bitmap.id), FormatTime(bitmap.begun)});
+  }
+  if (const auto& beginning = record.beginning) {
+    text += Line("beginning", {FormatTime(beginning->at)});
+    for (const BegunBitmap& bitmap : beginning->before) {
+      text += Line("before", {FormatId(bitmap.id), FormatTime(bitmap.begun)});
+    }
   }
   return text + Line("checksum", {FormatId(Checksum(std::as_bytes(std::span(text))))});
 }

@@ -25,12 +25,22 @@ struct HalfWay {
   bool operator==(const HalfWay&) const = default;
 };
 
-// A bitmap that was begun for one copy alone.
-struct OwnBitmap {
+// A bitmap, told by when it was begun from a later one that got its id.
+struct BegunBitmap {
   BitmapId id = 0;
   FileTime begun = 0;
 
-  bool operator==(const OwnBitmap&) const = default;
+  bool operator==(const BegunBitmap&) const = default;
+};
+using OwnBitmap = BegunBitmap;  // one that was begun for one copy alone
+
+// A run that was about to have a bitmap begun. It is forgotten when the bitmap is written down, so
+// one that is found was broken off, and may have left a bitmap that the file had not before.
+struct Beginning {
+  FileTime at = 0;  // by this machine's clock
+  std::vector<BegunBitmap> before = {};
+
+  bool operator==(const Beginning&) const = default;
 };
 
 // Times are the service's where nothing else is said. A record of a copy that does not exist yet
@@ -45,6 +55,7 @@ struct CopyRecord {
   FileTime written = 0;     // when the file system says that it was last written
   std::optional<HalfWay> half_way = {};
   std::vector<OwnBitmap> bitmaps = {};  // oldest first
+  std::optional<Beginning> beginning = {};
 
   bool operator==(const CopyRecord&) const = default;
 };

@@ -36,4 +36,23 @@ std::vector<OwnBitmap> UsedUpBitmaps(const CopyRecord& record) {
   return used_up;
 }
 
+std::vector<BegunBitmap> LeftBitmaps(const CopyRecord& record,
+                                     std::span<const BitmapEntry> listed) {
+  if (!record.beginning) return {};
+  std::vector<BegunBitmap> left = BegunBitmaps(listed);
+  std::erase_if(left, [&](const BegunBitmap& bitmap) {
+    return std::ranges::count(record.beginning->before, bitmap) > 0 ||
+           std::ranges::count(record.bitmaps, bitmap) > 0;
+  });
+  return left;
+}
+
+std::vector<BegunBitmap> BegunBitmaps(std::span<const BitmapEntry> listed) {
+  std::vector<BegunBitmap> bitmaps;
+  for (const BitmapEntry& entry : listed) {
+    bitmaps.push_back({.id = entry.id, .begun = entry.creation_time});
+  }
+  return bitmaps;
+}
+
 }  // namespace zel::ctl

@@ -23,4 +23,12 @@ void KeepOnlyListed(CopyRecord& record, std::span<const BitmapEntry> listed);
 // Those that began before the current one.
 [[nodiscard]] std::vector<OwnBitmap> UsedUpBitmaps(const CopyRecord& record);
 
+// Of whom a run that was broken off may have begun one without writing it down. Nothing tells such
+// a bitmap from one that somebody else has begun meanwhile.
+[[nodiscard]] std::vector<BegunBitmap> LeftBitmaps(const CopyRecord& record,
+                                                   std::span<const BitmapEntry> listed);
+
+// Bitmaps of the service as records have them.
+[[nodiscard]] std::vector<BegunBitmap> BegunBitmaps(std::span<const BitmapEntry> listed);
+
 }  // namespace zel::ctl

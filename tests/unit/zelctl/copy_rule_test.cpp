@@ -39,7 +39,7 @@ std::optional<RuleFault> Rule(const CopyRecord& record, const OfferedBitmap& bit
 
 TEST(CopyRecordTest, RecordIsReadBackAndNothingElseIs) {
   CopyRecord record = Known(test::kCreated);
-  for (int members = 0; members < 3; ++members) {
+  for (int members = 0; members < 5; ++members) {
     const std::string text = FormatRecord(record);
     EXPECT_EQ(ParseRecord(text), record) << text;
     for (std::size_t length = 0; length < text.size(); ++length) {
@@ -54,6 +54,8 @@ TEST(CopyRecordTest, RecordIsReadBackAndNothingElseIs) {
           .bitmap = 1, .begun = 2, .taken = 3, .digest = 4, .size = 5, .from = 6, .until = 7};
     }
     if (members == 1) record.bitmaps = {{.id = 5, .begun = 6}, {.id = 7, .begun = 8}};
+    if (members == 2) record.beginning = {.at = 9};
+    if (members == 3) record.beginning->before = {{.id = 1, .begun = 2}, {.id = 3, .begun = 4}};
   }
 }
 
@@ -157,6 +159,20 @@ TEST(OwnBitmapsTest, IdOfAnotherBitmapIsNotTakenForOurs) {
   listed[1].creation_time = 31;
   KeepOnlyListed(record, listed);
   EXPECT_THAT(record.bitmaps, ElementsAre(OwnBitmap{1, 20}));
+}
+
+TEST(OwnBitmapsTest, WhatABrokenRunMayHaveBegunIsWhatTheFileHadNotAndNobodyHereHas) {
+  CopyRecord record = Known(50);
+  const std::vector<BitmapEntry> listed = {{.id = 1, .creation_time = 20},
+                                           {.id = 2, .creation_time = 40},
+                                           {.id = 3, .creation_time = 60}};
+  EXPECT_THAT(LeftBitmaps(record, listed), ElementsAre()) << "no run was broken off";
+  record.bitmaps = {{1, 20}};
+  record.beginning = {.at = 55, .before = {{1, 20}, {2, 30}}};
+  EXPECT_THAT(LeftBitmaps(record, listed), ElementsAre(BegunBitmap{2, 40}, BegunBitmap{3, 60}))
+      << "the second has another one's id";
+  record.bitmaps.push_back({3, 60});
+  EXPECT_THAT(LeftBitmaps(record, listed), ElementsAre(BegunBitmap{2, 40}));
 }
 
 }  // namespace
