@@ -44,8 +44,7 @@ MaybeFailure ApplyBitmap(Surroundings& with, const Request& request, Output& out
   if (auto failure = KnownRecord(with.machine, request, copy, of, record)) return failure;
   if (auto failure = CheckSize(bitmap.file, pass.source_size(), copy)) return failure;
   const auto snapshot = SnapshotTime(with.machine, request);
-  if (auto failure =
-          CheckRuleInWords(with.machine, request.to, record, bitmap.offered(), snapshot)) {
+  if (auto failure = CheckRuleInWords(with, request.to, record, bitmap.offered(), snapshot)) {
     return failure;
   }
   return pass.Update(bitmap, record, snapshot);

@@ -192,7 +192,7 @@ MaybeFailure Backup::BringUpToDate(const OwnBitmap& current) {
   TakenBitmap bitmap;
   if (auto failure = TakeCurrent(current, bitmap)) return failure;
   const OfferedBitmap offered = bitmap.offered();
-  if (auto failure = CheckRuleInWords(with_.machine, request_.to, record_, offered, std::nullopt)) {
+  if (auto failure = CheckRuleInWords(with_, request_.to, record_, offered, std::nullopt)) {
     return failure;
   }
   CopyPass pass(with_, request_, output_, copy_);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "zelctl/copies/own_bitmaps.h"
+#include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
 #include "zelctl/time_text.h"
 
@@ -37,13 +39,53 @@ std::string WhyUnknown(const KeptCopy& copy) {
          copy.place().record(copy.identity()) + ")";
 }
 
-MaybeFailure TooLate(const std::string& path, const CopyRecord& record,
+enum class Presence { kThere, kGone, kUnknown };
+
+// Whether the service still has the bitmap of the run that left the copy half way.
+Presence LookFor(ZelServer& server, const CopyRecord& record) {
+  std::vector<BitmapEntry> listed;
+  if (!record.of.volume ||
+      !server.ListBitmaps({*record.of.volume, record.of.file_id}, listed).ok()) {
+    return Presence::kUnknown;
+  }
+  const bool is_there =
+      std::ranges::count(BegunBitmaps(listed),
+                         BegunBitmap{record.half_way->bitmap, record.half_way->begun}) > 0;
+  return is_there ? Presence::kThere : Presence::kGone;
+}
+
+// "an earlier run left it half way with bitmap 0x..., begun ..., which ...".
+std::string HalfWayText(const CopyRecord& record, Presence presence) {
+  const std::string text = "an earlier run left it half way with " +
+                           BitmapText(record.half_way->bitmap, record.half_way->begun) + ", which ";
+  switch (presence) {
+    case Presence::kThere:
+      return text + "the service still has: run that one again, or " + kNeedsFull;
+    case Presence::kGone:
+      return text + "is gone: " + kNeedsFull + ", unless you have exported it since";
+    case Presence::kUnknown:
+      break;
+  }
+  return text + "the service may still have (zelctl bitmaps): run that one again, or " + kNeedsFull;
+}
+
+MaybeFailure TooLate(Surroundings& with, const std::string& path, const CopyRecord& record,
                      const OfferedBitmap& bitmap) {
+  const std::string text = path + " is as of " + FormatTime(record.as_of) + ", and " +
+                           BitmapText(bitmap.id, bitmap.begun) +
+                           ", lacks what was written between: ";
   return NeedFull(Reason::kTooLate,
-                  path + " is as of " + FormatTime(record.as_of) + ", and " +
-                      BitmapText(bitmap.id, bitmap.begun) +
-                      ", lacks what was written between: take a bitmap that was begun before, or " +
-                      kNeedsFull);
+                  text + (record.half_way ? HalfWayText(record, LookFor(with.server, record))
+                                          : "take a bitmap that was begun before, or " +
+                                                std::string(kNeedsFull)));
+}
+
+MaybeFailure LeftHalfWay(Surroundings& with, const std::string& path, const CopyRecord& record) {
+  const Presence presence = LookFor(with.server, record);
+  Failure failure = Refuse(Reason::kHalfWay, path + " cannot be completed by a bitmap that knows " +
+                                                 "less: " + HalfWayText(record, presence));
+  if (presence == Presence::kGone) failure.exit_code = ExitCode::kNeedsFull;
+  return failure;
 }
 
 }  // namespace
@@ -121,9 +163,10 @@ MaybeFailure KnownRecord(Machine& machine, const Request& request, const KeptCop
   return std::nullopt;
 }
 
-MaybeFailure CheckRuleInWords(Machine& machine, const std::string& path, const CopyRecord& record,
+MaybeFailure CheckRuleInWords(Surroundings& with, const std::string& path, const CopyRecord& record,
                               const OfferedBitmap& bitmap, std::optional<FileTime> snapshot) {
-  if (record.as_of > machine.Now() || snapshot.value_or(0) > machine.Now()) {
+  const FileTime now = with.machine.Now();
+  if (record.as_of > now || snapshot.value_or(0) > now) {
     return NeedFull(Reason::kTooLate,
                     "the time as of which " + path +
                         " or the snapshot is good lies in the future: was the clock set back? " +
@@ -138,10 +181,7 @@ MaybeFailure CheckRuleInWords(Machine& machine, const std::string& path, const C
     case RuleFault::kBegunTooLate:
       break;
     case RuleFault::kHalfWay:
-      return Refuse(Reason::kHalfWay,
-                    "an earlier run left " + path + " half way with " +
-                        BitmapText(record.half_way->bitmap, record.half_way->begun) +
-                        ", which knows more than this one: run that one again, or " + kNeedsFull);
+      return LeftHalfWay(with, path, record);
     case RuleFault::kSnapshotTooOld:
       return Refuse(Reason::kTooLate, "the snapshot is older than " + path + ", which is as of " +
                                           FormatTime(record.as_of));
@@ -150,7 +190,7 @@ MaybeFailure CheckRuleInWords(Machine& machine, const std::string& path, const C
                     "the bitmap was exported before the snapshot was made, or before " + path +
                         " was last brought up to date: take the bitmap by its id");
   }
-  return TooLate(path, record, bitmap);
+  return TooLate(with, path, record, bitmap);
 }
 
 }  // namespace zel::ctl

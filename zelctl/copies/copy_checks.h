@@ -32,8 +32,9 @@ inline constexpr char kNeedsFull[] = "a full copy is needed (--full)";
                                        const KeptCopy& copy, const FileIdentity& of,
                                        CopyRecord& record);
 
-// The rule, in words. `snapshot` as CheckRule takes it.
-[[nodiscard]] MaybeFailure CheckRuleInWords(Machine& machine, const std::string& path,
+// The rule, in words. `snapshot` as CheckRule takes it. Of a copy that was left half way the
+// service is asked whether it still has the bitmap.
+[[nodiscard]] MaybeFailure CheckRuleInWords(Surroundings& with, const std::string& path,
                                             const CopyRecord& record, const OfferedBitmap& bitmap,
                                             std::optional<FileTime> snapshot);
 

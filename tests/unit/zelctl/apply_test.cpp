@@ -9,7 +9,9 @@ namespace {
 using nlohmann::ordered_json;
 using test::Bytes;
 using test::kBitmap;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 constexpr char kSource[] = "C:\\source";
 constexpr char kCopy[] = "D:\\copy";
@@ -515,12 +517,31 @@ TEST_F(ApplyTest, HalfCopyIsRefusedForBitmapsThatKnowLess) {
   for (const int block : {1, 3, 5}) WriteBlock(block, std::byte{7});
   DieInTheMidst();
 
+  // It was exported before, and lacks what the broken run had.
+  server.bitmaps = {{.id = kBitmap,
+                     .file = {test::kVolume, test::kFile},
+                     .block_size = kBlock,
+                     .creation_time = test::kCreated,
+                     .file_size = 0,
+                     .file_name = {}}};
+  const std::string named =
+      "an earlier run left it half way with bitmap 0x000500000001a9f0, begun "
+      "2026-01-31T14:38:43.4821376Z, which ";
   EXPECT_THAT(Refusal(apply_export("B:\\old")),
-              HasSubstr("half way with bitmap 0x000500000001a9f0, begun 2026-01-31T14:38:43."))
-      << "it was exported before, and lacks what the broken run had";
+              AllOf(StartsWith("half_way: "),
+                    HasSubstr(named + "the service still has: run that one again, or a full")));
   const Bytes first = bitmap;
   BeginBitmap(machine.now);
-  EXPECT_THAT(Refusal(Arguments(), 4), testing::StartsWith("too_late: "));
+  EXPECT_THAT(Refusal(Arguments(), 4),
+              AllOf(StartsWith("too_late: "), HasSubstr(named + "the service still has: ")));
+  // Another bitmap may have got its id.
+  ++server.bitmaps[0].creation_time;
+  EXPECT_THAT(Refusal(apply_export("B:\\old"), 4),
+              AllOf(StartsWith("half_way: "),
+                    HasSubstr(named + "is gone: a full copy is needed (--full), unless you have")));
+  EXPECT_THAT(Refusal(Arguments(), 4), HasSubstr(named + "is gone: "));
+  server.answers["ListBitmaps"] = {.rpc_status = 1722, .code = 0};
+  EXPECT_THAT(Refusal(apply_export("B:\\old")), HasSubstr(named + "the service may still have"));
   bitmap = first;
   Publish();
   EXPECT_EQ(Run(Arguments()), 0);
