@@ -15,12 +15,23 @@ std::string BitmapText(BitmapId id, FileTime begun) {
   return "bitmap " + FormatId(id) + ", begun " + FormatTime(begun);
 }
 
-// Whether the service tracks that file. Of a service that does not answer nobody is tracked.
-bool IsTracked(ZelServer& server, const FileIdentity& identity) {
+MaybeFailure CheckUntracked(Surroundings& with, const Request& request, const KeptCopy& copy,
+                            const FileIdentity& of) {
   std::vector<FileEntry> files;
-  if (!identity.volume || !server.GetTrackedFiles(files).ok()) return false;
-  return std::ranges::find(files, FileKey{*identity.volume, identity.file_id}, &FileEntry::file) !=
-         files.end();
+  const Answer answer = with.server.GetTrackedFiles(files);
+  const std::string or_replace = "; say --replace if it is to be overwritten";
+  if (auto failure = CheckAnswer(with.machine, request, answer,
+                                 "cannot tell whether " + request.to + " is tracked")) {
+    if (copy.knowledge() == Knowledge::kGood && copy.record().of == of) return std::nullopt;
+    failure->message += "; it may be tracked itself" + or_replace;
+    return failure;
+  }
+  const bool is_tracked = std::ranges::any_of(files, [&](const FileEntry& file) {
+    return copy.identity() ==
+           FileIdentity{.volume = file.file.volume, .file_id = file.file.file_id};
+  });
+  if (!is_tracked) return std::nullopt;
+  return Refuse(Reason::kIdentity, request.to + " is tracked by the service itself" + or_replace);
 }
 
 std::string WhyUnknown(const KeptCopy& copy) {
@@ -120,10 +131,7 @@ MaybeFailure CheckPlace(Surroundings& with, const Request& request, const KeptCo
   if (copy.identity() == of) {
     return Refuse(Reason::kIdentity, request.to + " is the tracked file itself, not a copy of it");
   }
-  if (request.replace || !IsTracked(with.server, copy.identity())) return std::nullopt;
-  return Refuse(Reason::kIdentity, request.to +
-                                       " is tracked by the service itself; say --replace if it is "
-                                       "to be overwritten");
+  return request.replace ? std::nullopt : CheckUntracked(with, request, copy, of);
 }
 
 MaybeFailure CheckMayReplace(const Request& request, const KeptCopy& copy, const FileIdentity& of) {

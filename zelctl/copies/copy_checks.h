@@ -18,7 +18,7 @@ inline constexpr char kNeedsFull[] = "a full copy is needed (--full)";
 
 // The copy must be neither the source nor the live file that it is a copy of, whatever is said, and
 // no other file that the service tracks unless --replace says so. A service that does not answer
-// is none that tracks.
+// leaves only what is known as a copy of that file: it has been written by this program before.
 [[nodiscard]] MaybeFailure CheckPlace(Surroundings& with, const Request& request,
                                       const KeptCopy& copy, const FileIdentity& source,
                                       const FileIdentity& of);

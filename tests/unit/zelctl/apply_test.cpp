@@ -351,6 +351,31 @@ TEST_F(ApplyTest, NothingIsOverwrittenUnasked) {
   EXPECT_EQ(machine.At("E:\\other").bytes, machine.At(kSource).bytes);
 }
 
+// It may be a live file that is tracked, and nobody tells.
+TEST_F(ApplyTest, UnknownCopyIsNotOverwrittenWhileTheServiceDoesNotAnswer) {
+  server.answers["GetTrackedFiles"] = {.rpc_status = 1722, .code = 0};
+  WriteBlock(2, std::byte{1});
+  const std::string time = std::to_string(kStart);
+  std::vector<std::string> arguments = {"apply", "--bitmap", "B:\\bitmap", "--from",
+                                        kSource, "--to",     kCopy};
+  EXPECT_EQ(Run(arguments), 0) << "it is known";
+  machine.files.erase(RecordPath());
+  arguments.insert(arguments.end(), {"--as-of", time});
+  EXPECT_THAT(Refusal(arguments, 3), HasSubstr("; it may be tracked itself; say --replace"));
+  EXPECT_EQ(machine.files.count(RecordPath()), 0u);
+  server.answers["GetTrackedFiles"] = {.rpc_status = 0, .code = 1115};
+  EXPECT_THAT(Refusal(arguments), HasSubstr("cannot tell whether D:\\copy is tracked: "));
+  server.answers.erase("GetTrackedFiles");
+  EXPECT_EQ(Run(arguments), 0);
+}
+
+TEST_F(ApplyTest, CopyOfAnotherFileIsNotKnownAsAPlaceWhileTheServiceDoesNotAnswer) {
+  server.answers["GetTrackedFiles"] = {.rpc_status = 1722, .code = 0};
+  machine.At(kSource).id = 7;
+  EXPECT_EQ(Run({"apply", "--full", "--from", kSource, "--to", kCopy}), 3);
+  EXPECT_EQ(Run({"apply", "--full", "--from", kSource, "--to", kCopy, "--replace"}), 0);
+}
+
 TEST_F(ApplyTest, FilesUnderNamesLikeOursStay) {
   for (const char* name : {"D:\\copy.zelctl-new", "D:\\copy.zelctl-apply"}) {
     machine.At(name).bytes = Bytes(3);
