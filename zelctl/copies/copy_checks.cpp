@@ -34,6 +34,10 @@ MaybeFailure CheckUntracked(Surroundings& with, const Request& request, const Ke
   return Refuse(Reason::kIdentity, request.to + " is tracked by the service itself" + or_replace);
 }
 
+Reason ReasonUnknown(const KeptCopy& copy) {
+  return copy.knowledge() == Knowledge::kOldMark ? Reason::kHalfWay : Reason::kNotACopy;
+}
+
 std::string WhyUnknown(const KeptCopy& copy) {
   switch (copy.knowledge()) {
     case Knowledge::kNone:
@@ -44,6 +48,9 @@ std::string WhyUnknown(const KeptCopy& copy) {
     case Knowledge::kChanged:
       return copy.path() + " was changed by something else since " +
              (copy.record().half_way ? "a run left it half way" : "it was brought up to date");
+    case Knowledge::kOldMark:
+      return "an earlier version of zelctl left " + copy.path() +
+             " half way; its mark COPY.zelctl-apply is there";
   }
   return "nothing is known of " + copy.path() +
          ", as of when it is a copy and of what (there is no " +
@@ -137,7 +144,7 @@ MaybeFailure CheckPlace(Surroundings& with, const Request& request, const KeptCo
 MaybeFailure CheckMayReplace(const Request& request, const KeptCopy& copy, const FileIdentity& of) {
   if (!copy.exists() || request.replace) return std::nullopt;
   if (copy.knowledge() != Knowledge::kGood) {
-    return Refuse(Reason::kNotACopy,
+    return Refuse(ReasonUnknown(copy),
                   WhyUnknown(copy) + "; say --replace if it is to be overwritten");
   }
   if (copy.record().of == of) return std::nullopt;
@@ -158,8 +165,12 @@ MaybeFailure KnownRecord(Machine& machine, const Request& request, const KeptCop
                                          FormatTime(copy.record().as_of) +
                                          ": --as-of is not for it");
   }
+  if (copy.knowledge() == Knowledge::kOldMark) {
+    return NeedFull(ReasonUnknown(copy),
+                    WhyUnknown(copy) + ": a full copy is needed (--full --replace)");
+  }
   if (request.as_of.empty()) {
-    return NeedFull(Reason::kNotACopy,
+    return NeedFull(ReasonUnknown(copy),
                     WhyUnknown(copy) +
                         ": say --as-of TIME if you know that every write until then is in it, or " +
                         kNeedsFull);

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "zelctl/copies/old_mark.h"
 #include "zelctl/copies/record_file.h"
 #include "zelctl/error_words.h"
 
@@ -34,7 +35,7 @@ MaybeFailure CopyReplacement::TakePlace(CopyRecord record) {
   copy_.BecomeReplaced(std::move(record));
   // What was known of the file that is gone; where nothing was, there is nothing to remove.
   if (old_record != new_record) (void)machine_.Remove(old_record);
-  return std::nullopt;
+  return RemoveOldMark(machine_, place);
 }
 
 }  // namespace zel::ctl

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "zelctl/copies/copy_stamp.h"
+#include "zelctl/copies/old_mark.h"
 #include "zelctl/copies/record_file.h"
 #include "zelctl/error_words.h"
 #include "zelctl/size_text.h"
@@ -19,7 +20,15 @@ MaybeFailure KeptCopy::Hold() {
     const std::uint32_t code = file().GetSize(size_);
     if (auto failure = CheckSystem(machine_, code, "cannot read " + path())) return failure;
   }
-  return ReadRecord();
+  if (auto failure = ReadRecord()) return failure;
+  return exists() ? CheckOldMark() : std::nullopt;
+}
+
+MaybeFailure KeptCopy::CheckOldMark() {
+  std::string mark;
+  if (auto failure = FindOldMark(machine_, place_, mark)) return failure;
+  if (!mark.empty()) knowledge_ = Knowledge::kOldMark;
+  return std::nullopt;
 }
 
 MaybeFailure KeptCopy::ReadRecord() {

@@ -17,6 +17,7 @@ enum class Knowledge {
   kNone,     // there is no record
   kDamaged,  // there is one that cannot be read
   kChanged,  // somebody else has written the copy since, or it is another file
+  kOldMark,  // the tool's first version has left the copy half way
   kGood,     // there is one, and it is this copy's
 };
 
@@ -40,7 +41,7 @@ class KeptCopy {
   [[nodiscard]] std::uint64_t size() const { return size_; }
 
   [[nodiscard]] Knowledge knowledge() const { return knowledge_; }
-  // For kGood what is known, for kChanged what was known before, if it was this file; otherwise
+  // For kGood what is known, for others what was known before, if it was this file; otherwise
   // empty.
   [[nodiscard]] const CopyRecord& record() const { return record_; }
 
@@ -65,6 +66,7 @@ class KeptCopy {
  private:
   [[nodiscard]] MaybeFailure ReadRecord();
   [[nodiscard]] MaybeFailure CheckStamp();
+  [[nodiscard]] MaybeFailure CheckOldMark();
 
   Machine& machine_;
   const CopyPlace place_;

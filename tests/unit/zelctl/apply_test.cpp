@@ -387,6 +387,34 @@ TEST_F(ApplyTest, FilesUnderNamesLikeOursStay) {
   EXPECT_EQ(machine.At("D:\\copy.zelctl-apply").bytes, Bytes(3));
 }
 
+TEST_F(ApplyTest, MarkOfTheFirstVersionMeansHalfWayUntilAFullCopy) {
+  constexpr char kMark[] = "D:\\copy.zelctl-apply";
+  constexpr std::string_view kText =
+      "zelctl apply 1 8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e 0x000300000001a2b4 0x01dc92bf4c8a6d00\n";
+  const auto bytes = std::as_bytes(std::span(kText));
+  machine.At(kMark).bytes.assign(bytes.begin(), bytes.end());
+  machine.files["E:\\link"] = machine.files[kCopy];
+  machine.links["E:\\link"] = kCopy;
+  WriteBlock(2, std::byte{1});
+  std::vector<std::string> through_link = Arguments();
+  through_link.back() = "E:\\link";
+  EXPECT_THAT(Refusal(through_link, 4), StartsWith("half_way: "));
+  for (const bool is_known : {true, false}) {
+    if (!is_known) machine.files.erase(RecordPath());
+    EXPECT_THAT(
+        Refusal(Arguments(), 4),
+        StartsWith("half_way: an earlier version of zelctl left D:\\copy half way; its mark"));
+    EXPECT_THAT(Refusal(Arguments({"--full"})),
+                AllOf(StartsWith("half_way: "), HasSubstr("--rep")));
+  }
+  EXPECT_THAT(Refusal(Arguments({"--as-of", std::to_string(kStart)}), 4),
+              HasSubstr("a full copy is needed (--full --replace)"));
+  EXPECT_EQ(Run(Arguments({"--full", "--replace"})), 0);
+  EXPECT_FALSE(machine.files.contains(kMark));
+  EXPECT_EQ(Run(Arguments()), 0);
+  EXPECT_TRUE(Equal());
+}
+
 TEST_F(ApplyTest, DryRunSaysWhatWouldBeReadAndTouchesNothing) {
   WriteBlock(2, std::byte{1});
   const Bytes before = machine.At(kCopy).bytes;
