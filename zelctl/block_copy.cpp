@@ -18,18 +18,55 @@ MaybeFault Check(Step step, std::uint32_t code) {
   return CopyFault{.step = step, .code = code};
 }
 
+// Of which file systems make holes.
+constexpr std::size_t kUnitBytes = std::size_t{64} << 10;
+
+bool IsZero(std::span<const std::byte> unit) {
+  return std::ranges::all_of(unit, [](std::byte value) { return value == std::byte{0}; });
+}
+
+std::span<const std::byte> FirstUnit(std::span<const std::byte> bytes) {
+  return bytes.first(std::min(bytes.size(), kUnitBytes));
+}
+
+// The length of the whole units at the beginning that are zeros, or that are not.
+std::size_t LengthOf(bool zeros, std::span<const std::byte> bytes) {
+  std::size_t length = 0;
+  while (length < bytes.size() && IsZero(FirstUnit(bytes.subspan(length))) == zeros) {
+    length += FirstUnit(bytes.subspan(length)).size();
+  }
+  return length;
+}
+
+std::uint32_t WriteAllButZeros(TargetFile& copy, std::uint64_t offset,
+                               std::span<const std::byte> bytes) {
+  while (!bytes.empty()) {
+    const std::size_t zeros = LengthOf(true, bytes);
+    const std::span data = bytes.subspan(zeros, LengthOf(false, bytes.subspan(zeros)));
+    const std::uint32_t code = data.empty() ? 0 : copy.Write(offset + zeros, data);
+    if (code != 0) return code;
+    offset += zeros + data.size();
+    bytes = bytes.subspan(zeros + data.size());
+  }
+  return 0;
+}
+
 // Copies ranges through one buffer and counts their bytes.
 class RangeCopier {
  public:
-  RangeCopier(SourceFile& source, TargetFile& copy, const ByteCounter& done)
-      : source_(source), copy_(copy), done_(done), buffer_(kPieceBytes) {}
+  RangeCopier(SourceFile& source, TargetFile& copy, bool leaves_zeros, const ByteCounter& done)
+      : source_(source),
+        copy_(copy),
+        leaves_zeros_(leaves_zeros),
+        done_(done),
+        buffer_(kPieceBytes) {}
 
   [[nodiscard]] MaybeFault Copy(ByteRange range) {
     while (range.length > 0) {
       const std::span piece =
           std::span(buffer_).first(std::min<std::uint64_t>(range.length, buffer_.size()));
       MaybeFault fault = Check(Step::kReadSource, source_.Read(range.offset, piece));
-      if (!fault) fault = Check(Step::kWriteCopy, copy_.Write(range.offset, piece));
+      if (!fault) fault = Check(Step::kWriteCopy, Write(range.offset, piece));
       if (fault) return fault;
       range.offset += piece.size();
       range.length -= piece.size();
@@ -39,8 +76,13 @@ class RangeCopier {
   }
 
  private:
+  [[nodiscard]] std::uint32_t Write(std::uint64_t offset, std::span<const std::byte> piece) {
+    return leaves_zeros_ ? WriteAllButZeros(copy_, offset, piece) : copy_.Write(offset, piece);
+  }
+
   SourceFile& source_;
   TargetFile& copy_;
+  const bool leaves_zeros_;
   const ByteCounter& done_;
   std::vector<std::byte> buffer_;
   std::uint64_t bytes_ = 0;
@@ -48,11 +90,11 @@ class RangeCopier {
 
 // next(range) says whether there is one more range.
 template <class NextRange>
-MaybeFault CopyRanges(NextRange next, std::uint64_t source_size, SourceFile& source,
-                      TargetFile& copy, const ByteCounter& done) {
+MaybeFault CopyRanges(NextRange next, std::uint64_t source_size, bool leaves_zeros,
+                      SourceFile& source, TargetFile& copy, const ByteCounter& done) {
   // First, so that a device without room for the copy says so at once.
   if (MaybeFault fault = Check(Step::kResizeCopy, copy.SetSize(source_size))) return fault;
-  RangeCopier copier(source, copy, done);
+  RangeCopier copier(source, copy, leaves_zeros, done);
   for (ByteRange range; next(range);) {
     if (MaybeFault fault = copier.Copy(range)) return fault;
   }
@@ -64,8 +106,8 @@ MaybeFault CopyRanges(NextRange next, std::uint64_t source_size, SourceFile& sou
 MaybeFault CopyChanges(const BitmapFile& bitmap, std::uint64_t source_size, SourceFile& source,
                        TargetFile& copy, const ByteCounter& done) {
   ChangedRanges ranges(bitmap, source_size);
-  return CopyRanges([&](ByteRange& range) { return ranges.Next(range); }, source_size, source, copy,
-                    done);
+  const auto next = [&](ByteRange& range) { return ranges.Next(range); };
+  return CopyRanges(next, source_size, false, source, copy, done);
 }
 
 MaybeFault CopyWhole(std::uint64_t source_size, SourceFile& source, TargetFile& copy,
@@ -75,7 +117,8 @@ MaybeFault CopyWhole(std::uint64_t source_size, SourceFile& source, TargetFile& 
     range = {.offset = 0, .length = source_size};
     return std::exchange(is_next, false);
   };
-  return CopyRanges(whole, source_size, source, copy, done);
+  const bool leaves_zeros = source.HasHoles() && copy.KeepHoles();
+  return CopyRanges(whole, source_size, leaves_zeros, source, copy, done);
 }
 
 MaybeFault CompareFrom(std::uint64_t begin, SourceFile& source, SourceFile& copy,

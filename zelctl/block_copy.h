@@ -33,7 +33,8 @@ using ByteCounter = std::function<void(std::uint64_t done)>;
                                                    std::uint64_t source_size, SourceFile& source,
                                                    TargetFile& copy, const ByteCounter& done);
 
-// The same with everything.
+// The same with everything, for a `copy` that is empty. Where the source has holes and the copy can
+// have them, zeros are not written.
 [[nodiscard]] std::optional<CopyFault> CopyWhole(std::uint64_t source_size, SourceFile& source,
                                                  TargetFile& copy, const ByteCounter& done);
 

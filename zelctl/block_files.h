@@ -28,6 +28,9 @@ class SourceFile {
   [[nodiscard]] virtual std::uint32_t Identify(FileIdentity& identity) = 0;
   [[nodiscard]] virtual std::uint32_t GetSize(std::uint64_t& size) = 0;
 
+  // Whether the file takes less room than its size; false where nobody knows.
+  [[nodiscard]] virtual bool HasHoles() = 0;
+
   // Fills the whole buffer. ERROR_HANDLE_EOF when the file ends before it is full.
   [[nodiscard]] virtual std::uint32_t Read(std::uint64_t offset, std::span<std::byte> buffer) = 0;
 };
@@ -38,6 +41,9 @@ class TargetFile : public SourceFile {
   [[nodiscard]] virtual std::uint32_t SetSize(std::uint64_t size) = 0;
   [[nodiscard]] virtual std::uint32_t Write(std::uint64_t offset,
                                             std::span<const std::byte> bytes) = 0;
+
+  // From now on what is not written takes no room and reads as zeros. Whether it can be so.
+  [[nodiscard]] virtual bool KeepHoles() = 0;
 
   // What was written is on the device afterwards.
   [[nodiscard]] virtual std::uint32_t Flush() = 0;

@@ -1,5 +1,7 @@
 #include "zelctl/win32_files.h"
 
+#include <winioctl.h>
+
 #include <algorithm>
 
 #include "files/file_identity.h"
@@ -34,6 +36,13 @@ std::uint32_t SizeOf(const UniqueFile& file, std::uint64_t& size) {
   const std::uint32_t code = CodeOf(::GetFileSizeEx(file.get(), &value));
   size = static_cast<std::uint64_t>(value.QuadPart);
   return code;
+}
+
+bool TakesLessThanItsSize(const UniqueFile& file) {
+  FILE_STANDARD_INFO information = {};
+  return ::GetFileInformationByHandleEx(file.get(), FileStandardInfo, &information,
+                                        sizeof information) &&
+         information.AllocationSize.QuadPart < information.EndOfFile.QuadPart;
 }
 
 std::uint32_t ReadAt(const UniqueFile& file, std::uint64_t offset, std::span<std::byte> buffer) {
@@ -89,6 +98,7 @@ class SystemSource : public SourceFile {
     return IdentifyOpen(file_, path_, identity);
   }
   std::uint32_t GetSize(std::uint64_t& size) override { return SizeOf(file_, size); }
+  bool HasHoles() override { return TakesLessThanItsSize(file_); }
   std::uint32_t Read(std::uint64_t offset, std::span<std::byte> buffer) override {
     return ReadAt(file_, offset, buffer);
   }
@@ -123,6 +133,12 @@ class SystemTarget : public ReplacementFile {
   }
   std::uint32_t Write(std::uint64_t offset, std::span<const std::byte> bytes) override {
     return WriteAt(file_, offset, bytes);
+  }
+  bool HasHoles() override { return TakesLessThanItsSize(file_); }
+  bool KeepHoles() override {
+    DWORD returned = 0;
+    return ::DeviceIoControl(file_.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned,
+                             nullptr) != 0;
   }
   std::uint32_t Flush() override { return CodeOf(::FlushFileBuffers(file_.get())); }
   std::uint32_t GetWriteTime(FileTime& written) override { return WriteTimeOf(file_, written); }

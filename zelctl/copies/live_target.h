@@ -17,6 +17,8 @@ class LiveTarget : public TargetFile {
   std::uint32_t Read(std::uint64_t offset, std::span<std::byte> buffer) override {
     return file().Read(offset, buffer);
   }
+  bool HasHoles() override { return file().HasHoles(); }
+  bool KeepHoles() override { return file().KeepHoles(); }
   std::uint32_t SetSize(std::uint64_t size) override {
     const std::uint32_t code = copy_.SayAlive();
     return code == 0 ? file().SetSize(size) : code;

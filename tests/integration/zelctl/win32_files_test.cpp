@@ -84,6 +84,19 @@ TEST_F(Win32FilesTest, OffsetsBehindFourGibibytesAreReached) {
   EXPECT_EQ(std::memcmp(buffer, "nea", 3), 0);
 }
 
+TEST_F(Win32FilesTest, FileWithHolesTakesLessThanItsSize) {
+  WriteFileBytes(Path(L"file"), std::string(100'000, 'x'));
+  std::unique_ptr<TargetFile> file;
+  ASSERT_EQ(OpenSystemTarget(Path(L"file"), file), 0u);
+  EXPECT_FALSE(file->HasHoles());
+  // Where that cannot be, the file goes on taking all its room, or none of what is not written.
+  (void)file->KeepHoles();
+  ASSERT_EQ(file->SetSize(10'000'000), 0u);
+  std::byte buffer[3] = {};
+  EXPECT_EQ(file->Read(9'000'000, buffer), 0u);
+  EXPECT_EQ(std::memcmp(buffer, "\0\0\0", 3), 0);
+}
+
 TEST_F(Win32FilesTest, ReplacementTakesThePlaceWhenItIsCommitted) {
   WriteFileBytes(Path(L"file"), "old");
   for (const wchar_t* beside : {L"", L"ours"}) {

@@ -22,8 +22,11 @@ using Bytes = std::vector<std::byte>;
 struct MemoryFile {
   Bytes bytes;
   FileId id = 0;
-  FileTime written = 0;                                             // moves with every write
-  bool is_being_written = false;                                    // somebody has it open for that
+  FileTime written = 0;           // moves with every write
+  bool is_being_written = false;  // somebody has it open for that
+  bool has_holes = false;
+  bool can_have_holes = true;
+  std::uint64_t bytes_written = 0;
   std::vector<std::pair<std::uint64_t, std::uint64_t>> reads = {};  // offset and length
   std::function<void(MemoryFile& file)> after_read = {};            // what another program does
 };
@@ -71,6 +74,8 @@ class OpenMemoryFile : public ctl::ReplacementFile {
     size = file_->bytes.size();
     return 0;
   }
+  bool HasHoles() override { return file_->has_holes; }
+  bool KeepHoles() override { return file_->has_holes = file_->can_have_holes; }
   std::uint32_t Read(std::uint64_t offset, std::span<std::byte> buffer) override {
     file_->reads.emplace_back(offset, buffer.size());
     if (offset + buffer.size() > file_->bytes.size()) return ctl::kEndOfFile;
@@ -92,6 +97,7 @@ class OpenMemoryFile : public ctl::ReplacementFile {
     if (offset + bytes.size() > file_->bytes.size()) file_->bytes.resize(offset + bytes.size());
     std::memcpy(file_->bytes.data() + offset, bytes.data(), bytes.size());
     ++file_->written;
+    file_->bytes_written += bytes.size();
     return dies ? kDied : 0;
   }
   std::uint32_t Flush() override { return death_.Strikes() ? kDied : 0; }

@@ -209,6 +209,32 @@ TEST(CopyChangesTest, EachFailingChangeIsTold) {
   }
 }
 
+TEST(CopyWholeTest, ZerosOfAFileWithHolesAreNotWrittenWhereTheCopyCanHaveThem) {
+  constexpr std::uint64_t kUnit = 65'536;
+  const auto source = std::make_shared<MemoryFile>();
+  source->bytes.resize(50 * kUnit + 5);
+  // The first unit, one in the midst, the two about the end of a piece, and a single byte.
+  for (const std::uint64_t at :
+       {0 * kUnit, 7 * kUnit + 9, 15 * kUnit, 16 * kUnit, 40 * kUnit - 1}) {
+    source->bytes[at] = std::byte{1};
+  }
+  for (const auto& [has, can] : {std::pair(true, true), {true, false}, {false, true}}) {
+    const auto copy = std::make_shared<MemoryFile>();
+    source->has_holes = has;
+    copy->can_have_holes = can;
+    test::Death alive;
+    test::OpenMemoryFile from(source, alive);
+    test::OpenMemoryFile to(copy, alive);
+    std::uint64_t counted = 0;
+    EXPECT_EQ(CopyWhole(source->bytes.size(), from, to, [&](std::uint64_t n) { counted = n; }),
+              std::nullopt);
+    EXPECT_EQ(copy->bytes, source->bytes);
+    EXPECT_EQ(copy->bytes_written, has && can ? 5 * kUnit : source->bytes.size());
+    EXPECT_EQ(counted, source->bytes.size());
+    EXPECT_EQ(copy->has_holes, has && can) << "a dense file is copied as one";
+  }
+}
+
 TEST(CopyWholeTest, EmptyAndLongFilesAreCopied) {
   std::mt19937 random(1);
   for (const std::uint64_t size : {0, 1, 1 << 20, (1 << 20) + 1}) {
