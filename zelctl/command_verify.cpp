@@ -57,7 +57,7 @@ MaybeFailure Verification::Run() {
     });
   }
   output_.json = {{"source", request_.from}, {"copy", request_.to}};
-  if (auto failure = pass.Compare(copy.file())) return failure;
+  if (auto failure = pass.Compare(copy.file(), request_.to + " is no copy of it")) return failure;
   output_.confirmation = "compared: " + request_.to + " is a copy of " + request_.from + "\n";
   return std::nullopt;
 }

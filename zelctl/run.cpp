@@ -92,7 +92,10 @@ ExitCode RunTool(const std::vector<std::string>& arguments, const ConnectServer&
     const std::unique_ptr<ZelServer> server = connect(request);
     failure = RunCommand({*server, machine, terminal}, request, output);
   }
-  if (!PrintAnswer(request, failure, output, terminal) && !failure) return ExitCode::kRefused;
+  if (!PrintAnswer(request, failure, output, terminal) && !failure) {
+    terminal.Note("zelctl: it was done, but the answer could not be written to standard output");
+    return ExitCode::kRefused;
+  }
   return failure ? failure->exit_code : ExitCode::kDone;
 }
 

@@ -82,6 +82,17 @@ def test_copy_that_moves_with_its_record_goes_on(bench):
     shutil.rmtree(place)
 
 
+def test_folder_in_the_place_of_the_copy_is_found_before_anything_is_read(bench):
+    bench.copy.mkdir()
+    bench.reads()
+    zelctl = Zelctl(bench.agent.wine, bench.seen_by_driver())
+    answer = zelctl.json("backup", "--from", FILE, "--to", COPY, "--full-if-needed", "--replace",
+                         exit_code=1)
+    assert answer["error"]["message"].startswith(f"cannot open {COPY}")
+    assert bench.reads() == (0, []) and bitmap_ids(bench) == []
+    bench.copy.rmdir()
+
+
 def test_untrusted_bitmap_ends_with_four_or_in_a_full_pass_that_is_announced(bench):
     backup(bench)
     bench.work(1)

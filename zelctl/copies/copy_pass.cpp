@@ -68,7 +68,7 @@ MaybeFailure CopyPass::Update(const TakenBitmap& bitmap, const CopyRecord& recor
                         .size = source_size_};
   if (auto failure = copy_.BeginWriting(meanwhile)) return failure;
   if (auto failure = CopyRanges(bitmap, totals)) return failure;
-  if (auto failure = FinishWith(copy_.file())) return failure;
+  if (auto failure = FinishWith(copy_.file(), request_.to + " was no copy of it")) return failure;
   after.read_until = with_.machine.Now();
   if (auto failure = copy_.SaveWhole(after)) return failure;
   Report("incremental", totals.changed_bytes, totals.ranges, after.as_of);
@@ -102,8 +102,8 @@ MaybeFailure CopyPass::CopyAll(CopyRecord record) {
     const auto fault = CopyWhole(source_size_, *source_, replacement.file(), progress.counter());
     if (auto failure = Check(fault)) return failure;
   }
-  if (auto failure = FinishWith(replacement.file())) {
-    failure->message += "; " + request_.to + " is as it was";
+  if (auto failure = FinishWith(replacement.file(), "it was not read or written right")) {
+    failure->message += "; the new copy is thrown away, and " + request_.to + " is as it was";
     return failure;
   }
   record.read_until = with_.machine.Now();
@@ -112,14 +112,14 @@ MaybeFailure CopyPass::CopyAll(CopyRecord record) {
   return std::nullopt;
 }
 
-MaybeFailure CopyPass::FinishWith(SourceFile& copy) {
+MaybeFailure CopyPass::FinishWith(SourceFile& copy, const std::string& otherwise) {
   if (!request_.verify) return std::nullopt;
-  if (auto failure = Compare(copy)) return failure;
+  if (auto failure = Compare(copy, otherwise)) return failure;
   output_.confirmation = "compared: both files are equal\n";
   return std::nullopt;
 }
 
-MaybeFailure CopyPass::Compare(SourceFile& copy) {
+MaybeFailure CopyPass::Compare(SourceFile& copy, const std::string& otherwise) {
   ProgressLine progress(with_, request_, "comparing", source_size_);
   std::optional<std::uint64_t> from = 0;
   while (from) {
@@ -135,7 +135,7 @@ MaybeFailure CopyPass::Compare(SourceFile& copy) {
     output_.json["difference_at"] = *difference;
     return Refuse(Reason::kDiffers, "the files differ at byte " + std::to_string(*difference) +
                                         ": " + request_.from + " was written meanwhile, or " +
-                                        request_.to + " is no copy of it");
+                                        otherwise);
   }
   return std::nullopt;
 }

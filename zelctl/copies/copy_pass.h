@@ -42,12 +42,13 @@ class CopyPass {
   // `record`: what the copy will be.
   [[nodiscard]] MaybeFailure CopyAll(CopyRecord record);
 
-  // Both files whole; the copy is not touched.
-  [[nodiscard]] MaybeFailure Compare(SourceFile& copy);
+  // Both files whole; the copy is not touched. `otherwise`: what a difference means unless the
+  // source was written meanwhile.
+  [[nodiscard]] MaybeFailure Compare(SourceFile& copy, const std::string& otherwise);
 
  private:
   [[nodiscard]] MaybeFailure CopyRanges(const TakenBitmap& bitmap, const ChangeTotals& totals);
-  [[nodiscard]] MaybeFailure FinishWith(SourceFile& copy);
+  [[nodiscard]] MaybeFailure FinishWith(SourceFile& copy, const std::string& otherwise);
   [[nodiscard]] MaybeFailure Check(const std::optional<CopyFault>& fault) const;
   void Report(std::string_view mode, std::uint64_t read_bytes, std::uint64_t ranges,
               FileTime as_of);

@@ -10,6 +10,7 @@ using nlohmann::ordered_json;
 using test::Bytes;
 using test::kBitmap;
 using testing::AllOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -540,7 +541,12 @@ TEST_F(ApplyTest, FullCopyAppearsWholeOrNotAtAll) {
 TEST_F(ApplyTest, FullCopyThatProvesWrongDoesNotTakeThePlace) {
   const Bytes before = machine.At(kCopy).bytes;
   machine.At(kSource).after_read = [](test::MemoryFile& file) { file.bytes[9] ^= std::byte{1}; };
-  EXPECT_EQ(RunJson(Arguments({"--full", "--verify"}), 1)["difference_at"], 9);
+  const ordered_json json = RunJson(Arguments({"--full", "--verify"}), 1);
+  EXPECT_EQ(json["difference_at"], 9);
+  EXPECT_THAT(
+      json["error"]["message"].get<std::string>(),
+      EndsWith("was written meanwhile, or it was not read or written right; the new copy is "
+               "thrown away, and D:\\copy is as it was"));
   EXPECT_EQ(machine.At(kCopy).bytes, before);
   for (const auto& [path, file] : machine.files)
     EXPECT_THAT(path, testing::Not(HasSubstr("\\name-")));
@@ -632,7 +638,7 @@ TEST_F(ApplyTest, RunThatWasKilledLateIsCompletedAsWellAsOneThatDidNothing) {
     machine.now += 7 * kSecond;
   };
   machine.At(kSource).after_read = work_slowly;
-  machine.death = {.changes = 0, .fail_at = 24};
+  machine.death = {.changes = 0, .fail_at = 25};
   EXPECT_EQ(Run(Arguments()), 1);
   machine.At(kSource).after_read = {};
   machine.death = {};

@@ -444,6 +444,15 @@ TEST_F(RunTest, TextThatIsNoUtf8StillMakesJson) {
 TEST_F(RunTest, OutputThatCannotBeWrittenIsAFailure) {
   terminal.is_closed = true;
   EXPECT_EQ(Run({"files"}), 1);
+  EXPECT_THAT(terminal.notes, HasSubstr("it was done, but the answer could not be written"));
+  EXPECT_EQ(Run({"show", "none"}), 1);
+  EXPECT_THAT(terminal.notes, testing::Not(HasSubstr("it was done")));
+}
+
+TEST_F(RunTest, FileThatIsNoBitmapIsNotReadWhole) {
+  machine.At("B:\\big").bytes.resize(1 << 20);
+  EXPECT_EQ(RunJson({"show", "B:\\big"}, 1)["error"]["reason"], "damaged");
+  EXPECT_THAT(machine.At("B:\\big").reads, testing::ElementsAre(std::pair(0, 512)));
 }
 
 }  // namespace
