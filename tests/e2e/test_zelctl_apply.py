@@ -1,6 +1,7 @@
 """Incremental copies whatever happens: random work over several bitmaps, restarts and crashes of the
 service, and runs that are killed. What is read of the source is what the driver saw."""
 
+import os
 import random
 
 import pytest
@@ -182,6 +183,36 @@ def test_apply_that_is_killed_at_twenty_points_is_completed(bench):
         bitmap = next_bitmap
     print(f"\n{half_copies} of 20 runs were killed in the midst of the copy")
     assert half_copies >= 10
+
+
+def leave_half_way(bench, bitmap):
+    """Work of a seed, and a run of apply that was killed in the midst of it."""
+    for seed in range(10):
+        before = bench.source.read_bytes()
+        bench.run_worker("scatter", seed)
+        after = bench.source.read_bytes()
+        changed = [at for at in range(0, len(after), BLOCK)
+                   if before[at:at + BLOCK] != after[at:at + BLOCK]]
+        kill_apply_at(bench, changed[len(changed) // 3], "--bitmap", bitmap)
+        if not bench.is_equal():
+            return
+        bench.apply("--bitmap", bitmap)  # it was quicker
+    raise AssertionError("no run was killed in the midst of the copy")
+
+
+def test_half_copy_that_something_else_has_written_is_not_completed(bench):
+    bench.source.write_bytes(random.Random(3).randbytes(1024 * BLOCK))
+    bitmap = bench.track()
+    bench.apply("--full")
+    leave_half_way(bench, bitmap)
+    left = bench.copy.stat()
+    for moved_s in (60, -60):  # a later write, and an older file in its place
+        os.utime(bench.copy, ns=(left.st_atime_ns, left.st_mtime_ns + moved_s * 10 ** 9))
+        error = bench.apply("--bitmap", bitmap, exit_code=4)["error"]
+        assert error["reason"] == "not_a_copy" and "left it half way" in error["message"]
+    os.utime(bench.copy, ns=(left.st_atime_ns, left.st_mtime_ns))
+    bench.apply("--bitmap", bitmap)
+    assert bench.is_equal()
 
 
 def test_full_copy_that_is_killed_leaves_the_old_one(bench):
