@@ -34,6 +34,7 @@ MaybeFailure CopyLock::LockAndOpen(bool& is_settled) {
 }
 
 MaybeFailure CopyLock::TakeLock(const FileIdentity& copy) {
+  lock_.reset();  // it may be the same
   const std::uint32_t code = machine_.Lock(place_.lock(copy), lock_);
   if (code == kSharingViolation) return BusyFailure(machine_, place_);
   return CheckSystem(machine_, code, "cannot write beside " + place_.told());
