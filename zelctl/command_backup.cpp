@@ -127,8 +127,8 @@ MaybeFailure Backup::FindRecord() {
   return std::nullopt;
 }
 
-// A bitmap that was begun by a run which did not live to write it down. It may be somebody else's,
-// so it is not touched; what is known of it stays until a run has come through that told it.
+// A run may not have lived to write down the bitmap that it had begun. What looks like it may be
+// somebody else's, so it is not touched; the record keeps it until a run that told it came through.
 void Backup::TellWhatWasLeft() {
   const std::vector<BegunBitmap> left = LeftBitmaps(record_, listed_);
   if (left.empty()) return record_.beginning.reset();

@@ -41,8 +41,7 @@ class KeptCopy {
   [[nodiscard]] std::uint64_t size() const { return size_; }
 
   [[nodiscard]] Knowledge knowledge() const { return knowledge_; }
-  // For kGood what is known, for others what was known before, if it was this file; otherwise
-  // empty.
+  // For kGood what is known; otherwise what was known of this very file before, or nothing.
   [[nodiscard]] const CopyRecord& record() const { return record_; }
 
   // Each puts the record on the device. The copy is written through LiveTarget after BeginWriting,

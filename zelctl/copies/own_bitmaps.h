@@ -23,8 +23,8 @@ void KeepOnlyListed(CopyRecord& record, std::span<const BitmapEntry> listed);
 // Those that began before the current one.
 [[nodiscard]] std::vector<OwnBitmap> UsedUpBitmaps(const CopyRecord& record);
 
-// Of whom a run that was broken off may have begun one without writing it down. Nothing tells such
-// a bitmap from one that somebody else has begun meanwhile.
+// Those of which a run that was broken off may have begun one without writing it down. Nothing
+// tells it from one that somebody else has begun meanwhile.
 [[nodiscard]] std::vector<BegunBitmap> LeftBitmaps(const CopyRecord& record,
                                                    std::span<const BitmapEntry> listed);
 

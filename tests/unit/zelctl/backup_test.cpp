@@ -29,6 +29,9 @@ class BackupTest : public testing::Test {
   int Run(Words more = {}) {
     Words words = {"backup", "--from", kLive, "--to", kCopy, "--block-size", "64", "--json"};
     words.insert(words.end(), more.begin(), more.end());
+    return RunWords(words);
+  }
+  int RunWords(const Words& words) {
     terminal.printed.clear();
     terminal.notes.clear();
     const auto connect = [this](const Request&) {
@@ -158,6 +161,8 @@ TEST_F(BackupTest, BitmapThatABrokenRunMayHaveLeftIsToldUntilARunHasComeThrough)
   EXPECT_THAT(told, testing::HasSubstr("a run that was broken off at 1601-01-01T00:00:00"));
   EXPECT_EQ(Run(), 4);
   EXPECT_EQ(Notes(), told);
+  EXPECT_EQ(RunWords({"apply", "--full", "--from", kLive, "--to", kCopy, "--json"}), 0);
+  service.Crash();
   EXPECT_EQ(Run({"--full-if-needed"}), 0);
   EXPECT_EQ(LostAndTold({}), 1u);
   EXPECT_EQ(service.bitmaps.size(), 2u) << "it was not deleted";
