@@ -248,8 +248,7 @@ TEST_P(KilledBackupTest, NextRoundEndsWithAGoodCopy) {
   EXPECT_TRUE(came_through);
   EXPECT_GT(kills, 20);
   // Between the service's answer and the record's place on the device.
-  EXPECT_GE(lost, 4u);
-  EXPECT_LE(lost, 10u);
+  EXPECT_EQ(lost, 5u);
   std::printf("%d kills, %zu bitmaps that were told to be nobody's\n", kills - 1, lost);
 }
 
