@@ -18,7 +18,7 @@ MaybeFault Check(Step step, std::uint32_t code) {
   return CopyFault{.step = step, .code = code};
 }
 
-// Of which file systems make holes.
+// File systems make holes of no less.
 constexpr std::size_t kUnitBytes = std::size_t{64} << 10;
 
 bool IsZero(std::span<const std::byte> unit) {

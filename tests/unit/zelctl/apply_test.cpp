@@ -632,6 +632,7 @@ TEST_F(ApplyTest, HalfCopyThatSomethingElseChangedIsNotCompleted) {
 
 // Each of the two runs finds what was written while the one before lived.
 TEST_F(ApplyTest, RunThatWasKilledLateIsCompletedAsWellAsOneThatDidNothing) {
+  machine.At(kSource).bytes.resize(11 * 4096, std::byte{8});
   for (const int block : {1, 3, 5, 7}) WriteBlock(block, std::byte{7});
   const auto work_slowly = [&](test::MemoryFile&) {
     machine.At(kCopy).written = machine.now;  // what was written last
@@ -644,6 +645,7 @@ TEST_F(ApplyTest, RunThatWasKilledLateIsCompletedAsWellAsOneThatDidNothing) {
   machine.death = {};
   ASSERT_GT(machine.now, kStart + 20 * kSecond);
   machine.now += 100 * kSecond;
+  machine.At(kSource).bytes.resize(12 * 4096, std::byte{9});
   machine.death = {.changes = 0, .fail_at = 4};  // the new run's record is all that it did
   EXPECT_EQ(Run(Arguments()), 1);
   machine.death = {};

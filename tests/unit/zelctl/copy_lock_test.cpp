@@ -20,11 +20,17 @@ class BusyMachine : public test::MemoryMachine {
     }
     return MemoryMachine::Lock(path, lock);
   }
+  std::uint32_t OpenTarget(const std::string& path, std::unique_ptr<TargetFile>& file) override {
+    const std::uint32_t code = MemoryMachine::OpenTarget(path, file);
+    if (put_back) files[kCopy] = put_back;
+    return code;
+  }
   std::shared_ptr<test::MemoryFile> NewFile(FileId id) {
     return std::make_shared<test::MemoryFile>(test::MemoryFile{.bytes = {}, .id = id});
   }
 
   std::vector<std::shared_ptr<test::MemoryFile>> appearing;  // the last one first
+  std::shared_ptr<test::MemoryFile> put_back;                // once the other was opened
 };
 
 class CopyLockTest : public testing::Test {
@@ -60,7 +66,8 @@ TEST_F(CopyLockTest, FileThatAppearsMeanwhileIsTheOneThatIsLocked) {
 
 TEST_F(CopyLockTest, FileThatIsReplacedMeanwhileAndPutBackIsLocked) {
   machine.files[kCopy] = machine.NewFile(7);
-  machine.appearing = {machine.files[kCopy], machine.NewFile(8)};
+  machine.put_back = machine.files[kCopy];
+  machine.appearing = {machine.NewFile(8)};
   EXPECT_EQ(Take(), "");
   EXPECT_EQ(lock.identity().file_id, 7u);
   FileIdentity opened;
