@@ -68,7 +68,7 @@ TEST_F(CopyLockTest, FileThatIsReplacedMeanwhileAndPutBackIsLocked) {
   machine.files[kCopy] = machine.NewFile(7);
   machine.put_back = machine.files[kCopy];
   machine.appearing = {machine.NewFile(8)};
-  EXPECT_EQ(Take(), "");
+  ASSERT_EQ(Take(), "");
   EXPECT_EQ(lock.identity().file_id, 7u);
   FileIdentity opened;
   EXPECT_EQ(lock.file()->Identify(opened), 0u);
