@@ -18,7 +18,7 @@ MaybeFault Check(Step step, std::uint32_t code) {
   return CopyFault{.step = step, .code = code};
 }
 
-// File systems make holes of no less.
+// NTFS makes no smaller holes.
 constexpr std::size_t kUnitBytes = std::size_t{64} << 10;
 
 bool IsZero(std::span<const std::byte> unit) {

@@ -215,6 +215,17 @@ def test_half_copy_that_something_else_has_written_is_not_completed(bench):
     assert bench.is_equal()
 
 
+def test_full_copy_of_a_file_with_holes_has_them_too(bench):
+    bench.source.write_bytes(b"begin")
+    with open(bench.source, "r+b") as source:
+        source.truncate(64 << 20)
+        source.seek(40 << 20)
+        source.write(b"midst")
+    bench.apply("--full", "--verify")
+    assert bench.is_equal()
+    assert bench.copy.stat().st_blocks * 512 < 1 << 20
+
+
 def test_full_copy_that_is_killed_leaves_the_old_one(bench):
     points = random.Random(7)
     bench.copy.write_bytes(b"the copy before")
