@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -56,6 +57,7 @@ class PlayedService : public ctl::ZelServer {
   // The file at each moment when it was written, and at the first.
   std::vector<std::pair<FileTime, Bytes>> history;
   std::map<BitmapId, Bytes> bitmaps;
+  std::set<BitmapId> unloadable;  // listed, and not sent
   bool is_away = false;
 
   ctl::Answer Ping() override { return {}; }
@@ -73,7 +75,7 @@ class PlayedService : public ctl::ZelServer {
   }
   ctl::Answer CopyBitmap(BitmapId id, Bytes& bytes) override {
     if (!IsReached()) return kGone;
-    if (!bitmaps.contains(id)) return {.rpc_status = 0, .code = 1168};
+    if (!bitmaps.contains(id) || unloadable.contains(id)) return {.rpc_status = 0, .code = 1168};
     bytes = bitmaps[id];
     ChangeHeader(bytes, [](BitmapFileHeader& header) { header.ClosedCleanly = 0; });
     return After();
