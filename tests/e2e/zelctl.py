@@ -64,10 +64,9 @@ class Zelctl:
         subprocess.run(strace + self.command(*arguments), env=self.wine.environment, timeout=120,
                        stdin=subprocess.DEVNULL, capture_output=True, check=True)
 
-    def start(self, *arguments):
+    def start(self, *arguments, stdout=subprocess.DEVNULL):
         return subprocess.Popen(self.command(*arguments), env=self.wine.environment,
-                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                stderr=subprocess.DEVNULL)
+                                stdin=subprocess.DEVNULL, stdout=stdout, stderr=subprocess.DEVNULL)
 
     def on_terminal(self, columns, lines, *arguments):
         """The exit code of a run on a terminal of that size, and the text that was drawn on it."""
