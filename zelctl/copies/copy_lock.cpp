@@ -33,16 +33,20 @@ MaybeFailure CopyLock::LockAndOpen(bool& is_settled) {
   return LockFile(is_settled);
 }
 
-MaybeFailure CopyLock::TakeLock(const FileIdentity& copy) {
-  lock_.reset();  // it may be the same
-  const std::uint32_t code = machine_.Lock(place_.lock(copy), lock_);
+MaybeFailure CopyLock::TakeLock(const FileIdentity& copy, std::unique_ptr<HeldLock>& lock) {
+  lock.reset();  // it may be the same
+  const std::uint32_t code = machine_.Lock(place_.lock(copy), lock);
   if (code == kSharingViolation) return BusyFailure(machine_, place_);
   return CheckSystem(machine_, code, "cannot write beside " + place_.told());
 }
 
+MaybeFailure CopyLock::LockReplacement(const FileIdentity& file) {
+  return file.file_id == 0 ? std::nullopt : TakeLock(file, replacement_lock_);
+}
+
 MaybeFailure CopyLock::LockName(bool& is_settled) {
   identity_ = {};
-  if (auto failure = TakeLock(identity_)) return failure;
+  if (auto failure = TakeLock(identity_, lock_)) return failure;
   FileIdentity appeared;
   is_settled = machine_.Identify(place_.path(), appeared) == kFileNotFound;
   return std::nullopt;
@@ -53,7 +57,7 @@ MaybeFailure CopyLock::LockFile(bool& is_settled) {
     return Refuse(Reason::kIdentity,
                   place_.told() + " is on a file system that tells no files apart by ids");
   }
-  if (auto failure = TakeLock(identity_)) return failure;
+  if (auto failure = TakeLock(identity_, lock_)) return failure;
   std::uint32_t code = machine_.OpenTarget(place_.path(), file_);
   if (code == kSharingViolation) return BusyFailure(machine_, place_);
   FileIdentity opened;

@@ -24,6 +24,9 @@ class CopyLock {
   // Without a file id where there was no copy.
   [[nodiscard]] const FileIdentity& identity() const { return identity_; }
 
+  // Locks the file that is to take the copy's place, too: who finds it there later finds it taken.
+  // One without an id has the lock of the copy's name.
+  [[nodiscard]] MaybeFailure LockReplacement(const FileIdentity& file);
   // A file that is open cannot be replaced; the lock goes on keeping other runs away.
   void CloseFile() { file_.reset(); }
 
@@ -31,11 +34,12 @@ class CopyLock {
   [[nodiscard]] MaybeFailure LockAndOpen(bool& is_settled);
   [[nodiscard]] MaybeFailure LockName(bool& is_settled);
   [[nodiscard]] MaybeFailure LockFile(bool& is_settled);
-  [[nodiscard]] MaybeFailure TakeLock(const FileIdentity& copy);
+  [[nodiscard]] MaybeFailure TakeLock(const FileIdentity& copy, std::unique_ptr<HeldLock>& lock);
 
   Machine& machine_;
   const CopyPlace& place_;
   std::unique_ptr<HeldLock> lock_;
+  std::unique_ptr<HeldLock> replacement_lock_;
   std::unique_ptr<TargetFile> file_;
   FileIdentity identity_;
 };

@@ -26,6 +26,7 @@ MaybeFailure CopyReplacement::TakePlace(CopyRecord record) {
   if (auto failure = CheckSystem(machine_, code, "cannot write beside " + place.told())) {
     return failure;
   }
+  if (auto failure = copy_.LockReplacement(record.copy)) return failure;
   const std::string old_record = place.record(copy_.identity());
   const std::string new_record = place.record(record.copy);
   if (auto failure = WriteRecordFile(machine_, new_record, record)) return failure;

@@ -57,8 +57,11 @@ class KeptCopy {
   // Whether the volume can take so many more bytes.
   [[nodiscard]] MaybeFailure CheckRoom(std::uint64_t bytes) const;
 
-  // The two steps by which another file takes the copy's place: the copy is closed, and it is the
-  // file of that record, which is on the device.
+  // The steps by which another file takes the copy's place: it is locked, the copy is closed, and
+  // it is the file of that record, which is on the device.
+  [[nodiscard]] MaybeFailure LockReplacement(const FileIdentity& file) {
+    return lock_.LockReplacement(file);
+  }
   void Close() { lock_.CloseFile(); }
   void BecomeReplaced(CopyRecord record);
 

@@ -22,7 +22,8 @@ using Words = std::vector<std::string>;
 inline constexpr char kLive[] = "C:\\live";
 inline constexpr char kCopy[] = "D:\\copy";
 
-// A machine on which somebody does something just before a run settles on its moment.
+// A machine on which somebody does something just before a run settles on its moment, or removes a
+// file.
 class BusyMachine : public MemoryMachine {
  public:
   FileTime PastMoment() override {
@@ -30,7 +31,13 @@ class BusyMachine : public MemoryMachine {
     return MemoryMachine::PastMoment();
   }
 
-  std::function<void()> before_moment;  // once
+  std::uint32_t Remove(const std::string& path) override {
+    if (const auto act = std::exchange(before_removal, {})) act();
+    return MemoryMachine::Remove(path);
+  }
+
+  std::function<void()> before_moment;   // once
+  std::function<void()> before_removal;  // once
 };
 
 class CopyBench {

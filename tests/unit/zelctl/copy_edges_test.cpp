@@ -154,6 +154,19 @@ TEST_F(CopyEdgesTest, BitmapFileThatNobodyExportedCompletesItsOwnRunAndNoOther) 
   ExpectGood(Apply("X:\\closed"));
 }
 
+// What was known of the file before goes last.
+TEST_F(CopyEdgesTest, NoOtherRunHasTheCopyThatAFullPassHasJustPutThere) {
+  const std::string bitmap = Track();
+  ExpectGood(Full());
+  bool was_tried = false;
+  machine.before_removal = [&] {
+    was_tried = true;
+    ExpectRefused(Apply(bitmap), "busy");
+  };
+  EXPECT_EQ(Run(Full()), 0);
+  EXPECT_TRUE(was_tried && IsEqual());
+}
+
 // backup's own bitmaps are known to the copy that takes the place of the one before.
 TEST_F(CopyEdgesTest, FullCopyBetweenTwoRoundsKeepsTheirBitmaps) {
   ExpectGood(Backup());
