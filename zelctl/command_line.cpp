@@ -8,6 +8,7 @@
 #include "zelctl/completion.h"
 #include "zelctl/id_text.h"
 #include "zelctl/manual.h"
+#include "zelctl/nearest_word.h"
 #include "zelctl/size_text.h"
 #include "zelctl/time_text.h"
 
@@ -41,7 +42,8 @@ BitmapChoice ReadBitmapChoice(const std::string& text) {
 std::uint32_t ReadBlockSize(const std::string& text) {
   const std::optional<std::uint64_t> size = ParseSize(text);
   if (!size || *size == 0 || *size >= std::numeric_limits<std::uint32_t>::max()) {
-    RefuseValue("--block-size", "'" + text + "' is no block size: 1 to 4294967294, or 64K, 1M");
+    RefuseValue("--block-size",
+                "'" + text + "' is no block size: 1 to 4294967294, 0x10000, or 64K, 1M");
   }
   return static_cast<std::uint32_t>(*size);
 }
@@ -119,17 +121,28 @@ class Grammar {
         ->add_flag("--check", request_.check, "end with 4 when a bitmap cannot be trusted");
     Add(Command::kFiles, "files");
     CLI::App* const bitmaps = Add(Command::kBitmaps, "bitmaps");
-    bitmaps->add_option("PATH", request_.path, "of one tracked file; all of them unless told");
+    AddPath(bitmaps, "of one tracked file; all of them unless told");
     bitmaps->add_flag("--state", request_.state, "tell how each is, too, with headings");
   }
 
   void AddTracking() {
     CLI::App* const track = Add(Command::kTrack, "track");
-    track->add_option("PATH", request_.path, "of the file")->required();
+    AddPath(track, "of the file")->required();
     AddBlockSize(track);
-    Add(Command::kUntrack, "untrack")->add_option("PATH", request_.path, "of the file")->required();
+    AddPath(Add(Command::kUntrack, "untrack"), "of the file")->required();
     AddTime(Add(Command::kSync, "sync"), "--to", request_.time,
             "the point in time; now unless told");
+  }
+
+  // An empty variable of a script must mean neither every file nor the folder it runs in.
+  CLI::Option* AddPath(CLI::App* command, const std::string& description) {
+    return command->add_option_function<std::string>(
+        "PATH",
+        [this](const std::string& text) {
+          if (text.empty()) RefuseValue("PATH", "the path is empty");
+          request_.path = text;
+        },
+        description);
   }
 
   void AddBlockSize(CLI::App* command) {
@@ -353,14 +366,26 @@ std::string ProgramHelp(const CLI::App& app) {
          PageList(TopicPages()) + "\nzelctl help TOPIC tells more of each.\n";
 }
 
+std::vector<std::string> CommandNames() {
+  std::vector<std::string> names;
+  for (const ManualPage& page : CommandPages()) names.emplace_back(page.name);
+  return names;
+}
+
+std::vector<std::string> OptionNames(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
 std::vector<CommandWords> WordsOf(CLI::App& app) {
   std::vector<CommandWords> all;
   for (const CLI::App* command : app.get_subcommands(nullptr)) {
     if (command->get_name() == kOldExport) continue;
-    CommandWords words = {.command = command->get_name(), .options = {}, .values = {}};
-    for (const CLI::Option* option : command->get_options()) {
-      for (const std::string& name : option->get_lnames()) words.options.push_back("--" + name);
-    }
+    CommandWords words = {
+        .command = command->get_name(), .options = OptionNames(*command), .values = {}};
     if (words.command == "help") words.values = HelpTopics();
     if (words.command == "completion") words.values = kShells;
     all.push_back(std::move(words));
@@ -370,8 +395,46 @@ std::vector<CommandWords> WordsOf(CLI::App& app) {
 
 Failure UsageFailure(std::string message) {
   while (!message.empty() && (message.back() == '\n' || message.back() == '.')) message.pop_back();
-  if (message.find("zelctl help") == std::string::npos) message += "; see zelctl help";
   return {.exit_code = ExitCode::kUsage, .code = 0, .name = {}, .message = std::move(message)};
+}
+
+std::string MaybeMeant(const std::string& word, const std::vector<std::string>& known) {
+  const std::string nearest = NearestWord(word, known);
+  return nearest.empty() ? "" : " (did you mean " + nearest + "?)";
+}
+
+bool IsOption(const std::string& word) {
+  return word.starts_with("-");
+}
+
+// The command that was read, under the name that it has now; null before one was.
+const CLI::App* ReadCommand(const CLI::App& app) {
+  const auto commands = app.get_subcommands();
+  return commands.empty() ? nullptr : commands.front();
+}
+
+// What is there and means nothing, with what may have been meant.
+Failure UnexpectedWord(const CLI::App& app, const CLI::ExtrasError& error) {
+  const CLI::App* const command = ReadCommand(app);
+  const CLI::App& read = command != nullptr ? *command : app;
+  const std::vector<std::string> words = read.remaining();
+  const auto word = std::ranges::find_if_not(words, IsOption);
+  if (command == nullptr && word != words.end()) {
+    return UsageFailure("There is no command '" + *word + "'" + MaybeMeant(*word, CommandNames()));
+  }
+  const auto option = std::ranges::find_if(words, IsOption);
+  if (option == words.end()) return UsageFailure(error.what());
+  return UsageFailure("There is no option '" + *option + "'" +
+                      MaybeMeant(*option, OptionNames(read)));
+}
+
+// Names the page that helps.
+MaybeFailure PointToHelp(const CLI::App& app, MaybeFailure failure) {
+  if (!failure) return failure;
+  const CLI::App* const command = ReadCommand(app);
+  const std::string name = command == nullptr ? "" : std::string(NameNow(command->get_name()));
+  failure->message += "; see zelctl help" + (name.empty() || name == "help" ? "" : " " + name);
+  return failure;
 }
 
 MaybeFailure CompleteApply(const Request& request) {
@@ -396,7 +459,7 @@ MaybeFailure Complete(CLI::App& app, Request& request) {
   if (request.protseq.empty())
     request.protseq = request.server.empty() ? "ncalrpc" : "ncacn_ip_tcp";
   if (request.command == Command::kVersion) return std::nullopt;
-  if (app.get_subcommands().empty()) return UsageFailure("A command is missing; see zelctl help");
+  if (app.get_subcommands().empty()) return UsageFailure("A command is missing");
   const bool is_probe = request.command == Command::kPing || request.command == Command::kStatus;
   if (!request.timeout_s) request.timeout_s = is_probe ? kProbeTimeoutS : 0;
   const bool has_files = request.command == Command::kApply ||
@@ -410,18 +473,30 @@ MaybeFailure Complete(CLI::App& app, Request& request) {
     request.text = script(WordsOf(app));
   } else if (request.command == Command::kHelp) {
     const std::optional<std::string> text = HelpText(request.text);
-    if (!text) return UsageFailure("There is no help on '" + request.text + "'; see zelctl help");
+    if (!text) {
+      return UsageFailure("There is no help on '" + request.text + "'" +
+                          MaybeMeant(request.text, HelpTopics()));
+    }
     request.text = *text;
   }
   return std::nullopt;
 }
 
 void AskForHelp(const CLI::App& app, Request& request) {
-  const auto commands = app.get_subcommands();
+  const CLI::App* const command = ReadCommand(app);
   request.command = Command::kHelp;
   request.text =
-      HelpText(commands.empty() ? "" : std::string(NameNow(commands.front()->get_name())))
-          .value_or("");
+      HelpText(command == nullptr ? "" : std::string(NameNow(command->get_name()))).value_or("");
+}
+
+// From the back, as the library takes them. "/?" is how Windows' own programs are asked for help,
+// and no path: it stays what it is where paths are told from options.
+std::vector<std::string> ForLibrary(const std::vector<std::string>& arguments) {
+  std::vector<std::string> words = arguments;
+  const auto paths = std::ranges::find(words, "--");
+  std::replace(words.begin(), paths, std::string("/?"), std::string("--help"));
+  std::ranges::reverse(words);
+  return words;
 }
 
 }  // namespace
@@ -430,15 +505,16 @@ MaybeFailure ParseCommandLine(const std::vector<std::string>& arguments, Request
   request = {};
   Grammar grammar(request);
   try {
-    // The library takes the arguments from the back.
-    grammar.app().parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-    return Complete(grammar.app(), request);
+    grammar.app().parse(ForLibrary(arguments));
+    return PointToHelp(grammar.app(), Complete(grammar.app(), request));
   } catch (const CLI::CallForHelp&) {
     AskForHelp(grammar.app(), request);
     return std::nullopt;
   } catch (const CLI::ParseError& error) {
     request.json = std::ranges::find(arguments, "--json") != arguments.end();
-    return UsageFailure(error.what());
+    const auto* const extras = dynamic_cast<const CLI::ExtrasError*>(&error);
+    return PointToHelp(grammar.app(), extras != nullptr ? UnexpectedWord(grammar.app(), *extras)
+                                                        : UsageFailure(error.what()));
   }
 }
 

@@ -168,7 +168,7 @@ constexpr std::array<ManualPage, 15> kCommands = {{
 
 constexpr std::array<ManualPage, 3> kTopics = {{
     {"values", "how sizes, times and ids are written",
-     "Sizes  4096, 64K, 1M, 2G, 1T, and 64KiB; powers of 1024.\n"
+     "Sizes  4096, 0x1000, 64K, 1M, 2G, 1T, and 64KiB; powers of 1024.\n"
      "Times  now; 2026-01-31T23:59:59Z, with fractions of a second and with +01:00 for\n"
      "       the Z; or the digits of a FILETIME, 100 ns since 1601-01-01 UTC.\n"
      "Ids    0x000500000001a9f0. export and delete take them without the 0x, too;\n"

@@ -34,9 +34,11 @@ std::optional<int> ParseSuffix(std::string_view suffix) {
 }  // namespace
 
 std::optional<std::uint64_t> ParseSize(std::string_view text) {
-  const char* const end = text.data() + text.size();
+  const bool is_hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (is_hexadecimal) text.remove_prefix(2);
   std::uint64_t number = 0;
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  const auto [rest, error] =
+      std::from_chars(text.data(), text.data() + text.size(), number, is_hexadecimal ? 16 : 10);
   if (error != std::errc{}) return std::nullopt;
   const std::optional<int> shift =
       ParseSuffix(text.substr(static_cast<std::size_t>(rest - text.data())));

@@ -8,8 +8,9 @@
 
 namespace zel::ctl {
 
-// Digits, and perhaps one of K, M, G, T (powers of 1024, in either case) with or without "iB"
-// behind it: 4096, 64K, 1MiB. None for anything else and for what 64 bits cannot hold.
+// Digits, hexadecimal ones after 0x, and perhaps one of K, M, G, T (powers of 1024, in either case)
+// with or without "iB" behind it: 4096, 0x1000, 64K, 1MiB. None for anything else and for what 64
+// bits cannot hold.
 [[nodiscard]] std::optional<std::uint64_t> ParseSize(std::string_view text);
 
 // "512 bytes", "64.0 KiB", "1.5 GiB".

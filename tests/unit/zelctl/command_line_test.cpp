@@ -79,11 +79,18 @@ TEST(ParseCommandLineTest, EmptyServerIsNotThisMachine) {
   EXPECT_THAT(UsageFault({"ping", "--server", ""}), HasSubstr("--server"));
 }
 
+TEST(ParseCommandLineTest, EmptyPathIsNeitherEveryFileNorTheFolder) {
+  for (const char* command : {"bitmaps", "track", "untrack"}) {
+    EXPECT_THAT(UsageFault({command, ""}), HasSubstr("the path is empty")) << command;
+  }
+}
+
 TEST(ParseCommandLineTest, BlockSizesAreSizesOf32Bits) {
   EXPECT_EQ(Parse({"track", "x"}).block_size, 65'536u);
   EXPECT_EQ(Parse({"track", "x", "--block-size", "1M"}).block_size, 1u << 20);
   EXPECT_EQ(Parse({"track", "x", "--block-size", "4294967294"}).block_size, 0xFFFFFFFE);
-  for (const char* size : {"0", "4G", "4294967295", "4294967296", "x", ""}) {
+  EXPECT_EQ(Parse({"track", "x", "--block-size", "0x20000"}).block_size, 0x20000u);
+  for (const char* size : {"0", "4G", "4294967295", "4294967296", "0xFFFFFFFF", "x", ""}) {
     EXPECT_THAT(UsageFault({"track", "x", "--block-size", size}), HasSubstr("block size")) << size;
   }
 }
@@ -161,6 +168,39 @@ TEST(ParseCommandLineTest, WhatMeansNothingIsRefused) {
         Words{"ping", "status"}}) {
     EXPECT_NE(UsageFault(arguments), "") << testing::PrintToString(arguments);
   }
+}
+
+TEST(ParseCommandLineTest, WrongUsageNamesThePageThatHelps) {
+  EXPECT_EQ(UsageFault({}), "A command is missing; see zelctl help");
+  EXPECT_EQ(UsageFault({"track"}), "PATH is required; see zelctl help track");
+  EXPECT_EQ(UsageFault({"track", "x", "y"}),
+            "The following argument was not expected: y; see zelctl help track");
+  EXPECT_EQ(UsageFault({"copy"}), "ID is required; see zelctl help export") << "its old name";
+  for (const Words& arguments :
+       {Words{"apply", "--from", "x", "--to", "y"}, Words{"apply", "--from", "x", "--to", ""},
+        Words{"apply", "--full", "--as-of", "7", "--from", "x", "--to", "y"}}) {
+    EXPECT_THAT(UsageFault(arguments), testing::EndsWith("; see zelctl help apply"));
+  }
+}
+
+TEST(ParseCommandLineTest, WordThatIsNearlyRightIsNamed) {
+  EXPECT_EQ(UsageFault({"bitmap"}),
+            "There is no command 'bitmap' (did you mean bitmaps?); see zelctl help");
+  EXPECT_EQ(UsageFault({"--json", "untrac", "x"}),
+            "There is no command 'untrac' (did you mean untrack?); see zelctl help");
+  EXPECT_EQ(UsageFault({"frobnicate"}), "There is no command 'frobnicate'; see zelctl help");
+  EXPECT_EQ(UsageFault({"track", "--blocksize", "64K", "x"}),
+            "There is no option '--blocksize' (did you mean --block-size?); see zelctl help track");
+  EXPECT_EQ(UsageFault({"help", "export files"}),
+            "There is no help on 'export files'; see zelctl help");
+  EXPECT_EQ(UsageFault({"help", "jason"}),
+            "There is no help on 'jason' (did you mean json?); see zelctl help");
+}
+
+TEST(ParseCommandLineTest, WindowsWayToAskForHelpIsKnown) {
+  EXPECT_EQ(Parse({"/?"}).text, HelpText(""));
+  EXPECT_EQ(Parse({"track", "/?"}).text, HelpText("track"));
+  EXPECT_EQ(Parse({"track", "--", "/?"}).path, "/?");
 }
 
 TEST(ParseCommandLineTest, FailureStillKnowsWhetherJsonIsWanted) {

@@ -7,6 +7,7 @@
 #include "zelctl/call_within.h"
 #include "zelctl/failure.h"
 #include "zelctl/id_text.h"
+#include "zelctl/nearest_word.h"
 #include "zelctl/size_text.h"
 #include "zelctl/time_text.h"
 
@@ -19,15 +20,30 @@ TEST(ParseSizeTest, PlainNumbersAndUnitsAreRead) {
   EXPECT_EQ(ParseSize("64K"), 65'536u);
   EXPECT_EQ(ParseSize("64k"), 65'536u);
   EXPECT_EQ(ParseSize("1MiB"), 1u << 20);
+  EXPECT_EQ(ParseSize("0x1000"), 4096u);
+  EXPECT_EQ(ParseSize("0XfK"), 15u << 10);
   EXPECT_EQ(ParseSize("2g"), std::uint64_t{2} << 30);
   EXPECT_EQ(ParseSize("16777215T"), std::uint64_t{16'777'215} << 40);
 }
 
 TEST(ParseSizeTest, WhatIsNoSizeIsRefused) {
-  for (const char* text : {"", "K", "-1", "+1", " 1", "1 ", "1.5M", "1KB", "1Ki", "1iB", "1KK",
-                           "64Q", "0x10", "18446744073709551616", "16777216T"}) {
+  for (const char* text :
+       {"", "K", "-1", "+1", " 1", "1 ", "1.5M", "1KB", "1Ki", "1iB", "1KK", "64Q", "0x", "0xg",
+        "0x-1", "0x0x1", "18446744073709551616", "16777216T"}) {
     EXPECT_EQ(ParseSize(text), std::nullopt) << text;
   }
+}
+
+TEST(NearestWordTest, BeginningOrFewWrongLettersTellTheWord) {
+  const std::vector<std::string> known = {"status", "track", "untrack", "sync"};
+  EXPECT_EQ(NearestWord("stat", known), "status");
+  EXPECT_EQ(NearestWord("trak", known), "track");
+  EXPECT_EQ(NearestWord("untrak", known), "untrack");
+  EXPECT_EQ(NearestWord("snyc", known), "sync");
+  EXPECT_EQ(NearestWord("s", known), "");
+  EXPECT_EQ(NearestWord("", known), "");
+  EXPECT_EQ(NearestWord("delete", known), "");
+  EXPECT_EQ(NearestWord("sync", {}), "");
 }
 
 TEST(FormatOffsetTest, OffsetsOfAFileHaveOneUnit) {
