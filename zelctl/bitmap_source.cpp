@@ -82,13 +82,18 @@ MaybeFailure BeginBitmap(Surroundings& with, const Request& request, const std::
   const Answer answer = with.server.StartTracking(path, request.block_size, bitmap);
   if (auto failure = CheckAnswer(
           with.machine, request, answer, "cannot track " + path,
-          {{1, "the bitmap file for " + path + " could not be made; the service's log tells why"},
+          {{kInvalidFunction, "the bitmap file for " + path +
+                                  " could not be made, or no driver sees it; the service's log "
+                                  "tells which. For the driver, " +
+                                  kDriverAdvice},
+           {kNotSupported,
+            "no driver sees " + path + ", which is not tracked now; " + kDriverAdvice},
            {kFileNotFound, "there is no " + path},
            {kPathNotFound, "there is no " + path},
            {kInsufficientBuffer, path + " is smaller than 4096 bytes, too small to be tracked"},
            {kMediaChanged, path + " is tracked under another file id; untrack it first"},
-           {kTimeout, "the driver did not confirm " + path + ", which is not tracked now"},
-           {kShutdownInProgress, "the service is stopping"}})) {
+           {kTimeout, "the driver did not confirm " + path + ", which is not tracked now; " +
+                          kDriverAdvice}})) {
     return failure;
   }
   // What the service answers where it could not load what it made.
@@ -101,8 +106,7 @@ MaybeFailure Synchronize(Surroundings& with, const Request& request, FileTime ti
       with.machine, request, with.server.SynchronizeBitmaps(time), "cannot synchronize",
       {{kTimeout,
         "the driver's reports up to that time did not come; is it in the future, or the driver "
-        "behind? The service's log tells more"},
-       {kShutdownInProgress, "the service is stopping"}});
+        "behind? The service's log tells more"}});
 }
 
 MaybeFailure CheckTrust(const BitmapFile& bitmap) {

@@ -12,9 +12,11 @@
 
 namespace zel::ctl {
 
+inline constexpr std::uint32_t kInvalidFunction = 1;        // ERROR_INVALID_FUNCTION
 inline constexpr std::uint32_t kFileNotFound = 2;           // ERROR_FILE_NOT_FOUND
 inline constexpr std::uint32_t kPathNotFound = 3;           // ERROR_PATH_NOT_FOUND
 inline constexpr std::uint32_t kSharingViolation = 32;      // ERROR_SHARING_VIOLATION
+inline constexpr std::uint32_t kNotSupported = 50;          // ERROR_NOT_SUPPORTED
 inline constexpr std::uint32_t kDiskFull = 112;             // ERROR_DISK_FULL
 inline constexpr std::uint32_t kInsufficientBuffer = 122;   // ERROR_INSUFFICIENT_BUFFER
 inline constexpr std::uint32_t kMediaChanged = 1110;        // ERROR_MEDIA_CHANGED
@@ -22,14 +24,19 @@ inline constexpr std::uint32_t kShutdownInProgress = 1115;  // ERROR_SHUTDOWN_IN
 inline constexpr std::uint32_t kNotFound = 1168;            // ERROR_NOT_FOUND
 inline constexpr std::uint32_t kTimeout = 1460;             // ERROR_TIMEOUT
 
+// What to do about a driver that is not there or not heard of.
+inline constexpr char kDriverAdvice[] =
+    "check that the driver runs (sc query VelmoraActivityMonitor) and is attached to the volume "
+    "(fltmc instances); after a start of the driver restart ZelService";
+
 // What a code means as the answer of one operation.
 struct KnownAnswer {
   std::uint32_t code;
   std::string message;
 };
 
-// None for success. A code that is not among the known ones gets the system's words behind
-// `otherwise`, which says what could not be done.
+// None for success. A code that is not among the known ones gets the system's words after
+// `otherwise`, which says what could not be done; a service that is stopping says so itself.
 [[nodiscard]] MaybeFailure CheckAnswer(Machine& machine, const Request& request,
                                        const Answer& answer, const std::string& otherwise,
                                        std::initializer_list<KnownAnswer> known = {});

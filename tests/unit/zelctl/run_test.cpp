@@ -48,24 +48,77 @@ TEST_F(RunTest, NoServiceEndsWithThreeAndSaysWhatToCheck) {
   server.answers["Ping"] = {.rpc_status = 1722, .code = 0};
   EXPECT_EQ(Run({"ping"}), 3);
   EXPECT_EQ(terminal.printed, "");
-  EXPECT_EQ(
-      terminal.notes,
-      "zelctl: RPC_S_SERVER_UNAVAILABLE (1722): no answer from the service on this machine "
-      "over ncalrpc: RPC server unavailable; check there that ZelService is running (sc query "
-      "ZelService)\n");
+  EXPECT_EQ(terminal.notes,
+            "zelctl: RPC_S_SERVER_UNAVAILABLE (1722): no answer from the service on this machine "
+            "over ncalrpc: RPC server unavailable; check that ZelService is running (sc query "
+            "ZelService; while it is START_PENDING its log tells what it waits for)\n");
   EXPECT_EQ(Run({"ping", "--server", "there", "--endpoint", "99"}), 3);
   EXPECT_THAT(terminal.notes, HasSubstr("on there over ncacn_ip_tcp at 99"));
   EXPECT_THAT(terminal.notes, HasSubstr("firewall"));
 }
 
 TEST_F(RunTest, EachWayOfNotGettingThroughHasItsAdvice) {
-  const std::pair<std::uint32_t, const char*> advice[] = {
-      {1703, "--protseq"}, {5, "administrator"}, {1726, "may have ended"}, {1783, "log"}};
-  for (const auto& [status, words] : advice) {
-    server.answers["Ping"] = {.rpc_status = status, .code = 0};
-    EXPECT_EQ(Run({"ping"}), 3);
-    EXPECT_THAT(terminal.notes, HasSubstr(words)) << status;
+  struct {
+    std::uint32_t status;
+    std::vector<std::string> place;
+    const char* words;
+    const char* no_words;
+  } const ways[] = {
+      {1703, {}, "--protseq", "sc query"},
+      {5, {}, "run it as an administrator", "lets in"},
+      {5, {"--server", "there"}, "the account is one that there lets in", "administrator"},
+      {1825, {"--server", "there"}, "the account is one that there lets in", "firewall"},
+      {1722, {}, "START_PENDING", "firewall"},
+      {1722, {"--server", "there"}, "firewall lets calls through", "without --endpoint"},
+      {1722, {"--server", "there", "--endpoint", "99"}, "without --endpoint", "--protseq"},
+      {1728, {"--endpoint", "99"}, "99 may be another program's by now", "firewall"},
+      {1753, {"--server", "there"}, "check there that ZelService is running", "firewall"},
+      {1818, {}, "--timeout", "sc query"},
+      {1726, {}, "may have ended", "firewall"},
+      {1783, {}, "log", "firewall"}};
+  for (const auto& way : ways) {
+    server.answers["Ping"] = {.rpc_status = way.status, .code = 0};
+    std::vector<std::string> arguments = {"ping"};
+    arguments.insert(arguments.end(), way.place.begin(), way.place.end());
+    EXPECT_EQ(Run(arguments), 3);
+    EXPECT_THAT(terminal.notes, HasSubstr(way.words)) << way.status;
+    EXPECT_THAT(terminal.notes, testing::Not(HasSubstr(way.no_words))) << way.status;
   }
+}
+
+TEST_F(RunTest, ServiceThatStopsSaysTheSameToEveryCommand) {
+  for (const char* call : {"GetTrackedFiles", "CopyBitmap", "StartTracking", "DeleteBitmap",
+                           "SynchronizeBitmaps", "GetDriverStatus"}) {
+    server.answers[call] = {.rpc_status = 0, .code = 1115};
+  }
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"files"},
+                                                    {"status"},
+                                                    {"track", "C:\\a"},
+                                                    {"sync"},
+                                                    {"show", "0x1", "--no-sync"}}) {
+    const ordered_json error = RunJson(arguments, 1)["error"];
+    EXPECT_EQ(error["code"], 1115);
+    EXPECT_EQ(error["message"], "the service is stopping; try again when it runs") << arguments[0];
+  }
+}
+
+TEST_F(RunTest, DriverThatIsNotThereHasItsAdvice) {
+  TrackTwoFiles();
+  for (const char* call : {"GetDriverStatus", "SynchronizeBitmaps"}) {
+    server.answers[call] = {.rpc_status = 0, .code = 0x80070006};
+  }
+  for (const std::uint32_t code : {1u, 50u, 1460u}) {
+    server.answers["StartTracking"] = {.rpc_status = 0, .code = code};
+    EXPECT_EQ(Run({"track", "C:\\a"}), 1);
+    EXPECT_THAT(terminal.notes, HasSubstr("sc query VelmoraActivityMonitor")) << code;
+  }
+  for (const char* command : {"status", "sync"}) {
+    EXPECT_EQ(Run({command}), 1);
+    EXPECT_THAT(terminal.notes, HasSubstr("sc query VelmoraActivityMonitor")) << command;
+  }
+  server.answers["SynchronizeBitmaps"] = {.rpc_status = 0, .code = 5};
+  EXPECT_EQ(Run({"sync"}), 1);
+  EXPECT_THAT(terminal.notes, testing::Not(HasSubstr("VelmoraActivityMonitor")));
 }
 
 TEST_F(RunTest, FailureInJsonHasItsCodeNameAndSentence) {
@@ -228,7 +281,7 @@ TEST_F(RunTest, EachRefusalToTrackHasItsWords) {
       {1110, "zelctl: ERROR_MEDIA_CHANGED (1110): C:\\a is tracked under another file id"},
       {122, "zelctl: ERROR_INSUFFICIENT_BUFFER (122): C:\\a is smaller than 4096 bytes"},
       {2, "zelctl: ERROR_FILE_NOT_FOUND (2): there is no C:\\a"},
-      {1, "could not be made"},
+      {1, "could not be made, or no driver sees it"},
       {1460, "zelctl: ERROR_TIMEOUT (1460): the driver did not confirm"},
       {1115, "stopping"},
       {5, "zelctl: ERROR_ACCESS_DENIED (5): cannot track C:\\a: Access denied"},
