@@ -7,6 +7,7 @@
 #include "zelctl/map_text.h"
 #include "zelctl/path_text.h"
 #include "zelctl/size_text.h"
+#include "zelctl/table_text.h"
 #include "zelctl/time_text.h"
 
 namespace zel::ctl {
@@ -29,42 +30,52 @@ MaybeFailure KeepOnly(Surroundings& with, const std::string& path, std::vector<F
                  .message = path + " is not tracked"};
 }
 
-std::string Padded(std::string text, std::size_t columns) {
-  if (text.size() < columns) text.resize(columns, ' ');
-  return text + "  ";
+constexpr Column kFileColumns[] = {{"VOLUME", 36}, {"FILE ID", 18}, {"BITMAPS", 7}, {"FILE", 0}};
+constexpr Column kBitmapColumns[] = {{"BITMAP", 18}, {"CREATED", 28}, {"BLOCKS", 9}, {"FILE", 0}};
+constexpr Column kStateColumns[] = {{"BITMAP", 18}, {"STATE", 10}, {"CHANGED", 34},
+                                    {"AGE", 6},     {"BLOCKS", 9}, {"FILE", 0}};
+
+TableFor Reader(const Surroundings& with) {
+  return with.terminal.prints_to_person() ? TableFor::kPeople : TableFor::kScripts;
 }
 
-constexpr std::size_t kIdColumns = 18;
-constexpr std::size_t kTrustColumns = 10;
-constexpr std::size_t kChangedColumns = 34;
-constexpr std::size_t kAgeColumns = 6;
-constexpr std::size_t kBlocksColumns = 9;
-
-std::string StateHeading() {
-  return Padded("BITMAP", kIdColumns) + Padded("STATE", kTrustColumns) +
-         Padded("CHANGED", kChangedColumns) + Padded("AGE", kAgeColumns) +
-         Padded("BLOCKS", kBlocksColumns) + "FILE\n";
-}
-
-void AddBitmap(const BitmapEntry& bitmap, const std::string& path, Output& output) {
+void AddBitmap(const BitmapEntry& bitmap, const std::string& path, TableText& table,
+               Output& output) {
   output.json["bitmaps"].push_back(BitmapJson(bitmap, path));
-  output.text += FormatId(bitmap.id) + "  " + FormatTime(bitmap.creation_time) + "  " +
-                 FormatSize(bitmap.block_size) + "  " + path + "\n";
+  table.AddLine({FormatId(bitmap.id), FormatTime(bitmap.creation_time),
+                 FormatExactSize(bitmap.block_size), path});
 }
 
 MaybeFailure AddBitmapWithState(Surroundings& with, const Request& request,
                                 const BitmapEntry& bitmap, const std::string& path,
-                                Output& output) {
+                                TableText& table, Output& output) {
   BitmapState state;
   if (auto failure = ReadState(with, request, bitmap.id, state)) return failure;
   Json json = BitmapJson(bitmap, path);
   json["trust"] = state.trust;
   json["changed"] = TotalsJson(state.changed);
   output.json["bitmaps"].push_back(std::move(json));
-  output.text += Padded(FormatId(bitmap.id), kIdColumns) + Padded(state.trust, kTrustColumns) +
-                 Padded(ChangedSizeText(state.changed), kChangedColumns) +
-                 Padded(FormatAge(bitmap.creation_time, with.machine.Now()), kAgeColumns) +
-                 Padded(FormatSize(bitmap.block_size), kBlocksColumns) + path + "\n";
+  table.AddLine({FormatId(bitmap.id), state.trust, ChangedSizeText(state.changed),
+                 FormatAge(bitmap.creation_time, with.machine.Now()),
+                 FormatExactSize(bitmap.block_size), path});
+  return std::nullopt;
+}
+
+MaybeFailure AddBitmapsOf(Surroundings& with, const Request& request, const FileEntry& file,
+                          TableText& table, Output& output) {
+  std::vector<BitmapEntry> bitmaps;
+  const Answer answer = with.server.ListBitmaps(file.file, bitmaps);
+  if (auto failure =
+          CheckAnswer(with.machine, request, answer, "cannot list the bitmaps of " + file.path)) {
+    return failure;
+  }
+  for (const BitmapEntry& bitmap : bitmaps) {
+    if (!request.state) {
+      AddBitmap(bitmap, file.path, table, output);
+    } else if (auto failure = AddBitmapWithState(with, request, bitmap, file.path, table, output)) {
+      return failure;
+    }
+  }
   return std::nullopt;
 }
 
@@ -117,16 +128,17 @@ MaybeFailure RunFiles(Surroundings& with, const Request& request, Output& output
   std::vector<FileEntry> files;
   if (auto failure = GetFiles(with, request, files)) return failure;
   output.json["files"] = Json::array();
+  TableText table(kFileColumns, Reader(with));
   for (const FileEntry& file : files) {
     Json ids = Json::array();
     for (const BitmapId id : file.bitmaps) ids.push_back(FormatId(id));
-    output.json["files"].push_back({{"path", file.path},
-                                    {"volume", FormatGuid(file.file.volume)},
-                                    {"file_id", FormatId(file.file.file_id)},
-                                    {"bitmap_ids", ids}});
-    output.text += FormatGuid(file.file.volume) + "  " + FormatId(file.file.file_id) + "  " +
-                   std::to_string(file.bitmaps.size()) + "  " + file.path + "\n";
+    const std::string volume = FormatGuid(file.file.volume);
+    const std::string file_id = FormatId(file.file.file_id);
+    output.json["files"].push_back(
+        {{"path", file.path}, {"volume", volume}, {"file_id", file_id}, {"bitmap_ids", ids}});
+    table.AddLine({volume, file_id, std::to_string(file.bitmaps.size()), file.path});
   }
+  output.text = table.text();
   return std::nullopt;
 }
 
@@ -137,23 +149,15 @@ MaybeFailure RunBitmaps(Surroundings& with, const Request& request, Output& outp
     if (auto failure = KeepOnly(with, request.path, files)) return failure;
   }
   output.json["bitmaps"] = Json::array();
-  if (request.state) output.text = StateHeading();
+  TableText table = request.state ? TableText(kStateColumns, TableFor::kPeople)
+                                  : TableText(kBitmapColumns, Reader(with));
+  MaybeFailure failure;
   for (const FileEntry& file : files) {
-    std::vector<BitmapEntry> bitmaps;
-    const Answer answer = with.server.ListBitmaps(file.file, bitmaps);
-    if (auto failure =
-            CheckAnswer(with.machine, request, answer, "cannot list the bitmaps of " + file.path)) {
-      return failure;
-    }
-    for (const BitmapEntry& bitmap : bitmaps) {
-      if (!request.state) {
-        AddBitmap(bitmap, file.path, output);
-      } else if (auto failure = AddBitmapWithState(with, request, bitmap, file.path, output)) {
-        return failure;
-      }
-    }
+    failure = AddBitmapsOf(with, request, file, table, output);
+    if (failure) break;
   }
-  return std::nullopt;
+  output.text = table.text();
+  return failure;
 }
 
 MaybeFailure RunSync(Surroundings& with, const Request& request, Output& output) {

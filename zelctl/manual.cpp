@@ -24,14 +24,15 @@ constexpr std::array<ManualPage, 15> kCommands = {{
      "bitmaps).\n"},
 
     {"files", "lists the tracked files",
-     "A line for each: volume, file id, number of bitmaps, path.\n\n"
+     "A line for each: volume, file id, number of bitmaps, path; with headings on a\n"
+     "terminal.\n\n"
      "JSON: files, each with path, volume, file_id, bitmap_ids.\n"},
 
     {"bitmaps", "lists the bitmaps of one or of all tracked files",
      "A line for each: bitmap id, time of creation, block size, path of the tracked\n"
-     "file. With --state a table: bitmap, state (trusted, unreliable, or damaged for\n"
-     "one that cannot be used), how much changed, age, block size, path. The bitmaps\n"
-     "are not synchronized for it.\n\n"
+     "file; with headings on a terminal. With --state always with headings: bitmap,\n"
+     "state (trusted, unreliable, or damaged for one that cannot be used), how much\n"
+     "changed, age, block size, path. The bitmaps are not synchronized for it.\n\n"
      "Example: zelctl bitmaps D:\\vm\\disk.vhdx\n\n"
      "JSON: bitmaps, each with bitmap_id, path, volume, file_id, block_size,\n"
      "creation_time, bitmap_file_size, bitmap_file; with --state trust and changed as\n"

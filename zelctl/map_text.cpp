@@ -93,7 +93,7 @@ std::string ChangedSizeText(const ChangeTotals& totals) {
 
 std::string ChangedBlocksText(const ChangeTotals& totals, std::uint32_t block_size) {
   return std::to_string(totals.changed_blocks) + " of " + std::to_string(totals.blocks) +
-         " blocks of " + FormatSize(block_size) + ", in " + std::to_string(totals.ranges) +
+         " blocks of " + FormatExactSize(block_size) + ", in " + std::to_string(totals.ranges) +
          (totals.ranges == 1 ? " range" : " ranges");
 }
 

@@ -55,6 +55,13 @@ std::string FormatSize(std::uint64_t bytes) {
   return InUnit(value, unit);
 }
 
+std::string FormatExactSize(std::uint64_t bytes) {
+  std::uint64_t unit = 1;
+  while (bytes / unit >= 1024) unit *= 1024;
+  // A remainder that one decimal tells exactly.
+  return bytes % unit * 10 % unit == 0 ? FormatSize(bytes) : InBytes(bytes);
+}
+
 std::string FormatOffset(std::uint64_t offset, std::uint64_t file_size) {
   constexpr std::uint64_t kMost = 9999;
   if (file_size <= kMost) return InBytes(offset);

@@ -16,6 +16,10 @@ namespace zel::ctl {
 // "512 bytes", "64.0 KiB", "1.5 GiB".
 [[nodiscard]] std::string FormatSize(std::uint64_t bytes);
 
+// The same where nothing is rounded away by it, and all the bytes otherwise: "64.0 KiB",
+// "4095 bytes". `bytes` below 2^60.
+[[nodiscard]] std::string FormatExactSize(std::uint64_t bytes);
+
 // A place in a file of `file_size` bytes, in at most ten characters. All places of one file have
 // the same unit, the smallest in which its size has at most four digits: "0.0 GiB", "1075.2 GiB".
 [[nodiscard]] std::string FormatOffset(std::uint64_t offset, std::uint64_t file_size);

@@ -232,6 +232,26 @@ TEST_F(RunTest, FilesAreListedWithTheirBitmaps) {
             R"("file_id":"0x000300000001a2b4","bitmap_ids":["0x000500000001a9f0"]})");
 }
 
+TEST_F(RunTest, ListsHaveHeadingsOnATerminal) {
+  TrackTwoFiles();
+  server.bitmaps[0].block_size = 4095;
+  terminal.to_person = true;
+  EXPECT_EQ(Run({"files"}), 0);
+  EXPECT_EQ(terminal.printed,
+            "VOLUME                                FILE ID             BITMAPS  FILE\n"
+            "8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e  0x000300000001a2b4  1        "
+            "C:\\data\\One.vhdx\n"
+            "8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e  0x0000000000000009  0        C:\\data\\two\n");
+  EXPECT_EQ(Run({"bitmaps"}), 0);
+  EXPECT_EQ(terminal.printed,
+            "BITMAP              CREATED                       BLOCKS     FILE\n"
+            "0x000500000001a9f0  2026-01-31T14:38:43.4821376Z  4095 bytes  "
+            "C:\\data\\One.vhdx\n");
+  server.files.clear();
+  EXPECT_EQ(Run({"files"}), 0);
+  EXPECT_EQ(terminal.printed, "") << "a heading alone says nothing";
+}
+
 TEST_F(RunTest, NothingTrackedIsAnEmptyList) {
   EXPECT_EQ(Run({"files"}), 0);
   EXPECT_EQ(terminal.printed, "");

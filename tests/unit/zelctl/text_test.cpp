@@ -9,6 +9,7 @@
 #include "zelctl/id_text.h"
 #include "zelctl/nearest_word.h"
 #include "zelctl/size_text.h"
+#include "zelctl/table_text.h"
 #include "zelctl/time_text.h"
 
 namespace zel::ctl {
@@ -68,6 +69,32 @@ TEST(FormatSizeTest, UnitKeepsTheNumberBelow1024) {
   EXPECT_EQ(FormatSize((1 << 20) - 1), "1.0 MiB");
   EXPECT_EQ(FormatSize(std::uint64_t{256} << 20), "256.0 MiB");
   EXPECT_EQ(FormatSize(~std::uint64_t{0}), "16.0 EiB");
+}
+
+TEST(FormatExactSizeTest, NothingIsRoundedAway) {
+  EXPECT_EQ(FormatExactSize(1), "1 byte");
+  EXPECT_EQ(FormatExactSize(1000), "1000 bytes");
+  EXPECT_EQ(FormatExactSize(1536), "1.5 KiB");
+  EXPECT_EQ(FormatExactSize(4095), "4095 bytes");
+  EXPECT_EQ(FormatExactSize(4096), "4.0 KiB");
+  EXPECT_EQ(FormatExactSize(65'536), "64.0 KiB");
+  EXPECT_EQ(FormatExactSize(65'537), "65537 bytes");
+  EXPECT_EQ(FormatExactSize((1 << 20) - 1), "1048575 bytes");
+  EXPECT_EQ(FormatExactSize(1 << 20), "1.0 MiB");
+  EXPECT_EQ(FormatExactSize(0xFFFFFFFE), "4294967294 bytes");
+}
+
+TEST(TableTextTest, PeopleGetHeadingsAndColumnsAndScriptsNeither) {
+  constexpr Column kColumns[] = {{"NAME", 6}, {"SIZE", 4}, {"PATH", 0}};
+  for (const auto& [reader, text] :
+       {std::pair{TableFor::kPeople, "NAME    SIZE  PATH\na       1     x\nlong name  22    y z\n"},
+        std::pair{TableFor::kScripts, "a  1  x\nlong name  22  y z\n"}}) {
+    TableText table(kColumns, reader);
+    EXPECT_EQ(table.text(), "");
+    table.AddLine({"a", "1", "x"});
+    table.AddLine({"long name", "22", "y z"});
+    EXPECT_EQ(table.text(), text);
+  }
 }
 
 constexpr FileTime kUnixEpoch = 116'444'736'000'000'000;
