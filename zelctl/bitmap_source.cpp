@@ -3,6 +3,7 @@
 #include "zelctl/checksum.h"
 #include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
+#include "zelctl/progress_line.h"
 
 namespace zel::ctl {
 
@@ -79,6 +80,7 @@ MaybeFailure TakeBitmap(Surroundings& with, const Request& request, TakenBitmap&
 
 MaybeFailure BeginBitmap(Surroundings& with, const Request& request, const std::string& path,
                          BitmapEntry& bitmap) {
+  const WaitingLine waiting(with, "waiting for the driver to see the file");
   const Answer answer = with.server.StartTracking(path, request.block_size, bitmap);
   if (auto failure = CheckAnswer(
           with.machine, request, answer, "cannot track " + path,
@@ -102,6 +104,7 @@ MaybeFailure BeginBitmap(Surroundings& with, const Request& request, const std::
 }
 
 MaybeFailure Synchronize(Surroundings& with, const Request& request, FileTime time) {
+  const WaitingLine waiting(with, "waiting for the driver's reports");
   return CheckAnswer(
       with.machine, request, with.server.SynchronizeBitmaps(time), "cannot synchronize",
       {{kTimeout,

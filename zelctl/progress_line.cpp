@@ -34,4 +34,12 @@ ByteCounter ProgressLine::counter() {
   };
 }
 
+WaitingLine::WaitingLine(Surroundings& with, std::string_view what) : with_(with) {
+  if (with_.terminal.notes_to_person()) with_.terminal.DrawProgress(what);
+}
+
+WaitingLine::~WaitingLine() {
+  if (with_.terminal.notes_to_person()) with_.terminal.DrawProgress({});
+}
+
 }  // namespace zel::ctl

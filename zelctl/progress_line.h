@@ -1,5 +1,5 @@
 // Progress where somebody looks at it: a line that is drawn over and over on a terminal, and lines
-// one below the other where they are asked for. Pure.
+// one below the other where they are asked for; and that something is waited for. Pure.
 #pragma once
 
 #include <string_view>
@@ -27,6 +27,18 @@ class ProgressLine {
   const bool draws_;
   const bool notes_;
   Progress progress_;
+};
+
+// Tells a terminal, for as long as it lives, what is waited for.
+class WaitingLine {
+ public:
+  WaitingLine(Surroundings& with, std::string_view what);
+  ~WaitingLine();
+  WaitingLine(const WaitingLine&) = delete;
+  WaitingLine& operator=(const WaitingLine&) = delete;
+
+ private:
+  Surroundings& with_;
 };
 
 }  // namespace zel::ctl

@@ -296,6 +296,17 @@ TEST_F(RunTest, TrackPrintsTheNewBitmapsId) {
   EXPECT_FALSE(json.contains("bitmap_file"));
 }
 
+TEST_F(RunTest, PersonIsToldWhatIsWaitedFor) {
+  EXPECT_EQ(Run({"sync"}), 0);
+  EXPECT_THAT(terminal.progress, IsEmpty());
+  terminal.to_person = true;
+  EXPECT_EQ(Run({"sync"}), 0);
+  EXPECT_THAT(terminal.progress, ElementsAre("waiting for the driver's reports", ""));
+  server.answers["StartTracking"] = {.rpc_status = 0, .code = 1460};
+  EXPECT_EQ(Run({"track", "C:\\a"}), 1);
+  EXPECT_THAT(terminal.progress, ElementsAre("waiting for the driver to see the file", ""));
+}
+
 TEST_F(RunTest, EachRefusalToTrackHasItsWords) {
   const std::pair<std::uint32_t, const char*> refusals[] = {
       {1110, "zelctl: ERROR_MEDIA_CHANGED (1110): C:\\a is tracked under another file id"},
