@@ -262,7 +262,7 @@ round_3() {
 
 remove_all() {
   say "Remove everything"
-  zelctl untrack "$database"
+  zelctl untrack --yes "$database"
   wine_run 'C:\agent\zelservice.exe' -remove
   await "the service has ended" has_ended
   wine_run 'C:\agent\driversim.exe' tell stop >/dev/null

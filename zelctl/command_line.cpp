@@ -129,7 +129,9 @@ class Grammar {
     CLI::App* const track = Add(Command::kTrack, "track");
     AddPath(track, "of the file")->required();
     AddBlockSize(track);
-    AddPath(Add(Command::kUntrack, "untrack"), "of the file")->required();
+    CLI::App* const untrack = Add(Command::kUntrack, "untrack");
+    AddPath(untrack, "of the file")->required();
+    untrack->add_flag("-y,--yes", request_.yes, "ask nothing");
     AddTime(Add(Command::kSync, "sync"), "--to", request_.time,
             "the point in time; now unless told");
   }

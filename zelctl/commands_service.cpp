@@ -2,10 +2,10 @@
 #include "zelctl/bitmap_state.h"
 #include "zelctl/commands.h"
 #include "zelctl/error_words.h"
+#include "zelctl/file_list.h"
 #include "zelctl/id_text.h"
 #include "zelctl/json_shapes.h"
 #include "zelctl/map_text.h"
-#include "zelctl/path_text.h"
 #include "zelctl/size_text.h"
 #include "zelctl/table_text.h"
 #include "zelctl/time_text.h"
@@ -14,16 +14,11 @@ namespace zel::ctl {
 
 namespace {
 
-MaybeFailure GetFiles(Surroundings& with, const Request& request, std::vector<FileEntry>& files) {
-  return CheckAnswer(with.machine, request, with.server.GetTrackedFiles(files),
-                     "cannot list the tracked files");
-}
-
 MaybeFailure KeepOnly(Surroundings& with, const std::string& path, std::vector<FileEntry>& files) {
-  std::erase_if(files, [folded = FoldCase(path)](const FileEntry& file) {
-    return FoldCase(file.path) != folded;
-  });
-  if (!files.empty()) return std::nullopt;
+  if (const FileEntry* const found = FindFile(files, path)) {
+    files = std::vector{FileEntry(*found)};
+    return std::nullopt;
+  }
   return Failure{.exit_code = ExitCode::kRefused,
                  .code = kFileNotFound,
                  .name = with.machine.Describe(kFileNotFound).name,
@@ -79,6 +74,14 @@ MaybeFailure AddBitmapsOf(Surroundings& with, const Request& request, const File
   return std::nullopt;
 }
 
+// The interface does not tell the service's time.
+void NoteWhoseClock(const Request& request, Output& output) {
+  if (request.server.empty() || request.time != "now") return;
+  output.notes.push_back("this is the time of this machine's clock: while the one of " +
+                         request.server +
+                         " is ahead of it, what was written last may be missing (--to TIME)");
+}
+
 MaybeFailure CheckBitmaps(Surroundings& with, const Request& request,
                           const std::vector<FileEntry>& files, std::size_t& untrusted) {
   for (const FileEntry& file : files) {
@@ -101,9 +104,8 @@ MaybeFailure RunPing(Surroundings& with, const Request& request, Output& output)
 
 MaybeFailure RunStatus(Surroundings& with, const Request& request, Output& output) {
   std::vector<FileEntry> files;
-  if (auto failure = GetFiles(with, request, files)) return failure;
-  std::size_t bitmaps = 0;
-  for (const FileEntry& file : files) bitmaps += file.bitmaps.size();
+  if (auto failure = ListFiles(with, request, files)) return failure;
+  const std::size_t bitmaps = CountBitmaps(files);
   const Answer driver = with.server.GetDriverStatus();
   output.json = {{"tracked_files", files.size()}, {"bitmaps", bitmaps}, {"driver", driver.ok()}};
   output.text =
@@ -126,7 +128,7 @@ MaybeFailure RunStatus(Surroundings& with, const Request& request, Output& outpu
 
 MaybeFailure RunFiles(Surroundings& with, const Request& request, Output& output) {
   std::vector<FileEntry> files;
-  if (auto failure = GetFiles(with, request, files)) return failure;
+  if (auto failure = ListFiles(with, request, files)) return failure;
   output.json["files"] = Json::array();
   TableText table(kFileColumns, Reader(with));
   for (const FileEntry& file : files) {
@@ -144,7 +146,7 @@ MaybeFailure RunFiles(Surroundings& with, const Request& request, Output& output
 
 MaybeFailure RunBitmaps(Surroundings& with, const Request& request, Output& output) {
   std::vector<FileEntry> files;
-  if (auto failure = GetFiles(with, request, files)) return failure;
+  if (auto failure = ListFiles(with, request, files)) return failure;
   if (!request.path.empty()) {
     if (auto failure = KeepOnly(with, request.path, files)) return failure;
   }
@@ -165,7 +167,9 @@ MaybeFailure RunSync(Surroundings& with, const Request& request, Output& output)
   const FileTime time = ParseTime(request.time, with.machine.Now()).value_or(0);
   output.json = {{"time", FormatTime(time)}, {"filetime", time}};
   output.confirmation = "synchronized to " + FormatTime(time) + "\n";
-  return Synchronize(with, request, time);
+  if (auto failure = Synchronize(with, request, time)) return failure;
+  NoteWhoseClock(request, output);
+  return std::nullopt;
 }
 
 }  // namespace zel::ctl

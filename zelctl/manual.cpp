@@ -40,22 +40,26 @@ constexpr std::array<ManualPage, 15> kCommands = {{
 
     {"track", "starts tracking a file and makes a bitmap of it",
      "A file that is tracked already gets one more bitmap; each collects changes on\n"
-     "its own from then on. Prints the new bitmap's id. Files of less than 4096 bytes\n"
-     "cannot be tracked. Small blocks keep backups small and make large bitmaps: a\n"
-     "file of 1T has one of 2M with blocks of 64K.\n\n"
+     "its own from then on, and a note on standard error tells how many there are.\n"
+     "Prints the new bitmap's id. Files of less than 4096 bytes cannot be tracked.\n"
+     "Small blocks keep backups small and make large bitmaps: a file of 1T has one of\n"
+     "2M with blocks of 64K.\n\n"
      "Example: zelctl track --block-size 1M D:\\vm\\disk.vhdx\n\n"
      "JSON: bitmap_id, path, volume, file_id, block_size, creation_time,\n"
      "bitmap_file_size.\n"},
 
     {"untrack", "stops tracking a file and deletes its bitmaps",
      "Ends with 1 when the file is not tracked. Tracked anew, the file needs a full\n"
-     "copy first.\n\n"
-     "JSON: path.\n"},
+     "copy first. Somebody at a terminal is told how many bitmaps go and asked; with\n"
+     "--yes, with --json, and in scripts, where input or standard error is no\n"
+     "terminal, nothing is asked.\n\n"
+     "JSON: path, deleted_bitmaps (how many).\n"},
 
     {"sync", "waits until all writes up to a time are in the bitmaps",
      "TIME is \"now\", ISO 8601 with a zone, or a FILETIME (zelctl help values). Now is\n"
-     "this machine's time: a service whose clock is behind waits for it, up to its\n"
-     "SyncTimeout.\n\n"
+     "the time of this machine's clock, with --server too: where the service's clock\n"
+     "is behind, it waits for that time, up to its SyncTimeout; where it is ahead,\n"
+     "what was written last may be missing, which a note says.\n\n"
      "Examples:\n"
      "  zelctl sync\n"
      "  zelctl sync --to 2026-01-31T23:59:59+01:00\n\n"
@@ -72,9 +76,10 @@ constexpr std::array<ManualPage, 15> kCommands = {{
 
     {"delete", "deletes bitmaps",
      "Delete a bitmap when what it says has been used and is not needed again. An id\n"
-     "that the service does not know is no failure: the service tells no difference.\n\n"
+     "that no bitmap has is noted and no failure, so that a script may repeat itself.\n\n"
      "Example: zelctl delete 0x000500000001a9f0\n\n"
-     "JSON: deleted, the ids; after a failure those before it.\n"},
+     "JSON: deleted, the ids that no bitmap has any more; unknown, those of them that\n"
+     "none had; after a failure those before it.\n"},
 
     {"show", "shows what a bitmap says",
      "Prints the header and how much changed; with --ranges a line \"OFFSET LENGTH\"\n"

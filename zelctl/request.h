@@ -52,6 +52,7 @@ struct Request {
   std::uint32_t block_size = 65'536;  // track, backup
   std::string time = "now";           // sync; as ParseTime takes it
   std::vector<BitmapId> ids;          // delete
+  bool yes = false;                   // untrack: nobody is to be asked
   std::string output;                 // export
 
   BitmapChoice bitmap;        // export, an id; show, apply

@@ -1,6 +1,7 @@
 #include "zelctl/win32_terminal.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 
 #include "zelctl/wide_text.h"
@@ -33,10 +34,23 @@ bool WriteBytes(HANDLE file, std::string_view bytes) {
   return true;
 }
 
+// A line without its end, cut to what anybody types as an answer; empty where none can be had.
+std::wstring ReadLineFrom(HANDLE console) {
+  std::array<wchar_t, 80> text;
+  DWORD read = 0;
+  if (!::ReadConsoleW(console, text.data(), static_cast<DWORD>(text.size()), &read, nullptr)) {
+    return {};
+  }
+  const std::wstring_view line(text.data(), read);
+  return std::wstring(line.substr(0, line.find_first_of(L"\r\n")));
+}
+
 }  // namespace
 
 Win32Terminal::Win32Terminal()
-    : output_(OpenStream(STD_OUTPUT_HANDLE)), errors_(OpenStream(STD_ERROR_HANDLE)) {}
+    : input_(OpenStream(STD_INPUT_HANDLE)),
+      output_(OpenStream(STD_OUTPUT_HANDLE)),
+      errors_(OpenStream(STD_ERROR_HANDLE)) {}
 
 Win32Terminal::Stream Win32Terminal::OpenStream(DWORD which) {
   const HANDLE handle = ::GetStdHandle(which);
@@ -67,6 +81,13 @@ void Win32Terminal::DrawProgress(std::string_view line) {
   if (line.empty()) text += "\r";
   drawn_ = line.size();
   (void)Write(errors_, text);
+}
+
+std::optional<bool> Win32Terminal::Ask(std::string_view question) {
+  if (!input_.is_console || !errors_.is_console) return std::nullopt;
+  (void)Write(errors_, std::string(question) + " [y/N] ");
+  const std::wstring answer = ReadLineFrom(input_.handle);
+  return answer == L"y" || answer == L"Y" || answer == L"yes";
 }
 
 TextMapLayout Win32Terminal::map_layout() const {

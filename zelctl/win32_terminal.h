@@ -15,6 +15,7 @@ class Win32Terminal : public Terminal {
   bool Print(std::string_view text) override;
   void Note(std::string_view line) override;
   void DrawProgress(std::string_view line) override;
+  std::optional<bool> Ask(std::string_view question) override;
   bool prints_to_person() const override { return output_.is_console; }
   bool notes_to_person() const override { return errors_.is_console; }
   TextMapLayout map_layout() const override;
@@ -27,6 +28,7 @@ class Win32Terminal : public Terminal {
   [[nodiscard]] static Stream OpenStream(DWORD which);
   [[nodiscard]] static bool Write(const Stream& stream, std::string_view text);
 
+  Stream input_;
   Stream output_;
   Stream errors_;
   std::size_t drawn_ = 0;  // characters of the progress line that stands there

@@ -35,8 +35,9 @@ CHANGED = {"bytes": int, "blocks": int, "ranges": int, "of_bytes": int, "of_bloc
 REASON = Text("unreliable|in_use|half_way|too_late|identity|not_a_copy|differs|damaged|busy|exists|")
 ERROR = {"exit_code": int, "code": int, "name": NAME, "reason": REASON, "message": str}
 PASS = {"mode": Text("incremental|full"), "source": str, "copy": str, "source_size": int,
-        "copied_bytes": int, "copied_ranges": int, "verified": bool, "as_of": TIME,
-        "notes": Optional([str])}
+        "copied_bytes": int, "copied_ranges": int, "verified": bool, "as_of": TIME}
+# Besides the command's own.
+ALWAYS = {"ok": bool, "notes": Optional([str])}
 
 SHAPES = {
     "ping": {},
@@ -45,11 +46,11 @@ SHAPES = {
     "bitmaps": {"bitmaps": [BITMAP | {"bitmap_file": str, "trust": Optional(TRUST),
                                       "changed": Optional(CHANGED)}]},
     "track": BITMAP,
-    "untrack": {"path": str},
+    "untrack": {"path": str, "deleted_bitmaps": int},
     "sync": {"time": TIME, "filetime": int},
     "export": {"bitmap_id": ID, "output": str, "bytes": int, "trust": TRUST,
                "known_until": Optional(TIME)},
-    "delete": {"deleted": [ID]},
+    "delete": {"deleted": [ID], "unknown": [ID]},
     "show": {"bitmap": HEADER, "changed": CHANGED,
              "ranges": Optional([{"offset": int, "length": int}]),
              "map": Optional([{"offset": int, "share": float}]), "png": Optional(str),
@@ -83,11 +84,11 @@ def check(value, shape, where="answer"):
 
 
 def check_success(command, answer):
-    check(answer, {"ok": bool} | SHAPES[command])
+    check(answer, ALWAYS | SHAPES[command])
 
 
 def check_failure(command, answer):
     """The error, and of the command's own members as many as there may be."""
     own = {name: part if isinstance(part, Optional) else Optional(part)
            for name, part in SHAPES.get(command, {}).items()}
-    check(answer, {"ok": bool, "error": ERROR, "difference_at": Optional(int)} | own)
+    check(answer, ALWAYS | {"error": ERROR, "difference_at": Optional(int)} | own)

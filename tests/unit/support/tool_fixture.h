@@ -103,6 +103,11 @@ class RecordedTerminal : public ctl::Terminal {
   }
   void Note(std::string_view line) override { notes.append(line).append("\n"); }
   void DrawProgress(std::string_view line) override { progress.emplace_back(line); }
+  std::optional<bool> Ask(std::string_view question) override {
+    if (!to_person) return std::nullopt;
+    questions.emplace_back(question);
+    return answer;
+  }
   bool prints_to_person() const override { return to_person; }
   bool notes_to_person() const override { return to_person; }
   ctl::TextMapLayout map_layout() const override {
@@ -114,6 +119,8 @@ class RecordedTerminal : public ctl::Terminal {
   std::string printed;
   std::string notes;
   std::vector<std::string> progress;
+  bool answer = false;  // to each question
+  std::vector<std::string> questions;
 };
 
 class ToolTest : public testing::Test {

@@ -284,7 +284,8 @@ TEST_F(RunTest, BitmapsOfOneFileAreFoundByItsPathInAnyCase) {
 TEST_F(RunTest, RelativePathIsOfThisMachineUnlessAnotherIsAsked) {
   EXPECT_EQ(Run({"untrack", "data"}), 0);
   EXPECT_EQ(Run({"untrack", "data", "--server", "there"}), 0);
-  EXPECT_THAT(server.calls, ElementsAre("StopTracking C:\\here\\data", "StopTracking data"));
+  EXPECT_THAT(server.calls, ElementsAre("GetTrackedFiles", "StopTracking C:\\here\\data",
+                                        "GetTrackedFiles", "StopTracking data"));
 }
 
 TEST_F(RunTest, TrackPrintsTheNewBitmapsId) {
@@ -325,6 +326,49 @@ TEST_F(RunTest, EachRefusalToTrackHasItsWords) {
   }
 }
 
+TEST_F(RunTest, TrackNotesHowManyBitmapsThereAreNow) {
+  TrackTwoFiles();
+  EXPECT_EQ(Run({"track", "C:\\data\\One.vhdx"}), 0);
+  EXPECT_EQ(terminal.notes, "") << "the first one";
+  server.bitmaps.push_back(server.bitmaps[0]);
+  EXPECT_EQ(Run({"track", "C:\\data\\One.vhdx"}), 0);
+  EXPECT_EQ(terminal.printed, std::string(kId) + "\n");
+  EXPECT_EQ(terminal.notes, "zelctl: note: C:\\data\\One.vhdx has 2 bitmaps now\n");
+  server.answers["ListBitmaps"] = {.rpc_status = 0, .code = 5};
+  EXPECT_EQ(Run({"track", "C:\\data\\One.vhdx"}), 0) << "the bitmap is begun";
+  EXPECT_EQ(terminal.notes, "");
+}
+
+TEST_F(RunTest, UntrackTellsHowManyBitmapsGo) {
+  TrackTwoFiles();
+  EXPECT_EQ(RunJson({"untrack", "c:\\DATA\\one.vhdx"})["deleted_bitmaps"], 1);
+  EXPECT_EQ(RunJson({"untrack", "C:\\data\\two"})["deleted_bitmaps"], 0);
+  EXPECT_THAT(terminal.questions, IsEmpty());
+}
+
+TEST_F(RunTest, PersonIsAskedBeforeBitmapsGoWithTheirFile) {
+  TrackTwoFiles();
+  terminal.to_person = true;
+  EXPECT_EQ(Run({"untrack", "C:\\data\\One.vhdx"}), 1);
+  EXPECT_THAT(terminal.questions,
+              ElementsAre("This deletes 1 bitmap, and each copy of C:\\data\\One.vhdx needs a "
+                          "full pass afterwards. Stop tracking it?"));
+  EXPECT_EQ(terminal.notes, "zelctl: C:\\data\\One.vhdx is still tracked, with 1 bitmap\n");
+  EXPECT_THAT(server.calls, ElementsAre("GetTrackedFiles"));
+  terminal.answer = true;
+  EXPECT_EQ(Run({"untrack", "C:\\data\\One.vhdx"}), 0);
+  EXPECT_EQ(terminal.printed,
+            "C:\\data\\One.vhdx is not tracked any more; deleted with it: 1 bitmap\n");
+  terminal.answer = false;
+  for (const std::vector<std::string>& unasked :
+       {std::vector<std::string>{"untrack", "C:\\data\\One.vhdx", "--yes"},
+        {"untrack", "C:\\data\\two"},
+        {"untrack", "C:\\data\\One.vhdx", "--json"}}) {
+    EXPECT_EQ(Run(unasked), 0);
+  }
+  EXPECT_EQ(terminal.questions.size(), 2u);
+}
+
 TEST_F(RunTest, UntrackOfAnUntrackedFileIsRefused) {
   server.answers["StopTracking"] = {.rpc_status = 0, .code = 2};
   EXPECT_EQ(Run({"untrack", "C:\\a"}), 1);
@@ -340,6 +384,16 @@ TEST_F(RunTest, SyncAsksForNowOrTheTimeThatIsTold) {
   EXPECT_THAT(server.calls,
               ElementsAre("SynchronizeBitmaps 116444736000000000",
                           "SynchronizeBitmaps 116444736010000000", "SynchronizeBitmaps 7"));
+}
+
+TEST_F(RunTest, SyncOfAnotherMachineSaysWhoseNowItIs) {
+  EXPECT_EQ(Run({"sync", "--server", "there"}), 0);
+  EXPECT_THAT(terminal.notes, HasSubstr("this machine's clock: while the one of there is ahead"));
+  EXPECT_EQ(Run({"sync", "--server", "there", "--to", "7"}), 0);
+  EXPECT_EQ(terminal.notes, "");
+  server.answers["SynchronizeBitmaps"] = {.rpc_status = 0, .code = 1460};
+  EXPECT_EQ(Run({"sync", "--server", "there"}), 1);
+  EXPECT_THAT(terminal.notes, HasSubstr("is it in the future"));
 }
 
 TEST_F(RunTest, SyncThatTimesOutSaysWhyItMay) {
@@ -422,9 +476,25 @@ TEST_F(RunTest, FileUnderATemporaryNameIsSomebodys) {
   EXPECT_EQ(machine.At("out.zelctl-new").bytes, Bytes(3));
 }
 
+TEST_F(RunTest, DeleteNotesAnIdThatNoBitmapHas) {
+  TrackTwoFiles();
+  EXPECT_EQ(Run({"delete", kId, "0xdead"}), 0) << "a script may repeat itself";
+  EXPECT_EQ(terminal.printed, "");
+  EXPECT_EQ(terminal.notes,
+            "zelctl: note: there was no bitmap 0x000000000000dead; the service has 1 bitmap "
+            "(zelctl bitmaps)\n");
+  const ordered_json json = RunJson({"delete", kId, "0xdead"});
+  EXPECT_EQ(json["deleted"].size(), 2u);
+  EXPECT_EQ(json["unknown"].dump(), R"(["0x000000000000dead"])");
+  terminal.to_person = true;
+  EXPECT_EQ(Run({"delete", kId, "0xdead"}), 0);
+  EXPECT_EQ(terminal.printed, std::string(kId) + " is not there any more\n");
+}
+
 TEST_F(RunTest, DeleteTellsHowFarItCame) {
+  server.files = {{.file = {kVolume, kFile}, .path = "C:\\a", .bitmaps = {1, 2}}};
   EXPECT_EQ(RunJson({"delete", "1", "0x2"}).dump(),
-            R"({"ok":true,"deleted":["0x0000000000000001","0x0000000000000002"]})");
+            R"({"ok":true,"deleted":["0x0000000000000001","0x0000000000000002"],"unknown":[]})");
   server.answers["DeleteBitmap"] = {.rpc_status = 0, .code = 5};
   EXPECT_THAT(RunJson({"delete", "1", "2"}, 1)["deleted"], IsEmpty());
 }
