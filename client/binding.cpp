@@ -23,4 +23,14 @@ std::uint32_t MakeBinding(const ServerAddress& address, UniqueBinding& binding) 
   return static_cast<std::uint32_t>(status);
 }
 
+std::uint32_t Authenticate(const UniqueBinding& binding) {
+  RPC_SECURITY_QOS quality = {.Version = RPC_C_SECURITY_QOS_VERSION,
+                              .Capabilities = RPC_C_QOS_CAPABILITIES_DEFAULT,
+                              .IdentityTracking = RPC_C_QOS_IDENTITY_STATIC,
+                              .ImpersonationType = RPC_C_IMP_LEVEL_IDENTIFY};
+  return static_cast<std::uint32_t>(
+      ::RpcBindingSetAuthInfoExW(binding.get(), nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
+                                 RPC_C_AUTHN_WINNT, nullptr, RPC_C_AUTHZ_NONE, &quality));
+}
+
 }  // namespace zel

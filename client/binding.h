@@ -1,4 +1,4 @@
-// Which server a client calls.
+// Which server a client calls, and as whom.
 #pragma once
 
 #include <rpc.h>
@@ -24,5 +24,10 @@ struct ServerAddress {
 
 // Names a server; the first call connects to it. Answers an RPC status, 0 for success.
 [[nodiscard]] std::uint32_t MakeBinding(const ServerAddress& address, UniqueBinding& binding);
+
+// Has every call through the binding tell who makes it, by NTLM, which is what the service offers,
+// signed and encrypted. The server may identify the caller and not act in its name. Answers an RPC
+// status, 0 for success; whether the server takes it shows at the first call.
+[[nodiscard]] std::uint32_t Authenticate(const UniqueBinding& binding);
 
 }  // namespace zel

@@ -18,6 +18,7 @@ namespace {
 
 constexpr char kProgram[] = "zelctl";
 constexpr char kOldExport[] = "copy";
+constexpr char kNtlm[] = "ntlm";
 constexpr std::uint32_t kProbeTimeoutS = 30;
 constexpr char kCommonGroup[] = "Common";  // the options of every command
 const std::vector<std::string> kShells = {"powershell", "bash"};
@@ -108,6 +109,15 @@ class Grammar {
     app.add_option("--endpoint", request_.endpoint,
                    "port or pipe; the machine is asked unless told")
         ->type_name("WORD");
+    app.add_option_function<std::string>(
+           "--auth",
+           [this](const std::string& text) {
+             request_.authentication =
+                 text == kNtlm ? Authentication::kNtlm : Authentication::kNone;
+           },
+           "ntlm or none; to another machine ntlm if it works")
+        ->type_name("WORD")
+        ->check(OneOf({kNtlm, "none"}));
     app.add_option_function<std::uint32_t>(
            "--timeout", [this](std::uint32_t seconds) { request_.timeout_s = seconds; },
            "of a call; 30 for ping and status, 0 (none) else")
@@ -460,6 +470,10 @@ MaybeFailure CompleteApply(const Request& request) {
 MaybeFailure Complete(CLI::App& app, Request& request) {
   if (request.protseq.empty())
     request.protseq = request.server.empty() ? "ncalrpc" : "ncacn_ip_tcp";
+  if (!request.authentication) {
+    request.authentication =
+        request.server.empty() ? Authentication::kNone : Authentication::kNtlmOrNone;
+  }
   if (request.command == Command::kVersion) return std::nullopt;
   if (app.get_subcommands().empty()) return UsageFailure("A command is missing");
   const bool is_probe = request.command == Command::kPing || request.command == Command::kStatus;

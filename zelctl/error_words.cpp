@@ -19,7 +19,7 @@ std::string Place(const Request& request) {
          request.protseq + (request.endpoint.empty() ? std::string() : " at " + request.endpoint);
 }
 
-enum class Advice { kPlace, kEndpoint, kRunning, kRegistered, kRights, kLog, kHanging };
+enum class Advice { kPlace, kEndpoint, kRunning, kRegistered, kRights, kPackage, kLog, kHanging };
 
 struct RpcStatus {
   std::uint32_t code;
@@ -40,10 +40,11 @@ constexpr RpcStatus kRpcStatuses[] = {
     {1726, "RPC_S_CALL_FAILED", Advice::kLog},
     {1727, "RPC_S_CALL_FAILED_DNE", Advice::kLog},
     {1728, "RPC_S_PROTOCOL_ERROR", Advice::kEndpoint},
+    {1747, "RPC_S_UNKNOWN_AUTHN_SERVICE", Advice::kPackage},
     {1753, "EPT_S_NOT_REGISTERED", Advice::kRegistered},
     {1783, "RPC_X_BAD_STUB_DATA", Advice::kLog},
     {1818, "RPC_S_CALL_CANCELED", Advice::kHanging},
-    {1825, "RPC_S_SEC_PKG_ERROR", Advice::kRights},
+    {1825, "RPC_S_SEC_PKG_ERROR", Advice::kPackage},
 };
 
 // Endpoints change with every start of the service.
@@ -52,6 +53,18 @@ std::string EndpointAdvice(const Request& request) {
                                   : "; " + request.endpoint +
                                         " may be another program's by now, without --endpoint the "
                                         "machine is asked for the service's own";
+}
+
+std::string OtherWay(const Request& request) {
+  switch (request.authentication.value_or(Authentication::kNone)) {
+    case Authentication::kNone:
+      return "; --auth ntlm tells who asks";
+    case Authentication::kNtlm:
+      return "; --auth none asks without telling who, where its policy lets that in";
+    case Authentication::kNtlmOrNone:
+      break;
+  }
+  return "";
 }
 
 std::string AdviceText(Advice advice, const Request& request) {
@@ -72,7 +85,10 @@ std::string AdviceText(Advice advice, const Request& request) {
       return running;
     case Advice::kRights:
       return is_here ? "run it as an administrator"
-                     : "check that the account is one that " + request.server + " lets in";
+                     : "check that the account is one that " + request.server + " lets in" +
+                           OtherWay(request);
+    case Advice::kPackage:
+      return "check that NTLM is allowed here and there" + OtherWay(request);
     case Advice::kLog:
       return "the service may have ended meanwhile: check sc query ZelService and its log";
     case Advice::kHanging:

@@ -29,6 +29,13 @@ enum class Command {
   kVersion,
 };
 
+// Whether calls tell who makes them, signed and encrypted.
+enum class Authentication {
+  kNone,
+  kNtlm,
+  kNtlmOrNone,  // none where NTLM is not to be had
+};
+
 // Where a bitmap comes from.
 struct BitmapChoice {
   BitmapId id = 0;
@@ -44,6 +51,7 @@ struct Request {
   std::string protseq;   // empty: ncalrpc on this machine, ncacn_ip_tcp to another
   std::string endpoint;  // empty: the server's endpoint mapper is asked
 
+  std::optional<Authentication> authentication;  // always there after reading
   std::optional<std::uint32_t> timeout_s;  // of a call, 0 for none; always there after reading
 
   bool check = false;                 // status

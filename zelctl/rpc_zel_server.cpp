@@ -7,6 +7,7 @@
 
 #include "client/zel_client.h"
 #include "zelctl/call_within.h"
+#include "zelctl/fallback_server.h"
 #include "zelctl/wide_text.h"
 
 namespace zel::ctl {
@@ -157,17 +158,26 @@ class UnnamedServer : public ZelServer {
   Answer answer_;
 };
 
-}  // namespace
-
-std::unique_ptr<ZelServer> ConnectRpcServer(const Request& request) {
+std::unique_ptr<ZelServer> Connect(const Request& request, bool authenticates) {
   UniqueBinding binding;
-  const std::uint32_t status = MakeBinding({.protocol_sequence = ToWide(request.protseq),
-                                            .server = ToWide(request.server),
-                                            .endpoint = ToWide(request.endpoint)},
-                                           binding);
+  std::uint32_t status = MakeBinding({.protocol_sequence = ToWide(request.protseq),
+                                      .server = ToWide(request.server),
+                                      .endpoint = ToWide(request.endpoint)},
+                                     binding);
+  if (status == RPC_S_OK && authenticates) status = Authenticate(binding);
   if (status != RPC_S_OK) return std::make_unique<UnnamedServer>(status);
   return std::make_unique<RpcZelServer>(std::move(binding),
                                         std::chrono::seconds(request.timeout_s.value_or(0)));
+}
+
+}  // namespace
+
+std::unique_ptr<ZelServer> ConnectRpcServer(const Request& request) {
+  const auto authentication = request.authentication.value_or(Authentication::kNone);
+  if (authentication != Authentication::kNtlmOrNone) {
+    return Connect(request, authentication == Authentication::kNtlm);
+  }
+  return std::make_unique<FallbackServer>(Connect(request, true), Connect(request, false));
 }
 
 }  // namespace zel::ctl

@@ -91,6 +91,9 @@ ExitCode RunTool(const std::vector<std::string>& arguments, const ConnectServer&
     MakePathsAbsolute(machine, request);
     const std::unique_ptr<ZelServer> server = connect(request);
     failure = RunCommand({*server, machine, terminal}, request, output);
+    if (std::string remark = server->Remark(); !remark.empty()) {
+      output.notes.push_back(std::move(remark));
+    }
   }
   if (!PrintAnswer(request, failure, output, terminal) && !failure) {
     terminal.Note("zelctl: it was done, but the answer could not be written to standard output");

@@ -51,6 +51,9 @@ class ZelServer {
   [[nodiscard]] virtual Answer DeleteBitmap(BitmapId id) = 0;
   [[nodiscard]] virtual Answer SynchronizeBitmaps(FileTime time) = 0;
   [[nodiscard]] virtual Answer GetDriverStatus() = 0;
+
+  // Worth knowing of the way that the calls so far have gone; empty for nothing.
+  [[nodiscard]] virtual std::string Remark() const { return {}; }
 };
 
 }  // namespace zel::ctl

@@ -51,12 +51,14 @@ class PlayedServer : public ctl::ZelServer {
     return Say("SynchronizeBitmaps " + std::to_string(time));
   }
   ctl::Answer GetDriverStatus() override { return Say("GetDriverStatus"); }
+  std::string Remark() const override { return remark; }
 
   std::vector<ctl::FileEntry> files;
   std::vector<ctl::BitmapEntry> bitmaps;
   std::map<BitmapId, Bytes> contents;
   std::map<std::string, ctl::Answer> answers;  // by the first word of what was asked
   std::vector<std::string> calls;
+  std::string remark;
 
  private:
   ctl::Answer Say(const std::string& call) {
@@ -90,6 +92,7 @@ class BorrowedServer : public ctl::ZelServer {
     return server_.SynchronizeBitmaps(time);
   }
   ctl::Answer GetDriverStatus() override { return server_.GetDriverStatus(); }
+  std::string Remark() const override { return server_.Remark(); }
 
  private:
   ctl::ZelServer& server_;

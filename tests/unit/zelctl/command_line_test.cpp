@@ -66,6 +66,16 @@ TEST(ParseCommandLineTest, AnotherMachineIsAskedOverTcpUnlessToldOtherwise) {
   EXPECT_THAT(UsageFault({"ping", "--protseq", "smoke"}), HasSubstr("smoke"));
 }
 
+TEST(ParseCommandLineTest, AnotherMachineIsToldWhoAsksIfItTakesThat) {
+  EXPECT_EQ(Parse({"ping"}).authentication, Authentication::kNone);
+  EXPECT_EQ(Parse({"ping", "--protseq", "ncacn_np"}).authentication, Authentication::kNone);
+  EXPECT_EQ(Parse({"ping", "--server", "there"}).authentication, Authentication::kNtlmOrNone);
+  EXPECT_EQ(Parse({"ping", "--server", "there", "--auth", "none"}).authentication,
+            Authentication::kNone);
+  EXPECT_EQ(Parse({"--auth", "ntlm", "ping"}).authentication, Authentication::kNtlm);
+  EXPECT_THAT(UsageFault({"ping", "--auth", "smoke"}), HasSubstr("smoke"));
+}
+
 TEST(ParseCommandLineTest, ProbesHaveATimeoutAndOthersOnlyWhenTold) {
   EXPECT_EQ(Parse({"ping"}).timeout_s, 30u);
   EXPECT_EQ(Parse({"status"}).timeout_s, 30u);

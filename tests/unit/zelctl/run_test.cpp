@@ -67,7 +67,11 @@ TEST_F(RunTest, EachWayOfNotGettingThroughHasItsAdvice) {
       {1703, {}, "--protseq", "sc query"},
       {5, {}, "run it as an administrator", "lets in"},
       {5, {"--server", "there"}, "the account is one that there lets in", "administrator"},
-      {1825, {"--server", "there"}, "the account is one that there lets in", "firewall"},
+      {5, {"--server", "there"}, "lets in", "--auth"},
+      {5, {"--server", "there", "--auth", "none"}, "--auth ntlm tells who", "administrator"},
+      {5, {"--server", "there", "--auth", "ntlm"}, "--auth none asks without", "firewall"},
+      {1825, {"--server", "there", "--auth", "ntlm"}, "NTLM is allowed", "firewall"},
+      {1747, {"--server", "there", "--auth", "ntlm"}, "--auth none asks without", "firewall"},
       {1722, {}, "START_PENDING", "firewall"},
       {1722, {"--server", "there"}, "firewall lets calls through", "without --endpoint"},
       {1722, {"--server", "there", "--endpoint", "99"}, "without --endpoint", "--protseq"},
@@ -119,6 +123,13 @@ TEST_F(RunTest, DriverThatIsNotThereHasItsAdvice) {
   server.answers["SynchronizeBitmaps"] = {.rpc_status = 0, .code = 5};
   EXPECT_EQ(Run({"sync"}), 1);
   EXPECT_THAT(terminal.notes, testing::Not(HasSubstr("VelmoraActivityMonitor")));
+}
+
+TEST_F(RunTest, RemarkOnTheWayIsANote) {
+  server.remark = "asked at night";
+  EXPECT_EQ(Run({"ping", "--server", "there"}), 0);
+  EXPECT_EQ(terminal.notes, "zelctl: note: asked at night\n");
+  EXPECT_EQ(RunJson({"ping"})["notes"][0], "asked at night");
 }
 
 TEST_F(RunTest, FailureInJsonHasItsCodeNameAndSentence) {
