@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "zelctl/completion.h"
+#include "zelctl/completion_words.h"
 #include "zelctl/id_text.h"
 #include "zelctl/manual.h"
 #include "zelctl/nearest_word.h"
@@ -18,10 +19,8 @@ namespace {
 
 constexpr char kProgram[] = "zelctl";
 constexpr char kOldExport[] = "copy";
-constexpr char kNtlm[] = "ntlm";
 constexpr std::uint32_t kProbeTimeoutS = 30;
 constexpr char kCommonGroup[] = "Common";  // the options of every command
-const std::vector<std::string> kShells = {"powershell", "bash"};
 
 [[noreturn]] void RefuseValue(const std::string& name, const std::string& reason) {
   throw CLI::ValidationError(name, reason);
@@ -105,7 +104,7 @@ class Grammar {
         ->type_name("NAME");
     app.add_option("--protseq", request_.protseq, "ncalrpc, ncacn_ip_tcp, ncacn_np or ncacn_http")
         ->type_name("WORD")
-        ->check(OneOf({"ncalrpc", "ncacn_ip_tcp", "ncacn_np", "ncacn_http"}));
+        ->check(OneOf(ProtocolSequences()));
     app.add_option("--endpoint", request_.endpoint,
                    "port or pipe; the machine is asked unless told")
         ->type_name("WORD");
@@ -113,11 +112,11 @@ class Grammar {
            "--auth",
            [this](const std::string& text) {
              request_.authentication =
-                 text == kNtlm ? Authentication::kNtlm : Authentication::kNone;
+                 text == "ntlm" ? Authentication::kNtlm : Authentication::kNone;
            },
            "ntlm or none; to another machine ntlm if it works")
         ->type_name("WORD")
-        ->check(OneOf({kNtlm, "none"}));
+        ->check(OneOf(Authentications()));
     app.add_option_function<std::uint32_t>(
            "--timeout", [this](std::uint32_t seconds) { request_.timeout_s = seconds; },
            "of a call; 30 for ping and status, 0 (none) else")
@@ -184,6 +183,7 @@ class Grammar {
   // `copy` is what it was called; scripts have it.
   void AddExport(std::string_view name) {
     CLI::App* const command = Add(Command::kExport, name);
+    if (name == kOldExport) command->group(kUnlisted);
     command
         ->add_option_function<std::string>(
             "ID",
@@ -303,7 +303,7 @@ class Grammar {
     Add(Command::kCompletion, "completion")
         ->add_option("SHELL", request_.text, "powershell or bash")
         ->required()
-        ->check(OneOf(kShells));
+        ->check(OneOf(Shells()));
     Add(Command::kHelp, "help")->add_option("TOPIC", request_.text, "a command or a topic");
   }
 
@@ -390,19 +390,6 @@ std::vector<std::string> OptionNames(const CLI::App& app) {
     for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
   }
   return names;
-}
-
-std::vector<CommandWords> WordsOf(CLI::App& app) {
-  std::vector<CommandWords> all;
-  for (const CLI::App* command : app.get_subcommands(nullptr)) {
-    if (command->get_name() == kOldExport) continue;
-    CommandWords words = {
-        .command = command->get_name(), .options = OptionNames(*command), .values = {}};
-    if (words.command == "help") words.values = HelpTopics();
-    if (words.command == "completion") words.values = kShells;
-    all.push_back(std::move(words));
-  }
-  return all;
 }
 
 Failure UsageFailure(std::string message) {

@@ -167,6 +167,8 @@ constexpr std::array<ManualPage, 15> kCommands = {{
     {"completion", "prints a script that completes command lines",
      "bash:       source <(zelctl completion bash)\n"
      "PowerShell: zelctl completion powershell | Out-String | Invoke-Expression\n\n"
+     "They offer commands, options and their words, files, and the ids of this\n"
+     "machine's bitmaps.\n\n"
      "JSON: text.\n"},
 
     {"help", "tells how to use a command", "JSON: text.\n"},

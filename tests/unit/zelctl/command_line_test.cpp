@@ -269,6 +269,11 @@ TEST(CompletionTest, PowerShellScriptNamesEveryCommandAndOption) {
     EXPECT_THAT(script, HasSubstr("    '" + std::string(page.name) + "' = @("));
   }
   EXPECT_THAT(script, HasSubstr("'--force-identity'"));
+  EXPECT_THAT(script, HasSubstr("    'apply --from' = '<files>'\n"));
+  EXPECT_THAT(script, HasSubstr("    'delete' = '<ids>'\n"));
+  EXPECT_THAT(script, HasSubstr("    'export -o' = '<files>'\n"));
+  EXPECT_THAT(script, HasSubstr("    ' --auth' = @('ntlm', 'none')\n"));
+  EXPECT_THAT(script, testing::Not(HasSubstr("'ping --auth'"))) << "a place of every command";
   EXPECT_EQ(std::ranges::count(script, '{'), std::ranges::count(script, '}'));
   EXPECT_EQ(std::ranges::count(script, '('), std::ranges::count(script, ')'));
 }
