@@ -2,6 +2,7 @@
 the main job."""
 
 import os
+import signal
 
 from wine import wait_until
 from zelctl_bench import BLOCK, COPY, FILE, SIZE
@@ -20,6 +21,24 @@ def test_service_answers_over_tcp_and_named_pipes(bench):
     bench.zelctl.json("ping", "--protseq", "ncacn_ip_tcp", "--endpoint", port)
     bench.zelctl.json("ping", "--server", "127.0.0.1", "--endpoint", port)
     bench.zelctl.json("ping", "--protseq", "ncacn_np")
+
+
+def test_service_that_hangs_is_given_up_in_time(bench):
+    """Whatever is asked, over every way; the service goes on afterwards as if nothing had been."""
+    port = str(bench.agent.port())
+    process, = bench.agent.processes()
+    os.kill(process, signal.SIGSTOP)
+    try:
+        for question in (("ping",), ("status",), ("files",), ("track", FILE), ("sync",),
+                         ("ping", "--protseq", "ncacn_ip_tcp", "--endpoint", port),
+                         ("ping", "--server", "127.0.0.1", "--endpoint", port),
+                         ("ping", "--protseq", "ncacn_np")):
+            error = bench.zelctl.json(*question, "--timeout", "1", exit_code=3)["error"]
+            assert (error["code"], error["name"]) == (1818, "RPC_S_CALL_CANCELED"), question
+            assert "--timeout" in error["message"]
+    finally:
+        os.kill(process, signal.SIGCONT)
+    bench.zelctl.json("ping")
 
 
 def test_tracked_file_and_its_bitmaps_are_listed(bench):
