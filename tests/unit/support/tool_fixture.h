@@ -37,7 +37,7 @@ class PlayedServer : public ctl::ZelServer {
   }
   ctl::Answer StartTracking(const std::string& path, std::uint32_t block_size,
                             ctl::BitmapEntry& bitmap) override {
-    bitmap = {.id = kBitmap,
+    bitmap = {.id = begun,
               .file = {kVolume, kFile},
               .block_size = block_size,
               .creation_time = kCreated,
@@ -55,6 +55,7 @@ class PlayedServer : public ctl::ZelServer {
 
   std::vector<ctl::FileEntry> files;
   std::vector<ctl::BitmapEntry> bitmaps;
+  BitmapId begun = kBitmap;  // by StartTracking
   std::map<BitmapId, Bytes> contents;
   std::map<std::string, ctl::Answer> answers;  // by the first word of what was asked
   std::vector<std::string> calls;

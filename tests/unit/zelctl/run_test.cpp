@@ -17,6 +17,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
+using Words = std::vector<std::string>;
+
 constexpr char kId[] = "0x000500000001a9f0";
 
 class RunTest : public test::ToolTest {
@@ -337,6 +339,13 @@ TEST_F(RunTest, EachRefusalToTrackHasItsWords) {
   }
 }
 
+TEST_F(RunTest, BitmapThatTheServiceCannotLoadIsNoBitmap) {
+  server.begun = 0;
+  EXPECT_EQ(Run({"track", "C:\\a"}), 1);
+  EXPECT_EQ(terminal.printed, "") << "an id of 0 is one that no command takes";
+  EXPECT_EQ(terminal.notes, "zelctl: the service made no bitmap that can be used; see its log\n");
+}
+
 TEST_F(RunTest, TrackNotesHowManyBitmapsThereAreNow) {
   TrackTwoFiles();
   EXPECT_EQ(Run({"track", "C:\\data\\One.vhdx"}), 0);
@@ -588,6 +597,19 @@ TEST_F(RunTest, FileThatIsNoBitmapIsRefusedWithItsReason) {
   EXPECT_EQ(RunJson({"show", "bitmap"}, 1)["error"]["message"],
             "bitmap cannot be used: it has 100 bytes, fewer than a header's 512");
   EXPECT_EQ(RunJson({"show", "none"}, 1)["error"]["code"], 2);
+}
+
+TEST_F(RunTest, IdWithoutItsPrefixIsNoFile) {
+  for (const Words& words :
+       {Words{"show", "0000000000b10052"},
+        Words{"apply", "--bitmap", "b10052", "--from", "C:\\a", "--to", "D:\\a"}}) {
+    machine.At("C:\\a");
+    machine.At("D:\\a");
+    const std::string message = RunJson(words, 1)["error"]["message"];
+    EXPECT_THAT(message, HasSubstr("(an id begins with 0x)"));
+  }
+  EXPECT_THAT(std::string(RunJson({"show", "none"}, 1)["error"]["message"]),
+              testing::Not(HasSubstr("0x")));
 }
 
 TEST_F(RunTest, HelpVersionAndCompletionNeedNoService) {
