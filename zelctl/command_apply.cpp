@@ -39,9 +39,11 @@ MaybeFailure ApplyBitmap(Surroundings& with, const Request& request, Output& out
   CopyPass pass(with, request, output, copy);
   if (auto failure = pass.OpenSource()) return failure;
   if (auto failure = CheckSourceIdentity(request, pass.source_identity(), of)) return failure;
-  if (auto failure = CheckPlace(with, request, copy, pass.source_identity(), of)) return failure;
   CopyRecord record;
-  if (auto failure = KnownRecord(with.machine, request, copy, of, record)) return failure;
+  const MaybeFailure unknown = KnownRecord(with.machine, request, copy, of, record);
+  if (auto failure = CheckPlace(with, request, copy, pass.source_identity(), of, unknown)) {
+    return failure;
+  }
   if (auto failure = CheckSize(bitmap.file, pass.source_size(), copy)) return failure;
   const auto snapshot = SnapshotTime(with.machine, request);
   if (auto failure = CheckRuleInWords(with, request.to, record, bitmap.offered(), snapshot)) {
@@ -74,8 +76,8 @@ MaybeFailure ApplyFull(Surroundings& with, const Request& request, Output& outpu
   const FileIdentity& source = pass.source_identity();
   const FileIdentity of = request.has_bitmap ? FileOf(bitmap.file) : source;
   if (auto failure = CheckSourceIdentity(request, source, of)) return failure;
-  if (auto failure = CheckPlace(with, request, copy, source, of)) return failure;
-  if (auto failure = CheckMayReplace(request, copy, of)) return failure;
+  const MaybeFailure unknown = CheckMayReplace(request, copy, of);
+  if (auto failure = CheckPlace(with, request, copy, source, of, unknown)) return failure;
   return pass.CopyAll({.of = of,
                        .as_of = moment,
                        .bitmaps = copy.record().bitmaps,

@@ -100,11 +100,10 @@ MaybeFailure Backup::FindFile() {
   if (!of_.volume) {
     return Refuse(Reason::kIdentity, request_.from + " is on no volume that can be tracked");
   }
-  return CheckPlace(with_, request_, copy_, of_, of_);
+  return CheckPlace(with_, request_, copy_, of_, of_, CheckMayReplace(request_, copy_, of_));
 }
 
 MaybeFailure Backup::FindRecord() {
-  if (auto failure = CheckMayReplace(request_, copy_, of_)) return failure;
   if (copy_.knowledge() == Knowledge::kGood && copy_.record().of == of_) {
     record_ = copy_.record();
   } else if (copy_.exists()) {

@@ -16,12 +16,13 @@ std::string BitmapText(BitmapId id, FileTime begun) {
 }
 
 MaybeFailure CheckUntracked(Surroundings& with, const Request& request, const KeptCopy& copy,
-                            const FileIdentity& of) {
+                            const FileIdentity& of, const MaybeFailure& unknown) {
   std::vector<FileEntry> files;
   const Answer answer = with.server.GetTrackedFiles(files);
   const std::string or_replace = "; say --replace if it is to be overwritten";
   if (auto failure = CheckAnswer(with.machine, request, answer,
                                  "cannot tell whether " + request.to + " is tracked")) {
+    if (unknown) return unknown;
     if (copy.knowledge() == Knowledge::kGood && copy.record().of == of) return std::nullopt;
     failure->message += "; it may be tracked itself" + or_replace;
     return failure;
@@ -129,8 +130,9 @@ MaybeFailure CheckSourceIdentity(const Request& request, const FileIdentity& sou
 }
 
 MaybeFailure CheckPlace(Surroundings& with, const Request& request, const KeptCopy& copy,
-                        const FileIdentity& source, const FileIdentity& of) {
-  if (!copy.exists()) return std::nullopt;
+                        const FileIdentity& source, const FileIdentity& of,
+                        const MaybeFailure& unknown) {
+  if (!copy.exists()) return unknown;
   // A copy that is the source itself would be "equal" whatever happens.
   if (copy.identity() == source) {
     return Refuse(Reason::kIdentity, request.to + " is the same file as " + request.from);
@@ -138,7 +140,10 @@ MaybeFailure CheckPlace(Surroundings& with, const Request& request, const KeptCo
   if (copy.identity() == of) {
     return Refuse(Reason::kIdentity, request.to + " is the tracked file itself, not a copy of it");
   }
-  return request.replace ? std::nullopt : CheckUntracked(with, request, copy, of);
+  if (!request.replace) {
+    if (auto failure = CheckUntracked(with, request, copy, of, unknown)) return failure;
+  }
+  return unknown;
 }
 
 MaybeFailure CheckMayReplace(const Request& request, const KeptCopy& copy, const FileIdentity& of) {

@@ -19,9 +19,11 @@ inline constexpr char kNeedsFull[] = "a full copy is needed (--full)";
 // The copy must be neither the source nor the live file that it is a copy of, whatever is said, and
 // no other file that the service tracks unless --replace says so. A service that does not answer
 // leaves only what is known as a copy of that file: it has been written by this program before.
+// `unknown` is what else refuses the copy, if anything does: it is answered after that, and where
+// the service does not answer in its place.
 [[nodiscard]] MaybeFailure CheckPlace(Surroundings& with, const Request& request,
                                       const KeptCopy& copy, const FileIdentity& source,
-                                      const FileIdentity& of);
+                                      const FileIdentity& of, const MaybeFailure& unknown);
 
 // A copy of which nothing is known, or another file's, is replaced only when --replace says so.
 [[nodiscard]] MaybeFailure CheckMayReplace(const Request& request, const KeptCopy& copy,

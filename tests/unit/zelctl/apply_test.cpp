@@ -371,10 +371,12 @@ TEST_F(ApplyTest, UnknownCopyIsNotOverwrittenWhileTheServiceDoesNotAnswer) {
   EXPECT_EQ(Run(arguments), 0);
 }
 
-TEST_F(ApplyTest, CopyOfAnotherFileIsNotKnownAsAPlaceWhileTheServiceDoesNotAnswer) {
+// Nothing has to be asked for what is refused anyway, and that says more.
+TEST_F(ApplyTest, CopyOfAnotherFileIsRefusedAlsoWhileTheServiceDoesNotAnswer) {
   server.answers["GetTrackedFiles"] = {.rpc_status = 1722, .code = 0};
   machine.At(kSource).id = 7;
-  EXPECT_EQ(Run({"apply", "--full", "--from", kSource, "--to", kCopy}), 3);
+  EXPECT_THAT(Refusal({"apply", "--full", "--from", kSource, "--to", kCopy}),
+              AllOf(StartsWith("not_a_copy: "), HasSubstr("say --replace")));
   EXPECT_EQ(Run({"apply", "--full", "--from", kSource, "--to", kCopy, "--replace"}), 0);
 }
 
