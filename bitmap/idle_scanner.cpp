@@ -29,7 +29,7 @@ CriticalSection scannerLock;
 constinit IdleScanner* scanner ZEL_GUARDED_BY(scannerLock) = nullptr;
 
 // `context` is the IdleScanner, which outlives the thread.
-unsigned __stdcall IdleScannerThread(void* context) {
+unsigned __stdcall IdleScannerThread(void* context) noexcept {
   const auto& self = *static_cast<const IdleScanner*>(context);
   while (::WaitForSingleObject(self.stop_event.get(), kScanIntervalMs) != WAIT_OBJECT_0) {
     self.scan();

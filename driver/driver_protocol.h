@@ -86,8 +86,13 @@ enum class DriverCommand : std::uint8_t {
   kQueryStatus = 2,          // answered with a DriverStatus
 };
 
+// What goes through the port either way lies at a multiple of 8, as the filter manager's own
+// structures do.
+template <std::size_t kSize>
+struct alignas(8) PortBuffer : std::array<std::byte, kSize> {};
+
 // The code in the first byte and zeros after it.
-using DriverCommandBytes = std::array<std::byte, 64>;
+using DriverCommandBytes = PortBuffer<64>;
 
 [[nodiscard]] constexpr DriverCommandBytes MakeDriverCommand(DriverCommand command) {
   DriverCommandBytes bytes = {};
@@ -123,7 +128,7 @@ static_assert(offsetof(DriverStatus, MessagesVaulted) == 24);
 static_assert(offsetof(DriverStatus, MessagesSentFromVault) == 32);
 static_assert(offsetof(DriverStatus, FilesToBeMarkedUnreliable) == 40);
 
-using DriverStatusBytes = std::array<std::byte, sizeof(DriverStatus)>;
+using DriverStatusBytes = PortBuffer<sizeof(DriverStatus)>;
 
 // Every value is a status: nothing in it can be wrong.
 [[nodiscard]] DriverStatus ParseDriverStatus(

@@ -37,6 +37,6 @@ inline constinit std::atomic<bool> driverThreadsStopping{false};
 // DriverSession, which outlives the thread and has at most kMessageThreads. Waits for
 // serviceThreadStartEvent, then reads and handles messages until the threads are stopped. Returns
 // 0.
-unsigned __stdcall DriverMessageThread(void* start_information);
+unsigned __stdcall DriverMessageThread(void* start_information) noexcept;
 
 }  // namespace zel

@@ -156,7 +156,7 @@ bool WaitForStart(const DriverSession& session) {
 
 }  // namespace
 
-unsigned __stdcall DriverMessageThread(void* start_information) {
+unsigned __stdcall DriverMessageThread(void* start_information) noexcept {
   LogMessage(kDriverCommDebug, L"Service thread started\n");
   if (start_information == nullptr) {
     LogMessage(kDriverCommError, L"Invalid start info, terminating\n");

@@ -32,7 +32,7 @@ LoggingThreads* threads = nullptr;
 // Rolls the log when it is too large: at the start, on roll_event, and every 30 minutes. A log that
 // is closed is tried again more often: whoever kept it from being opened, such as the process
 // before this one, may soon be gone.
-unsigned __stdcall LogRollerThread(void*) {
+unsigned __stdcall LogRollerThread(void*) noexcept {
   constexpr DWORD kCheckIntervalMs = 30 * 60 * 1000;
   constexpr DWORD kReopenIntervalMs = 3 * 1000;
   const HANDLE events[] = {threads->shutdown_event.get(), threads->roll_event.get()};
@@ -44,7 +44,7 @@ unsigned __stdcall LogRollerThread(void*) {
   return 0;
 }
 
-unsigned __stdcall ConfigWatcherThread(void*) {
+unsigned __stdcall ConfigWatcherThread(void*) noexcept {
   threads->configuration.watch(
       {threads->log_path, threads->shutdown_event.get(), threads->write_event.get()});
   return 0;

@@ -78,11 +78,8 @@ void CopyPath(const std::wstring& path, wchar_t* buffer, unsigned short room) {
   buffer[room - 1] = L'\0';  // a room of 1 has just taken half a character
 }
 
-}  // namespace
-
-error_status_t ListFiles(handle_t, void** context, FileId* file_id, VolumeGuid* volume_guid,
-                         unsigned short path_room, wchar_t* path) {
-  ClearString(path, path_room);
+error_status_t NextFile(void** context, FileId* file_id, VolumeGuid* volume_guid,
+                        unsigned short path_room, wchar_t* path) noexcept {
   if (*context == nullptr) {
     std::unique_ptr<ListContext> files = SnapshotFiles();
     if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;  // of a list that is closed, perhaps
@@ -99,11 +96,10 @@ error_status_t ListFiles(handle_t, void** context, FileId* file_id, VolumeGuid* 
   return ERROR_SUCCESS;
 }
 
-error_status_t ListBitmaps(handle_t, VolumeGuid* volume_guid, FileId file_id, void** context,
-                           wire::BitmapInfo* info, unsigned short name_room, wchar_t* name) {
-  ClearString(name, name_room);
+error_status_t NextBitmap(const FileKey& file, void** context, wire::BitmapInfo* info,
+                          unsigned short name_room, wchar_t* name) noexcept {
   if (*context == nullptr) {
-    std::unique_ptr<ListContext> bitmaps = SnapshotBitmaps({*volume_guid, file_id});
+    std::unique_ptr<ListContext> bitmaps = SnapshotBitmaps(file);
     if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;  // without what is not loaded any more
     *context = bitmaps.release();
   }
@@ -118,11 +114,25 @@ error_status_t ListBitmaps(handle_t, VolumeGuid* volume_guid, FileId file_id, vo
   return ERROR_SUCCESS;
 }
 
-void FileListContext_rundown(void* context) {
+}  // namespace
+
+error_status_t ListFiles(handle_t, void** context, FileId* file_id, VolumeGuid* volume_guid,
+                         unsigned short path_room, wchar_t* path) {
+  ClearString(path, path_room);
+  return NextFile(context, file_id, volume_guid, path_room, path);
+}
+
+error_status_t ListBitmaps(handle_t, VolumeGuid* volume_guid, FileId file_id, void** context,
+                           wire::BitmapInfo* info, unsigned short name_room, wchar_t* name) {
+  ClearString(name, name_room);
+  return NextBitmap({*volume_guid, file_id}, context, info, name_room, name);
+}
+
+void FileListContext_rundown(void* context) noexcept {
   FreeContext(context);
 }
 
-void BitmapListContext_rundown(void* context) {
+void BitmapListContext_rundown(void* context) noexcept {
   FreeContext(context);
 }
 

@@ -48,7 +48,7 @@ std::uint32_t PushBitmap(const PinnedBitmap& bitmap, std::uint32_t length, PipeW
   return ERROR_SUCCESS;
 }
 
-PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) {
+PipeOutcome CopyBitmapInto(BitmapId bitmap_id, wire::BytePipe& pipe) noexcept {
   LogMessage(kBitmapDebug, L"CopyBitmap invoked: BitmapId 0x%016I64x\n", bitmap_id);
   PipeWriter writer(pipe);
   const PinnedBitmap bitmap = GetBitmapById(bitmap_id);
@@ -80,7 +80,7 @@ std::uint32_t PutFile(TrackedFilesWriter& stream, const TrackedFileEntry& file,
   return count;
 }
 
-PipeOutcome WriteTrackedFiles(wire::BytePipe& pipe) {
+PipeOutcome WriteTrackedFiles(wire::BytePipe& pipe) noexcept {
   std::vector<TrackedFileEntry> files;
   CollectTrackedFiles(files);
   const std::map<FileKey, std::vector<BitmapInfo>> bitmaps = ListAllBitmaps();

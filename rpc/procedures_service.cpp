@@ -18,11 +18,11 @@ std::uint32_t AnswerOf(std::uint32_t result) {
 
 }  // namespace
 
-error_status_t Ping(handle_t) {
+error_status_t Ping(handle_t) noexcept {
   return ERROR_SUCCESS;
 }
 
-error_status_t DeleteBitmap(handle_t, BitmapId bitmap_id) {
+error_status_t DeleteBitmap(handle_t, BitmapId bitmap_id) noexcept {
   LogMessage(kGeneralDebug, L"DeleteBitmap invoked for bitmap id: 0x%016I64x\n", bitmap_id);
   VolumeGuid volume_guid;
   FileId file_id;
@@ -32,7 +32,7 @@ error_status_t DeleteBitmap(handle_t, BitmapId bitmap_id) {
   return ERROR_SUCCESS;
 }
 
-error_status_t SynchronizeBitmaps(handle_t, FileTime request_time) {
+error_status_t SynchronizeBitmaps(handle_t, FileTime request_time) noexcept {
   LogMessage(kGeneralInfo, L"Synchronizing bitmaps to %I64u\n", request_time);
   const std::uint32_t result = AnswerOf(Synchronize(request_time));
   if (result != ERROR_SUCCESS) {
@@ -43,7 +43,7 @@ error_status_t SynchronizeBitmaps(handle_t, FileTime request_time) {
   return result;
 }
 
-error_status_t GetDriverStatus(handle_t) {
+error_status_t GetDriverStatus(handle_t) noexcept {
   return AnswerOf(static_cast<std::uint32_t>(LogDriverStatus()));
 }
 

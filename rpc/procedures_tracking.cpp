@@ -31,7 +31,7 @@ std::optional<std::uint32_t> StartAndLog(
 }
 
 std::optional<std::uint32_t> StartByPath(const wchar_t* path, std::uint32_t block_size,
-                                         wire::BitmapInfo& info) {
+                                         wire::BitmapInfo& info) noexcept {
   LogMessage(kGeneralDebug, L"StartTracking invoked: %s\n", path);
   FileToTrack file = {.path = path, .volume_guid = {}, .file_id = 0, .size = 0};
   if (const std::uint32_t error = GetFileIdAndSize(path, &file.file_id, &file.size)) return error;
@@ -40,10 +40,11 @@ std::optional<std::uint32_t> StartByPath(const wchar_t* path, std::uint32_t bloc
                      L"StartTracking exit %d: BitmapId 0x%016I64x, size %I64u, %s\n");
 }
 
-std::optional<std::uint32_t> StartByIdentity(const FileToTrack& file, std::uint32_t block_size,
-                                             wire::BitmapInfo& info) {
-  LogMessage(kGeneralDebug, L"StartTracking2 invoked: %s\n", file.path.c_str());
-  return StartAndLog(file, block_size, info,
+std::optional<std::uint32_t> StartByIdentity(const wchar_t* path, const FileKey& file,
+                                             std::uint64_t size, std::uint32_t block_size,
+                                             wire::BitmapInfo& info) noexcept {
+  LogMessage(kGeneralDebug, L"StartTracking2 invoked: %s\n", path);
+  return StartAndLog({path, file.volume, file.file_id, size}, block_size, info,
                      L"StartTracking2 exit %d: BitmapId 0x%016I64x, size %I64u, %s\n");
 }
 
@@ -81,11 +82,11 @@ error_status_t StartTracking2(handle_t, wchar_t* path, VolumeGuid* volume_guid, 
                               std::uint64_t file_size, std::uint32_t block_size,
                               wire::BitmapInfo* info) {
   const std::optional<std::uint32_t> result =
-      StartByIdentity({path, *volume_guid, file_id, file_size}, block_size, *info);
+      StartByIdentity(path, {*volume_guid, file_id}, file_size, block_size, *info);
   return AnswerOrRaise(result);
 }
 
-error_status_t StopTracking(handle_t, wchar_t* path) {
+error_status_t StopTracking(handle_t, wchar_t* path) noexcept {
   return Stop(path);
 }
 

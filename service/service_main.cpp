@@ -66,19 +66,19 @@ void RunService(Arguments arguments) {
 
 }  // namespace
 
-void WINAPI VelmoraServiceMain(DWORD argument_count, LPWSTR* arguments) {
+void WINAPI VelmoraServiceMain(DWORD argument_count, LPWSTR* arguments) noexcept {
   serviceMainEndedEvent.Clear();
   RunService(Arguments(arguments, argument_count));
   serviceMainEndedEvent.Set();
 }
 
-void WINAPI ServiceCtrlHandler(DWORD control) {
+void WINAPI ServiceCtrlHandler(DWORD control) noexcept {
   if (control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_SHUTDOWN) {
     StopWithoutWaitingForClients();
   }
 }
 
-BOOL WINAPI ConsoleCtrlHandler(DWORD control_type) {
+BOOL WINAPI ConsoleCtrlHandler(DWORD control_type) noexcept {
   if (control_type != CTRL_C_EVENT && control_type != CTRL_BREAK_EVENT) return FALSE;
   LogMessage(kGeneralInfo, L"Stopping %s\n", kServiceDisplayName);
   StopWithoutWaitingForClients();

@@ -35,7 +35,7 @@ HANDLE BeginPass() ZEL_EXCLUDES(TrackedFilesLock) {
   return state.CleanupWakeEvent.get();
 }
 
-unsigned __stdcall UntrackedCleanupThread(void*) {
+unsigned __stdcall UntrackedCleanupThread(void*) noexcept {
   while (const HANDLE wake_event = BeginPass()) {
     for (const VolumeGuid& volume_guid : ListVolumeGuids(GetCbtDirectory())) {
       CleanVolumeDirectory(volume_guid);

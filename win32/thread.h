@@ -15,7 +15,8 @@
 namespace zel {
 
 #ifdef _WIN32
-using ThreadProcedure = unsigned(__stdcall*)(void*);
+// No C++ exception leaves it for the system's frames: one that would ends the process.
+using ThreadProcedure = unsigned(__stdcall*)(void*) noexcept;
 
 // Starts a thread that calls `procedure(context)`. Null, with the last error set, when the system
 // has none left. `stack_bytes` are reserved for its stack; 0: as many as the program's header says.
@@ -41,7 +42,7 @@ class WorkerThread {
 
  private:
 #ifdef _WIN32
-  static unsigned __stdcall Run(void* self) {
+  static unsigned __stdcall Run(void* self) noexcept {
     const auto& thread = *static_cast<const WorkerThread*>(self);
     thread.procedure_(thread.context_);
     return 0;
