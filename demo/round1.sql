@@ -3,11 +3,11 @@
 PRAGMA cache_size = -65536;
 .testctrl prng_seed 1
 BEGIN;
-DELETE FROM message WHERE id BETWEEN 12000 AND 13500;
+DELETE FROM message WHERE id BETWEEN 3000 AND 3375;
 INSERT INTO message (mailbox, body)
-  SELECT abs(random() % 200), randomblob(500 + abs(random() % 5500)) FROM generate_series(1, 2500);
+  SELECT abs(random() % 200), randomblob(500 + abs(random() % 5500)) FROM generate_series(1, 625);
 COMMIT;
 BEGIN;
-UPDATE message SET seen = 1 WHERE id BETWEEN 63000 AND 65500;
-UPDATE message SET seen = 1 WHERE id IN (SELECT abs(random() % 60000) FROM generate_series(1, 60));
+UPDATE message SET seen = 1 WHERE id BETWEEN 15750 AND 16375;
+UPDATE message SET seen = 1 WHERE id IN (SELECT abs(random() % 15000) FROM generate_series(1, 15));
 COMMIT;
