@@ -55,6 +55,14 @@ class ApplyTest : public ToolTest {
     all.insert(all.end(), more.begin(), more.end());
     return all;
   }
+  // The copy is told by another spelling.
+  std::vector<std::string> ArgumentsThroughLink() {
+    machine.files["E:\\link"] = machine.files[kCopy];
+    machine.links["E:\\link"] = kCopy;
+    std::vector<std::string> all = Arguments();
+    all.back() = "E:\\link";
+    return all;
+  }
   // A bitmap of another time takes the place of the one before.
   void BeginBitmap(FileTime begun, std::uint32_t block_size = kBlock) {
     bitmap = MakeBitmapBytes(machine.At(kSource).bytes.size(), block_size, begun);

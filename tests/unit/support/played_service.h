@@ -1,6 +1,7 @@
-// A tracked file with its history and a service that keeps bitmaps of it, both in memory, on one
-// clock. Reports of writes reach the bitmaps late, as far as a synchronization or chance brings
-// them. Each call can be the process's last, before or after it has had its effect.
+// A tracked file with its history and a service that keeps bitmaps of it, both in memory, on the
+// machine's clock unless the service's is said to be behind. Reports of writes reach the bitmaps
+// late, as far as a synchronization or chance brings them. Each call can be the process's last,
+// before or after it has had its effect.
 #pragma once
 
 #include <algorithm>
@@ -36,7 +37,7 @@ class PlayedService : public ctl::ZelServer {
     for (std::uint64_t at = offset; at < offset + length; ++at) {
       bytes[at] = static_cast<std::byte>(random_());
     }
-    if (length > 0) waiting_.push_back({.stamp = machine_.now, .offset = offset, .length = length});
+    if (length > 0) waiting_.push_back({.stamp = Now(), .offset = offset, .length = length});
     Remember();
   }
   void Resize(std::uint64_t size) {
@@ -59,6 +60,7 @@ class PlayedService : public ctl::ZelServer {
   std::map<BitmapId, Bytes> bitmaps;
   std::set<BitmapId> unloadable;  // listed, and not sent
   bool is_away = false;
+  FileTime behind = 0;  // its clock, behind the machine's
 
   ctl::Answer Ping() override { return {}; }
   ctl::Answer GetDriverStatus() override { return {}; }
@@ -91,7 +93,7 @@ class PlayedService : public ctl::ZelServer {
     } else {
       ++next_id_;
     }
-    bitmaps[id] = MakeBitmapBytes(Live().bytes.size(), block_size, machine_.now);
+    bitmaps[id] = MakeBitmapBytes(Live().bytes.size(), block_size, Now());
     ChangeHeader(bitmaps[id], [id](BitmapFileHeader& header) { header.BitmapId = id; });
     bitmap = EntryOf(id);
     return After();
@@ -103,7 +105,7 @@ class PlayedService : public ctl::ZelServer {
   }
   ctl::Answer SynchronizeBitmaps(FileTime time) override {
     if (!IsReached()) return kGone;
-    if (time > machine_.now) return {.rpc_status = 0, .code = 1460};
+    if (time > Now()) return {.rpc_status = 0, .code = 1460};
     Deliver(time);
     return After();
   }
@@ -116,6 +118,7 @@ class PlayedService : public ctl::ZelServer {
   };
   static constexpr ctl::Answer kGone = {.rpc_status = 1722, .code = 0};
 
+  [[nodiscard]] FileTime Now() const { return machine_.now - behind; }
   bool IsReached() { return !is_away && !machine_.death.Strikes(); }
   ctl::Answer After() { return machine_.death.Strikes() ? kGone : ctl::Answer{}; }
 

@@ -24,11 +24,8 @@ TEST_F(ApplyTest, MarkOfTheFirstVersionMeansHalfWayUntilAFullCopy) {
       "zelctl apply 1 8a3f10c2-4d5e-4b7a-9e21-d04f7c6b5a3e 0x000300000001a2b4 0x01dc92bf4c8a6d00\n";
   const auto bytes = std::as_bytes(std::span(kText));
   machine.At(kMark).bytes.assign(bytes.begin(), bytes.end());
-  machine.files["E:\\link"] = machine.files[kCopy];
-  machine.links["E:\\link"] = kCopy;
   WriteBlock(2, std::byte{1});
-  std::vector<std::string> through_link = Arguments();
-  through_link.back() = "E:\\link";
+  const std::vector<std::string> through_link = ArgumentsThroughLink();
   EXPECT_THAT(Refusal(through_link, 4), StartsWith("half_way: "));
   for (const bool is_known : {true, false}) {
     if (!is_known) machine.files.erase(RecordPath());
@@ -44,6 +41,19 @@ TEST_F(ApplyTest, MarkOfTheFirstVersionMeansHalfWayUntilAFullCopy) {
   EXPECT_FALSE(machine.files.contains(kMark));
   EXPECT_EQ(Run(Arguments()), 0);
   EXPECT_TRUE(Equal());
+}
+
+TEST_F(ApplyTest, MarkOfTheFirstVersionIsFoundBesideTheSpellingThatItWasToldToo) {
+  constexpr char kMark[] = "E:\\link.zelctl-apply";
+  const auto bytes = std::as_bytes(std::span("zelctl apply 1 8a3f10c2"));
+  machine.At(kMark).bytes.assign(bytes.begin(), bytes.end());
+  WriteBlock(2, std::byte{1});
+  std::vector<std::string> through_link = ArgumentsThroughLink();
+  EXPECT_THAT(Refusal(through_link, 4),
+              StartsWith("half_way: an earlier version of zelctl left E:\\link half way"));
+  through_link.insert(through_link.end(), {"--full", "--replace"});
+  EXPECT_EQ(Run(through_link), 0);
+  EXPECT_FALSE(machine.files.contains(kMark));
 }
 
 TEST_F(ApplyTest, FullCopyAppearsWholeOrNotAtAll) {
@@ -153,6 +163,29 @@ TEST_F(ApplyTest, HalfCopyThatSomethingElseChangedIsNotCompleted) {
   machine.now += 100 * kSecond;
   EXPECT_EQ(Run(Arguments()), 0) << terminal.notes;
   EXPECT_TRUE(Equal());
+}
+
+// Of a copy of which nothing was known until this run, too: its size is noted before it is changed.
+TEST_F(ApplyTest, RunWithAsOfThatWasKilledIsCompletedAsSoonAsItHadWrittenItsRecord) {
+  const test::MemoryFile unknown = machine.At(kCopy);
+  machine.At(kSource).bytes.resize(12 * 4096, std::byte{8});
+  WriteBlock(3, std::byte{7});
+  int untouched = 0;
+  int changed = 0;
+  for (int change = 0;; ++change) {
+    machine.At(kCopy) = unknown;
+    machine.files.erase(RecordPath());
+    machine.death = {.changes = 0, .fail_at = change};
+    const int ended = Run(Arguments({"--as-of", std::to_string(kStart)}));
+    machine.death = {};
+    if (ended == 0) break;
+    if (!machine.files.contains(RecordPath())) continue;
+    ++(machine.At(kCopy).bytes == unknown.bytes ? untouched : changed);
+    EXPECT_EQ(Run(Arguments()), 0) << change << terminal.notes;
+    EXPECT_TRUE(Equal()) << change;
+  }
+  EXPECT_GE(untouched, 2) << "before and after the stamp";
+  EXPECT_GE(changed, 3) << "by the new size, by each range, by the flush";
 }
 
 // Each of the two runs finds what was written while the one before lived.

@@ -6,6 +6,7 @@
 #include "tests/unit/support/played_service.h"
 #include "tests/unit/support/tool_fixture.h"
 #include "zelctl/id_text.h"
+#include "zelctl/time_text.h"
 
 namespace zel::ctl {
 namespace {
@@ -57,6 +58,11 @@ class BackupTest : public testing::Test {
       EXPECT_THAT(Notes(), testing::Not(testing::HasSubstr("broken off")));
     }
     return lost;
+  }
+  FileTime BegunOf(const std::string& bitmap) {
+    BitmapFileHeader header;
+    std::memcpy(&header, service.bitmaps.at(ParseId(bitmap).value_or(0)).data(), sizeof header);
+    return header.CreationTime;
   }
   bool Equal() { return machine.At(kCopy).bytes == service.Live().bytes; }
   void Work() {
@@ -135,6 +141,25 @@ TEST_F(BackupTest, BitmapsOfOthersAreNeverDeleted) {
   EXPECT_EQ(service.bitmaps.size(), 2u);
 }
 
+TEST_F(BackupTest, BitmapThatGotTheIdOfAUsedUpOneMeanwhileIsNotDeleted) {
+  EXPECT_EQ(Run(), 0);
+  const BitmapId used = ParseId(answer["next_bitmap_id"].get<std::string>()).value_or(0);
+  Work();
+  service.Live().after_read = [&](test::MemoryFile& file) {
+    file.after_read = {};
+    machine.now += 10;
+    service.bitmaps.at(used) = test::MakeBitmapBytes(file.bytes.size(), 64, machine.now);
+    test::ChangeHeader(service.bitmaps[used],
+                       [used](BitmapFileHeader& header) { header.BitmapId = used; });
+  };
+  EXPECT_EQ(Run(), 0);
+  EXPECT_EQ(answer["mode"], "incremental");
+  EXPECT_EQ(answer["deleted"].dump(), "[]");
+  EXPECT_TRUE(service.bitmaps.contains(used));
+  EXPECT_EQ(Run(), 0);
+  EXPECT_TRUE(service.bitmaps.contains(used)) << "nor by any round that comes later";
+}
+
 TEST_F(BackupTest, FileThatIsNoCopyIsReplacedOnlyWhenItIsSaid) {
   machine.At(kCopy).bytes = Bytes(3);
   EXPECT_EQ(Run({"--full-if-needed"}), 1);
@@ -202,12 +227,16 @@ TEST_F(BackupTest, WritesDuringTheComparisonAreExcusedAndOthersAreNot) {
   EXPECT_TRUE(Equal());
 }
 
+// What this machine's clock shows may be long in coming there.
 TEST_F(BackupTest, ClockOfAnotherMachineIsKnownByItsBitmaps) {
-  EXPECT_EQ(Run({"--server", "there"}), 0);
-  Work();
-  EXPECT_EQ(Run({"--server", "there"}), 0);
-  EXPECT_EQ(answer["mode"], "incremental");
-  EXPECT_TRUE(Equal());
+  service.behind = 500;
+  for (const char* mode : {"full", "incremental", "incremental"}) {
+    Work();
+    EXPECT_EQ(Run({"--server", "there"}), 0) << terminal.printed;
+    EXPECT_EQ(answer["mode"], mode);
+    EXPECT_EQ(answer["as_of"], FormatTime(BegunOf(answer["next_bitmap_id"])));
+    EXPECT_TRUE(Equal());
+  }
 }
 
 // Kills a round at each write, rename and call, before and after a call has had its effect, until
