@@ -1,6 +1,7 @@
 #include "zelctl/commands.h"
 #include "zelctl/copies/copy_checks.h"
 #include "zelctl/copies/copy_pass.h"
+#include "zelctl/copies/later_writes.h"
 #include "zelctl/error_words.h"
 
 namespace zel::ctl {
@@ -26,6 +27,14 @@ MaybeFailure CheckSize(const BitmapFile& bitmap, std::uint64_t source_size, Kept
                       kNeedsFull);
 }
 
+// A snapshot is not written any more, so each difference counts. `used`: when the bitmap was begun
+// that the copy is brought up to date with. `until`: as of when the copy will be.
+void ExcuseLaterWrites(Surroundings& with, const Request& request, const FileIdentity& of,
+                       FileTime used, FileTime until, CopyPass& pass) {
+  if (!request.verify || !request.snapshot_time.empty()) return;
+  pass.set_excuse(LaterWrites(with, request, of, LastBegun(with.server, of, used, until)));
+}
+
 // Nobody but this run changes the copy from before the bitmap is taken until the end.
 MaybeFailure ApplyBitmap(Surroundings& with, const Request& request, Output& output,
                          KeptCopy& copy) {
@@ -46,9 +55,10 @@ MaybeFailure ApplyBitmap(Surroundings& with, const Request& request, Output& out
   }
   if (auto failure = CheckSize(bitmap.file, pass.source_size(), copy)) return failure;
   const auto snapshot = SnapshotTime(with.machine, request);
-  if (auto failure = CheckRuleInWords(with, request.to, record, bitmap.offered(), snapshot)) {
-    return failure;
-  }
+  const OfferedBitmap offered = bitmap.offered();
+  if (auto failure = CheckRuleInWords(with, request.to, record, offered, snapshot)) return failure;
+  ExcuseLaterWrites(with, request, of, offered.begun, AsOfAfterwards(record, offered, snapshot),
+                    pass);
   return pass.Update(bitmap, record, snapshot);
 }
 
@@ -78,6 +88,7 @@ MaybeFailure ApplyFull(Surroundings& with, const Request& request, Output& outpu
   if (auto failure = CheckSourceIdentity(request, source, of)) return failure;
   const MaybeFailure unknown = CheckMayReplace(request, copy, of);
   if (auto failure = CheckPlace(with, request, copy, source, of, unknown)) return failure;
+  ExcuseLaterWrites(with, request, of, 0, moment, pass);
   return pass.CopyAll({.of = of,
                        .as_of = moment,
                        .bitmaps = copy.record().bitmaps,

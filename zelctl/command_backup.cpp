@@ -3,6 +3,7 @@
 #include "zelctl/commands.h"
 #include "zelctl/copies/copy_checks.h"
 #include "zelctl/copies/copy_pass.h"
+#include "zelctl/copies/later_writes.h"
 #include "zelctl/copies/own_bitmaps.h"
 #include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
@@ -33,7 +34,6 @@ class Backup {
   [[nodiscard]] MaybeFailure TakeCurrent(const OwnBitmap& current, TakenBitmap& bitmap);
   [[nodiscard]] MaybeFailure BringUpToDate(const OwnBitmap& current);
   [[nodiscard]] MaybeFailure CopyAll(const Failure& why);
-  [[nodiscard]] MaybeFailure ExcuseByNext(std::uint64_t at, std::optional<std::uint64_t>& go_on);
   [[nodiscard]] MaybeFailure DeleteUsedUp();
   void Report(const std::string& why);
 
@@ -53,7 +53,6 @@ class Backup {
   OwnBitmap next_;
   bool next_is_new_ = false;
   FileTime moment_ = 0;
-  TakenBitmap excuses_;  // the next bitmap, as it was when a difference was last looked at
 };
 
 // Whether a full copy helps where this failure came up.
@@ -197,9 +196,7 @@ MaybeFailure Backup::BringUpToDate(const OwnBitmap& current) {
   CopyPass pass(with_, request_, output_, copy_);
   if (auto failure = pass.OpenSource()) return failure;
   if (auto failure = CheckSourceIdentity(request_, pass.source_identity(), of_)) return failure;
-  pass.set_excuse([this](std::uint64_t at, std::optional<std::uint64_t>& go_on) {
-    return ExcuseByNext(at, go_on);
-  });
+  pass.set_excuse(LaterWrites(with_, request_, of_, next_));
   if (auto failure = pass.Update(bitmap, record_, std::nullopt)) return failure;
   output_.json["bitmap_id"] = FormatId(current.id);
   return std::nullopt;
@@ -234,30 +231,9 @@ MaybeFailure Backup::CopyAll(const Failure& why) {
   CopyPass pass(with_, request_, output_, copy_);
   if (auto failure = pass.OpenSource()) return failure;
   if (auto failure = CheckSourceIdentity(request_, pass.source_identity(), of_)) return failure;
-  pass.set_excuse([this](std::uint64_t at, std::optional<std::uint64_t>& go_on) {
-    return ExcuseByNext(at, go_on);
-  });
+  pass.set_excuse(LaterWrites(with_, request_, of_, next_));
   return pass.CopyAll(
       {.of = of_, .as_of = moment_, .bitmaps = record_.bitmaps, .beginning = record_.beginning});
-}
-
-// What was written since the next bitmap was begun may differ: it is in that bitmap.
-MaybeFailure Backup::ExcuseByNext(std::uint64_t at, std::optional<std::uint64_t>& go_on) {
-  const auto end = [&] {
-    return excuses_.is_current ? EndOfChange(excuses_.file, ~std::uint64_t{0}, at) : std::nullopt;
-  };
-  go_on = end();
-  if (go_on) return std::nullopt;
-  excuses_ = {};
-  TakenBitmap now;
-  if (auto failure = TakeCurrentBitmap(with_, request_, next_.id,
-                                       std::max(with_.machine.PastMoment(), next_.begun), now)) {
-    return failure;
-  }
-  if (CheckTrust(now.file)) return std::nullopt;
-  excuses_ = std::move(now);
-  go_on = end();
-  return std::nullopt;
 }
 
 MaybeFailure Backup::DeleteUsedUp() {
