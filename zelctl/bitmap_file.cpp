@@ -77,7 +77,7 @@ std::optional<std::string> CheckHeader(const BitmapFileHeader& header, std::uint
 }
 
 // Reads the mark, where there is one.
-std::optional<std::string> CheckMark(std::span<std::byte> bytes,
+std::optional<std::string> CheckMark(std::span<std::byte> bytes, bool& has_checksum,
                                      std::optional<FileTime>& known_until) {
   const ExportMark mark = MarkOf(bytes);
   if (mark.magic == 0 && mark.version == 0 && mark.known_until == 0 && mark.checksum == 0) {
@@ -88,6 +88,7 @@ std::optional<std::string> CheckMark(std::span<std::byte> bytes,
   }
   PutMark(bytes, mark);
   if (MarkOf(bytes).checksum != mark.checksum) return "it is damaged: its checksum is wrong";
+  has_checksum = true;
   if (mark.known_until != 0) known_until = mark.known_until;
   return std::nullopt;
 }
@@ -102,11 +103,15 @@ std::optional<std::string> ReadBitmap(std::vector<std::byte> bytes, BitmapOrigin
   }
   std::memcpy(&header, bytes.data(), sizeof header);
   if (auto fault = CheckHeader(header, bytes.size())) return fault;
+  bool has_checksum = false;
   std::optional<FileTime> known_until;
-  if (auto fault = CheckMark(bytes, known_until)) return fault;
+  if (auto fault = CheckMark(bytes, has_checksum, known_until)) return fault;
   if (header.Version == kOldBitmapVersion) header.NameCreationTime = header.CreationTime;
-  bitmap = {
-      .header = header, .bytes = std::move(bytes), .origin = origin, .known_until = known_until};
+  bitmap = {.header = header,
+            .bytes = std::move(bytes),
+            .origin = origin,
+            .has_checksum = has_checksum,
+            .known_until = known_until};
   return std::nullopt;
 }
 
@@ -127,6 +132,7 @@ Trust TrustOf(const BitmapFile& bitmap) {
 void MakeExport(BitmapFile& bitmap, std::optional<FileTime> known_until) {
   bitmap.header.ClosedCleanly = 1;
   bitmap.bytes[offsetof(BitmapFileHeader, ClosedCleanly)] = std::byte{1};
+  bitmap.has_checksum = true;
   bitmap.known_until = known_until;
   PutMark(bitmap.bytes, {.magic = kMarkMagic,
                          .version = kMarkVersion,

@@ -30,6 +30,7 @@ struct BitmapFile {
   BitmapFileHeader header;
   std::vector<std::byte> bytes;  // header and bits
   BitmapOrigin origin = BitmapOrigin::kFile;
+  bool has_checksum = false;  // an exported file, which is as it was written
   // Of an exported file: every write up to here is in it. None where nobody knows.
   std::optional<FileTime> known_until = {};
 

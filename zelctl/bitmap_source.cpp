@@ -4,6 +4,7 @@
 #include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
 #include "zelctl/progress_line.h"
+#include "zelctl/unsealed_bitmap.h"
 
 namespace zel::ctl {
 
@@ -12,9 +13,7 @@ namespace {
 // What is no bitmap is not read whole.
 constexpr std::size_t kHeaderBytes = kBitmapHeaderSize;
 
-MaybeFailure Read(std::vector<std::byte> bytes, BitmapOrigin origin, const std::string& name,
-                  BitmapFile& bitmap) {
-  const auto fault = ReadBitmap(std::move(bytes), origin, bitmap);
+MaybeFailure CheckFault(const std::optional<std::string>& fault, const std::string& name) {
   if (fault) return Refuse(Reason::kDamaged, name + " cannot be used: " + *fault);
   return std::nullopt;
 }
@@ -34,7 +33,7 @@ MaybeFailure FetchBitmap(Surroundings& with, const Request& request, BitmapId id
     return failure;
   }
   bitmap.taken = with.machine.Now();
-  return Read(std::move(bytes), BitmapOrigin::kService, name, bitmap.file);
+  return CheckFault(ReadBitmap(std::move(bytes), BitmapOrigin::kService, bitmap.file), name);
 }
 
 MaybeFailure ReadBitmapFile(Surroundings& with, const Request& request, TakenBitmap& bitmap) {
@@ -47,8 +46,10 @@ MaybeFailure ReadBitmapFile(Surroundings& with, const Request& request, TakenBit
   if (BeginsLikeBitmap(bytes)) code = ReadWholeFile(with.machine, file, bytes);
   if (auto failure = CheckSystem(with.machine, code, "cannot read " + file)) return failure;
   bitmap.taken = with.machine.Now();
-  return Read(std::move(bytes), request.service_copy ? BitmapOrigin::kService : BitmapOrigin::kFile,
-              file, bitmap.file);
+  const BitmapOrigin origin = request.service_copy ? BitmapOrigin::kService : BitmapOrigin::kFile;
+  auto fault = ReadBitmap(std::move(bytes), origin, bitmap.file);
+  if (!fault) fault = FaultOfUnsealed(file, bitmap.file);
+  return CheckFault(fault, file);
 }
 
 }  // namespace

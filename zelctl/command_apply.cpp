@@ -3,6 +3,7 @@
 #include "zelctl/copies/copy_pass.h"
 #include "zelctl/copies/later_writes.h"
 #include "zelctl/error_words.h"
+#include "zelctl/unsealed_bitmap.h"
 
 namespace zel::ctl {
 
@@ -44,6 +45,9 @@ MaybeFailure ApplyBitmap(Surroundings& with, const Request& request, Output& out
   TakenBitmap bitmap;
   if (auto failure = TakeBitmap(with, request, bitmap)) return failure;
   if (auto failure = CheckTrust(bitmap.file)) return failure;
+  if (!request.bitmap.file.empty()) {
+    if (auto failure = CheckUnsealedWithService(with, bitmap.file)) return failure;
+  }
   const FileIdentity of = FileOf(bitmap.file);
   CopyPass pass(with, request, output, copy);
   if (auto failure = pass.OpenSource()) return failure;
