@@ -180,8 +180,8 @@ class Chain:
         self.remember()
         self.steps = [self.work, self.work, self.work, self.track, self.delete, self.apply,
                       self.apply, self.export, self.apply_export, self.damage_export, self.full,
-                      self.full_beside_another, self.snapshot, self.apply_snapshot, self.backup,
-                      self.backup, self.backup, self.repeat, self.rename, self.link, self.crash,
+                      self.full_beside_another, self.snapshot, self.apply_snapshot,
+                      self.round_of_snapshots, self.backup, self.backup, self.backup, self.repeat, self.rename, self.link, self.crash,
                       self.restart]
 
     def round(self):
@@ -253,6 +253,26 @@ class Chain:
             self.judge("apply", "--from", path, "--bitmap",
                        self.random.choice(self.noted + self.exports), "--force-identity",
                        "--snapshot-time", str(time_of))
+
+    def round_of_snapshots(self):
+        """The order that the manual names always ends well: begin the next bitmap, make the snapshot,
+        bring the copy up to date with the bitmap from before. Twice, so that it goes on from one."""
+        copy = self.random.choice(self.copies)
+        last = self.bench.track()
+        self.look_at(self.bench.zelctl.json("apply", "--full", "--replace", "--from", FILE, "--to",
+                                            copy), FILE)
+        for _ in range(2):
+            self.work()
+            following = self.bench.track()
+            self.snapshot()
+            self.work()
+            path, time_of = self.snapshots[-1]
+            self.look_at(self.bench.zelctl.json(
+                "apply", "--from", path, "--to", copy, "--bitmap", last, "--force-identity",
+                "--snapshot-time", str(time_of)), path)
+            self.noted.append(last)
+            last = following
+        self.noted.append(last)
 
     def backup(self):
         options = self.random.choice([(), ("--replace",), ("--verify",)])
