@@ -1,5 +1,6 @@
 """The administrator's tool as a person sees it: on a terminal, which Wine's console draws on."""
 
+import functools
 import random
 import re
 
@@ -7,6 +8,7 @@ import pytest
 
 from bitmap_bytes import bitmap_bytes
 from zelctl import NOBODY_THERE, Zelctl
+from zelctl_bench import FILE
 
 VOLUME = "00000000-0000-0000-0000-000000000043"  # Wine's drive C
 BLOCK = 4096
@@ -54,6 +56,19 @@ def test_progress_is_drawn_and_cleared_and_the_result_is_told(zelctl):
     assert result[-1] == "compared: both files are equal"
     assert "incremental: read 16.0 MiB of 16.0 MiB (100.0 %); the copy is as of 20" in drawn
     assert "4096 of 4096 blocks" in drawn
+
+
+def test_person_is_asked_before_bitmaps_go_with_their_file(bench):
+    bench.track()
+    on_terminal = functools.partial(bench.zelctl.on_terminal, 200, 25, "untrack", FILE,
+                                    asked="Stop tracking it?")
+    for no in ("n", "", "yet"):
+        code, drawn = on_terminal(typed=no)
+        assert code == 1 and "This deletes 1 bitmap" in drawn and "is still tracked" in drawn
+        assert bench.zelctl.json("status")["bitmaps"] == 1
+    code, drawn = on_terminal(typed="y")
+    assert code == 0 and "is not tracked any more; deleted with it: 1 bitmap" in drawn
+    assert bench.zelctl.json("files")["files"] == []
 
 
 def test_person_is_told_what_a_script_sees_from_the_exit_code(zelctl, no_service):

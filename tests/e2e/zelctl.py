@@ -8,7 +8,7 @@ import struct
 import subprocess
 import termios
 
-from wine import BIN, RUN
+from wine import BIN, RUN, wait_until
 from zelctl_shapes import check_failure, check_success
 
 
@@ -68,17 +68,29 @@ class Zelctl:
         return subprocess.Popen(self.command(*arguments), env=self.wine.environment,
                                 stdin=subprocess.DEVNULL, stdout=stdout, stderr=subprocess.DEVNULL)
 
-    def on_terminal(self, columns, lines, *arguments):
-        """The exit code of a run on a terminal of that size, and the text that was drawn on it."""
+    def on_terminal(self, columns, lines, *arguments, asked="", typed=""):
+        """The exit code of a run on a terminal of that size, and the text that was drawn on it.
+        `typed` is typed, with the Enter key, when `asked` has been drawn."""
         ours, its = pty.openpty()
         fcntl.ioctl(its, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
         process = subprocess.Popen(self.command(*arguments), stdin=its, stdout=its, stderr=its,
                                    env=self.wine.environment | {"TERM": "xterm"},
                                    start_new_session=True)
         os.close(its)
-        drawn = b"".join(iter(lambda: read_or_end(ours), b""))
+        drawn = b""
+        while piece := read_or_end(ours):
+            drawn += piece
+            if asked and asked.encode() in drawn:
+                wait_until(lambda: takes_keys(ours), "the console takes keys as they are pressed")
+                os.write(ours, typed.encode() + b"\r")
+                asked = ""
         os.close(ours)
         return process.wait(60), drawn.decode()
+
+
+def takes_keys(descriptor):
+    """Whether the terminal hands on the Enter key as it is: until then it makes a line's end of it."""
+    return not termios.tcgetattr(descriptor)[0] & termios.ICRNL
 
 
 def read_or_end(descriptor):
