@@ -1,7 +1,6 @@
-// The command line's grammar, and the help that belongs to it. Pure.
+// What a command line asks for, or what is wrong with it. Pure.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,12 +13,5 @@ namespace zel::ctl {
 // `request` with nothing but `json` that counts.
 [[nodiscard]] MaybeFailure ParseCommandLine(const std::vector<std::string>& arguments,
                                             Request& request);
-
-// The help of a command or another topic; of the program for an empty name. None for an unknown
-// one.
-[[nodiscard]] std::optional<std::string> HelpText(const std::string& topic);
-
-// The names that HelpText knows, commands first.
-[[nodiscard]] std::vector<std::string> HelpTopics();
 
 }  // namespace zel::ctl

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "zelctl/command_line.h"
+#include "zelctl/help_text.h"
 
 namespace zel::ctl {
 

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "zelctl/help_text.h"
 #include "zelctl/manual.h"
 
 namespace zel::ctl {

@@ -1,6 +1,6 @@
 // The tool as a whole: exit codes, advice where nobody answers, and its output.
 #include "tests/unit/support/run_fixture.h"
-#include "zelctl/command_line.h"
+#include "zelctl/help_text.h"
 
 namespace zel::ctl {
 namespace {
