@@ -1,47 +1,34 @@
-#include <algorithm>
-
 #include "zelctl/commands.h"
 #include "zelctl/copies/copy_checks.h"
 #include "zelctl/copies/copy_pass.h"
 #include "zelctl/copies/later_writes.h"
 #include "zelctl/copies/own_bitmaps.h"
+#include "zelctl/copies/round_bitmaps.h"
 #include "zelctl/error_words.h"
 #include "zelctl/id_text.h"
-#include "zelctl/time_text.h"
 
 namespace zel::ctl {
 
 namespace {
 
-// One round: from whatever an earlier one has left to a copy that is up to date. What is known of
-// the copy names the bitmaps that were begun for it, before and after each step, so that a round
-// that was broken off anywhere is taken up by the next.
+// One round: from whatever an earlier one has left to a copy that is up to date.
 class Backup {
  public:
   Backup(Surroundings& with, const Request& request, Output& output)
-      : with_(with), request_(request), output_(output), copy_(with.machine, request.to) {}
+      : with_(with),
+        request_(request),
+        output_(output),
+        copy_(with.machine, request.to),
+        bitmaps_(with, request, output, copy_, record_) {}
 
   [[nodiscard]] MaybeFailure Run();
 
  private:
   [[nodiscard]] MaybeFailure FindFile();
   [[nodiscard]] MaybeFailure FindRecord();
-  [[nodiscard]] MaybeFailure ListBitmaps(std::vector<BitmapEntry>& listed);
-  void TellWhatWasLeft();
-  [[nodiscard]] MaybeFailure BeginNext();
-  [[nodiscard]] MaybeFailure EnsureNext();
-  [[nodiscard]] MaybeFailure EnsureTrustedNext();
-  [[nodiscard]] MaybeFailure TakeCurrent(const OwnBitmap& current, TakenBitmap& bitmap);
   [[nodiscard]] MaybeFailure BringUpToDate(const OwnBitmap& current);
   [[nodiscard]] MaybeFailure CopyAll(const Failure& why);
-  [[nodiscard]] MaybeFailure DeleteUsedUp();
   void Report(const std::string& why);
-
-  // As of when the copy will be good. Another machine's clock is known by when it began the bitmap.
-  [[nodiscard]] FileTime Moment() {
-    if (!request_.server.empty()) return next_.begun;
-    return std::max(with_.machine.PastMoment(), next_.begun);
-  }
 
   Surroundings& with_;
   const Request& request_;
@@ -49,25 +36,15 @@ class Backup {
   KeptCopy copy_;
   FileIdentity of_;
   CopyRecord record_;
-  std::vector<BitmapEntry> listed_;  // the file's bitmaps when this run began
-  OwnBitmap next_;
-  bool next_is_new_ = false;
-  FileTime moment_ = 0;
+  RoundBitmaps bitmaps_;
 };
-
-// Whether a full copy helps where this failure came up.
-bool FullHelps(const Failure& failure) {
-  return failure.exit_code == ExitCode::kNeedsFull || failure.reason == Reason::kDamaged ||
-         failure.reason == Reason::kHalfWay || failure.reason == Reason::kDiffers ||
-         failure.code == kNotFound;
-}
 
 MaybeFailure Backup::Run() {
   if (auto failure = copy_.Hold()) return failure;
   if (auto failure = FindFile()) return failure;
   if (auto failure = FindRecord()) return failure;
   const std::optional<OwnBitmap> current = copy_.exists() ? CurrentBitmap(record_) : std::nullopt;
-  if (auto failure = EnsureNext()) return failure;
+  if (auto failure = bitmaps_.EnsureNext()) return failure;
   MaybeFailure why;
   if (!copy_.exists()) {
     why = NeedFull(Reason::kNotACopy, "there is no " + request_.to + " yet");
@@ -82,7 +59,7 @@ MaybeFailure Backup::Run() {
     if (auto failure = CopyAll(*why)) return failure;
   }
   Report(why ? why->message : "");
-  if (auto failure = DeleteUsedUp()) {
+  if (auto failure = bitmaps_.DeleteUsedUp()) {
     output_.notes.push_back(
         "a bitmap that is not needed any more could not be deleted; the next "
         "run tries again: " +
@@ -119,76 +96,12 @@ MaybeFailure Backup::FindRecord() {
     }
   }
   record_.of = of_;
-  if (auto failure = ListBitmaps(listed_)) return failure;
-  KeepOnlyListed(record_, listed_);
-  TellWhatWasLeft();
-  return std::nullopt;
-}
-
-// A run may not have lived to write down the bitmap that it had begun. What looks like it may be
-// somebody else's, so it is not touched; the record keeps it until a run that told it came through.
-void Backup::TellWhatWasLeft() {
-  const std::vector<BegunBitmap> left = LeftBitmaps(record_, listed_);
-  if (left.empty()) return record_.beginning.reset();
-  std::string lines;
-  for (const BegunBitmap& bitmap : left) {
-    lines += std::string(lines.empty() ? "" : ", or ") + "zelctl delete " + FormatId(bitmap.id) +
-             " (begun " + FormatTime(bitmap.begun) + ")";
-  }
-  output_.notes.push_back("a run that was broken off at " + FormatTime(record_.beginning->at) +
-                          " may have begun a bitmap without writing it down; if it is nobody "
-                          "else's, delete it: " +
-                          lines);
-}
-
-MaybeFailure Backup::ListBitmaps(std::vector<BitmapEntry>& listed) {
-  return CheckAnswer(with_.machine, request_,
-                     with_.server.ListBitmaps({*of_.volume, of_.file_id}, listed),
-                     "cannot list the bitmaps of " + request_.from);
-}
-
-MaybeFailure Backup::EnsureNext() {
-  const std::optional<OwnBitmap> next = NextBitmap(record_);
-  if (!next) return BeginNext();
-  next_ = *next;
-  moment_ = Moment();
-  return std::nullopt;
-}
-
-// The one that is begun before anything is read has every write that comes later.
-MaybeFailure Backup::BeginNext() {
-  const bool is_told = record_.beginning.has_value();
-  if (!is_told) {
-    record_.beginning = {.at = with_.machine.Now(), .before = BegunBitmaps(listed_)};
-    if (auto failure = copy_.SaveAsItIs(record_)) return failure;
-  }
-  BitmapEntry begun;
-  if (auto failure = BeginBitmap(with_, request_, request_.from, begun)) return failure;
-  if (begun.file != FileKey{*of_.volume, of_.file_id}) {
-    return Refuse(Reason::kIdentity, request_.from + " was replaced meanwhile; run it again");
-  }
-  next_ = {.id = begun.id, .begun = begun.creation_time};
-  next_is_new_ = true;
-  moment_ = Moment();
-  record_.bitmaps.push_back(next_);
-  if (!is_told) record_.beginning.reset();
-  return copy_.SaveAsItIs(record_);
-}
-
-MaybeFailure Backup::TakeCurrent(const OwnBitmap& current, TakenBitmap& bitmap) {
-  if (auto failure = TakeCurrentBitmap(with_, request_, current.id, moment_, bitmap)) {
-    return failure;
-  }
-  const BitmapFileHeader& header = bitmap.file.header;
-  if (header.NameCreationTime != current.begun) {
-    return NeedFull(Reason::kIdentity, "bitmap " + FormatId(current.id) + " is another one now");
-  }
-  return CheckTrust(bitmap.file);
+  return bitmaps_.Find();
 }
 
 MaybeFailure Backup::BringUpToDate(const OwnBitmap& current) {
   TakenBitmap bitmap;
-  if (auto failure = TakeCurrent(current, bitmap)) return failure;
+  if (auto failure = bitmaps_.Take(current, bitmap)) return failure;
   const OfferedBitmap offered = bitmap.offered();
   if (auto failure = CheckRuleInWords(with_, request_.to, record_, offered, std::nullopt)) {
     return failure;
@@ -196,19 +109,10 @@ MaybeFailure Backup::BringUpToDate(const OwnBitmap& current) {
   CopyPass pass(with_, request_, output_, copy_);
   if (auto failure = pass.OpenSource()) return failure;
   if (auto failure = CheckSourceIdentity(request_, pass.source_identity(), of_)) return failure;
-  pass.set_excuse(LaterWrites(with_, request_, of_, next_));
+  pass.set_excuse(LaterWrites(with_, request_, of_, bitmaps_.next()));
   if (auto failure = pass.Update(bitmap, record_, std::nullopt)) return failure;
   output_.json["bitmap_id"] = FormatId(current.id);
   return std::nullopt;
-}
-
-// One that an interrupted round has begun may have become unreliable meanwhile.
-MaybeFailure Backup::EnsureTrustedNext() {
-  if (next_is_new_) return std::nullopt;
-  TakenBitmap bitmap;
-  const MaybeFailure failure = TakeCurrent(next_, bitmap);
-  if (!failure) return std::nullopt;
-  return FullHelps(*failure) ? BeginNext() : failure;
 }
 
 MaybeFailure Backup::CopyAll(const Failure& why) {
@@ -220,7 +124,7 @@ MaybeFailure Backup::CopyAll(const Failure& why) {
   }
   // What a run with the last bitmap may have left.
   record_.half_way = copy_.record().half_way;
-  if (auto failure = EnsureTrustedNext()) return failure;
+  if (auto failure = bitmaps_.EnsureTrustedNext()) return failure;
   const std::string announcement = "a full pass begins: " + why.message;
   if (request_.json) {
     output_.notes.push_back(announcement);
@@ -231,32 +135,15 @@ MaybeFailure Backup::CopyAll(const Failure& why) {
   CopyPass pass(with_, request_, output_, copy_);
   if (auto failure = pass.OpenSource()) return failure;
   if (auto failure = CheckSourceIdentity(request_, pass.source_identity(), of_)) return failure;
-  pass.set_excuse(LaterWrites(with_, request_, of_, next_));
-  return pass.CopyAll(
-      {.of = of_, .as_of = moment_, .bitmaps = record_.bitmaps, .beginning = record_.beginning});
-}
-
-MaybeFailure Backup::DeleteUsedUp() {
-  output_.json["deleted"] = Json::array();
-  CopyRecord record = copy_.record();
-  record.beginning.reset();
-  std::vector<BitmapEntry> listed;
-  if (auto failure = ListBitmaps(listed)) return failure;
-  KeepOnlyListed(record, listed);
-  for (const OwnBitmap& used_up : UsedUpBitmaps(record)) {
-    if (auto failure = CheckAnswer(with_.machine, request_, with_.server.DeleteBitmap(used_up.id),
-                                   "cannot delete bitmap " + FormatId(used_up.id))) {
-      return failure;
-    }
-    std::erase(record.bitmaps, used_up);
-    output_.json["deleted"].push_back(FormatId(used_up.id));
-  }
-  if (record == copy_.record()) return std::nullopt;
-  return copy_.SaveAsItIs(record);
+  pass.set_excuse(LaterWrites(with_, request_, of_, bitmaps_.next()));
+  return pass.CopyAll({.of = of_,
+                       .as_of = bitmaps_.moment(),
+                       .bitmaps = record_.bitmaps,
+                       .beginning = record_.beginning});
 }
 
 void Backup::Report(const std::string& why) {
-  output_.json["next_bitmap_id"] = FormatId(next_.id);
+  output_.json["next_bitmap_id"] = FormatId(bitmaps_.next().id);
   if (why.empty()) return;
   output_.json["why"] = why;
   output_.text.insert(output_.text.size() - 1, "; full because " + why);

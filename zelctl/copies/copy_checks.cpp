@@ -109,6 +109,12 @@ MaybeFailure LeftHalfWay(Surroundings& with, const std::string& path, const Copy
 
 }  // namespace
 
+bool FullHelps(const Failure& failure) {
+  return failure.exit_code == ExitCode::kNeedsFull || failure.reason == Reason::kDamaged ||
+         failure.reason == Reason::kHalfWay || failure.reason == Reason::kDiffers ||
+         failure.code == kNotFound;
+}
+
 std::string IdentityText(const FileIdentity& identity) {
   return "file " + FormatId(identity.file_id) + " on " +
          (identity.volume ? "volume " + FormatGuid(*identity.volume)

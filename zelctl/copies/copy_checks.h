@@ -44,6 +44,9 @@ inline constexpr char kNeedsFull[] = "a full copy is needed (--full)";
 // time.
 [[nodiscard]] std::optional<FileTime> SnapshotTime(Machine& machine, const Request& request);
 
+// Whether a full copy helps where this failure came up.
+[[nodiscard]] bool FullHelps(const Failure& failure);
+
 // "file 0x... on volume ...".
 [[nodiscard]] std::string IdentityText(const FileIdentity& identity);
 
