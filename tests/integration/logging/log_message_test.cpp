@@ -10,6 +10,7 @@
 #include "tests/integration/support/log_fixture.h"
 
 extern "C" void* __imp_EnterCriticalSection;
+extern "C" void* __imp_VirtualAlloc;
 extern "C" void* __imp_malloc;
 
 namespace zel {
@@ -43,6 +44,13 @@ void WINAPI CountEnter(CRITICAL_SECTION* section) {
 void* CountMalloc(std::size_t size) {
   Count();
   return std::calloc(1, size);
+}
+
+decltype(&::VirtualAlloc) real_virtual_alloc = nullptr;
+
+void* WINAPI CountVirtualAlloc(void* address, SIZE_T size, DWORD type, DWORD protection) {
+  Count();
+  return real_virtual_alloc(address, size, type, protection);
 }
 
 TEST_F(LogMessageTest, BeforeInitLoggingEveryCallIsDropped) {
@@ -139,6 +147,8 @@ TEST_F(LogMessageTest, EnabledCallAllocatesNothing) {
   const std::wstring path(32'767, L'p');
   LogMessage(kGeneralInfo, L"the stream has its buffer now\n");
   const test::ImportHook hook(__imp_malloc, &CountMalloc);
+  real_virtual_alloc = reinterpret_cast<decltype(real_virtual_alloc)>(__imp_VirtualAlloc);
+  const test::ImportHook guarded(__imp_VirtualAlloc, &CountVirtualAlloc);  // the tests' own heap
   CountFromHere();
   LogMessage(kGeneralInfo, L"%hs %u %s\n", "narrow", 1u, path.c_str());
   EXPECT_EQ(calls, 0);
