@@ -18,9 +18,9 @@ sys.path.insert(0, str(ROOT / "tests" / "e2e"))
 from agent import SERVICE, Agent
 from slow_disk import SlowDisk
 from slow_disk_files import BLOCK, HOT_BLOCKS, VOLUME, SlowDiskFiles
-from wine import Wine, wait_until
+from wine import Wine, rpc_client, wait_until
 
-PROBE = str(ROOT / "build" / "mingw" / "bin" / "slow_disk_probe.exe")
+PROBE = rpc_client("slow_disk_probe.exe")
 DELAYS_MS = 0, 1, 10
 COUNTS = 300, 2_000
 STOPPED_TOO = 5_000
@@ -45,7 +45,7 @@ class Probe:
 
     def __init__(self, agent, verb, *words):
         self.verb = verb
-        self.process = agent.wine.popen(PROBE, verb, *map(str, words), stdin=subprocess.PIPE)
+        self.process = agent.wine.popen(*PROBE, verb, *map(str, words), stdin=subprocess.PIPE)
 
     def answer(self):
         assert select.select([self.process.stdout], [], [], PATIENCE_S)[0], f"{self.verb} hangs"

@@ -60,11 +60,8 @@ CallResult ZelClient::ListBitmaps(const FileKey& file, BitmapList& list, std::ui
 }
 
 CallResult ZelClient::CopyBitmap(BitmapId bitmap_id, const ByteSink& contents) const {
-  CallResult result;
-  result.rpc_status =
-      CallPipeOperation(Operation::kCopyBitmap, binding_.get(),
-                        std::as_bytes(std::span(&bitmap_id, 1)), contents, result.code);
-  return result;
+  ReceivingPipe pipe(contents);
+  return Call(binding_, Operation::kCopyBitmap, bitmap_id, pipe.get());
 }
 
 CallResult ZelClient::StartTracking(const std::wstring& path, std::uint32_t block_size,
@@ -99,10 +96,10 @@ CallResult ZelClient::GetTrackedFiles(std::vector<TrackedFile>& files) const {
   std::vector<std::byte> stream;
   const ByteSink append = [&](std::span<const std::byte> bytes) {
     stream.insert(stream.end(), bytes.begin(), bytes.end());
+    return ERROR_SUCCESS;
   };
-  CallResult result;
-  result.rpc_status =
-      CallPipeOperation(Operation::kGetTrackedFiles, binding_.get(), {}, append, result.code);
+  ReceivingPipe pipe(append);
+  CallResult result = Call(binding_, Operation::kGetTrackedFiles, pipe.get());
   if (result.ok() && ReadTrackedFiles(stream, files) != nullptr) {
     result.rpc_status = RPC_X_BAD_STUB_DATA;
   }

@@ -11,15 +11,16 @@
 #include <vector>
 
 #include "client/binding.h"
-#include "client/pipe_response.h"
+#include "client/receiving_pipe.h"
 #include "client/tracked_files_reader.h"
 #include "rpc/zel_interface.h"
 
 namespace zel {
 
 struct CallResult {
-  std::uint32_t rpc_status = 0;  // not 0: the call failed; an RPC status, or the server's fault
-  std::uint32_t code = 0;        // the service's answer
+  std::uint32_t rpc_status =
+      0;  // not 0: the call failed; an RPC status, the server's fault, or what a sink answered
+  std::uint32_t code = 0;  // the service's answer
 
   [[nodiscard]] bool ok() const { return rpc_status == 0 && code == 0; }
   bool operator==(const CallResult&) const = default;
@@ -54,7 +55,8 @@ class ZelClient {
   [[nodiscard]] CallResult ListBitmaps(const FileKey& file, BitmapList& list,
                                        std::uint16_t name_room, NamedBitmap& bitmap) const;
 
-  // `contents` gets the bitmap file as the service has it in memory.
+  // `contents` gets the bitmap file as the service has it in memory, on the caller's thread. What
+  // it has had counts for an answer of 0 only.
   [[nodiscard]] CallResult CopyBitmap(BitmapId bitmap_id, const ByteSink& contents) const;
 
   [[nodiscard]] CallResult StartTracking(const std::wstring& path, std::uint32_t block_size,

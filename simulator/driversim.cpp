@@ -4,6 +4,7 @@
 //   driversim serve                          the same in a console
 //   driversim tell ORDER...                  gives an order and prints the answer
 //   driversim run -- PROGRAM ARGUMENT...     runs a program whose file activity the driver sees
+//   driversim client -- PROGRAM ARGUMENT...  runs a client of the service's RPC interface
 #include <windows.h>
 
 #include <cstdio>
@@ -57,12 +58,11 @@ int Tell(std::span<wchar_t*> words) {
 }
 
 // The program's command line stays as it was written.
-int RunProgram() {
-  constexpr std::wstring_view kMark = L" run -- ";
+int RunProgram(std::wstring_view mark, int (*run)(std::wstring command_line)) {
   const std::wstring all = ::GetCommandLineW();
-  const std::size_t mark = all.find(kMark);
-  if (mark != all.npos) return RunReported(all.substr(mark + kMark.size()));
-  std::fputs("driversim: one blank each between run, -- and the program\n", stderr);
+  const std::size_t at = all.find(mark);
+  if (at != all.npos) return run(all.substr(at + mark.size()));
+  std::fputs("driversim: one blank each between the task, -- and the program\n", stderr);
   return kUsage;
 }
 
@@ -104,10 +104,14 @@ int Run(std::span<wchar_t*> arguments) {
   const std::wstring_view task = arguments[0];
   if (task == L"serve" && arguments.size() == 1) return Serve();
   if (task == L"tell" && arguments.size() > 1) return Tell(arguments.subspan(1));
-  if (task == L"run" && arguments.size() > 2 && std::wstring_view(arguments[1]) == L"--") {
-    return RunProgram();
+  if (arguments.size() > 2 && std::wstring_view(arguments[1]) == L"--") {
+    if (task == L"run") return RunProgram(L" run -- ", RunReported);
+    if (task == L"client") return RunProgram(L" client -- ", RunClient);
   }
-  std::fputs("usage: driversim [serve | tell ORDER... | run -- PROGRAM ARGUMENT...]\n", stderr);
+  std::fputs(
+      "usage: driversim [serve | tell ORDER... | run -- PROGRAM ARGUMENT... | client -- PROGRAM "
+      "ARGUMENT...]\n",
+      stderr);
   return kUsage;
 }
 

@@ -1,31 +1,17 @@
 #include "simulator/run.h"
 
-#include <windows.h>
-
-#include <cstdio>
 #include <optional>
 
 #include "simulator/control_client.h"
-#include "simulator/injection.h"
-#include "win32/handles.h"
+#include "simulator/injected_run.h"
 
 namespace zel::sim {
 
 namespace {
 
-// Beyond it stand the system's codes for crashes, of which Wine's callers see the low byte alone.
-constexpr DWORD kLargestOwnCode = 0xFF;
-
 int Fail(const char* what) {
-  std::fprintf(stderr, "driversim: %s, error %lu\n", what, ::GetLastError());
+  TellFailure(what);
   return kReportsLost;
-}
-
-std::wstring HookLibrary() {
-  wchar_t program[MAX_PATH] = {};
-  ::GetModuleFileNameW(nullptr, program, MAX_PATH);
-  const std::wstring path = program;
-  return path.substr(0, path.find_last_of(L'\\') + 1) + L"simhook.dll";
 }
 
 }  // namespace
@@ -34,28 +20,15 @@ int RunReported(std::wstring command_line) {
   // Held to the end: it breaks with the driver, whatever becomes of the processes of the run.
   ControlClient driver;
   if (!driver.connected()) return Fail("no driver runs");
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION made = {};
-  if (!::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED,
-                        nullptr, nullptr, &startup, &made)) {
-    return Fail("cannot start the program");
-  }
-  const UniqueResource<KernelObjectTraits> process(made.hProcess);
-  const UniqueThread thread(made.hThread);
-  if (!InjectLibrary(process.get(), HookLibrary())) {
-    ::TerminateProcess(process.get(), kReportsLost);
-    return Fail("cannot get into the program");
-  }
-  ::ResumeThread(thread.get());
-  ::WaitForSingleObject(process.get(), INFINITE);
-  DWORD exit_code = kReportsLost;
-  ::GetExitCodeProcess(process.get(), &exit_code);
-  if (exit_code > kLargestOwnCode) {
-    std::fprintf(stderr, "driversim: the program ended with 0x%08lx\n", exit_code);
-  }
-  if (!driver.Tell("counters")) return Fail("the driver went, reports are lost");
-  return static_cast<int>(exit_code);
+  const std::optional<DWORD> exit_code = RunWithLibrary(std::move(command_line), L"simhook.dll");
+  if (!exit_code) return kReportsLost;
+  const int code = OwnExitCode(*exit_code);
+  return driver.Tell("counters") ? code : Fail("the driver went, reports are lost");
+}
+
+int RunClient(std::wstring command_line) {
+  const std::optional<DWORD> exit_code = RunWithLibrary(std::move(command_line), L"pipehook.dll");
+  return exit_code ? OwnExitCode(*exit_code) : kReportsLost;
 }
 
 }  // namespace zel::sim

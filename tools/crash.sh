@@ -10,6 +10,6 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 tools/install-packages.sh
 cmake --preset mingw >/dev/null
-cmake --build --preset mingw --target zelservice driversim simhook zel_simulated_fltlib crash_probe \
-  >/dev/null
+cmake --build --preset mingw --target zelservice driversim pipehook simhook \
+  zel_simulated_fltlib crash_probe >/dev/null
 exec /usr/bin/python3 tests/crash/crash.py "$@"

@@ -30,12 +30,15 @@ ExportMark MarkOf(std::span<const std::byte> bytes) {
   return mark;
 }
 
-void PutMark(std::span<std::byte> bytes, ExportMark mark) {
-  mark.checksum = 0;
-  std::memcpy(bytes.data() + kMarkOffset, &mark, sizeof mark);
-  mark.checksum = Checksum(bytes);
+void PutMark(std::span<std::byte> bytes, const ExportMark& mark) {
   std::memcpy(bytes.data() + kMarkOffset, &mark, sizeof mark);
 }
+
+bool IsEmpty(const ExportMark& mark) {
+  return mark.magic == 0 && mark.version == 0 && mark.known_until == 0 && mark.checksum == 0;
+}
+
+constexpr char kUnknownMark[] = "its reserved bytes hold what no known version writes";
 
 std::string Hex(std::uint32_t value) {
   std::array<char, 11> text;
@@ -47,7 +50,7 @@ std::string Number(std::uint64_t value) {
   return std::to_string(value);
 }
 
-std::optional<std::string> CheckHeader(const BitmapFileHeader& header, std::uint64_t length) {
+std::optional<std::string> CheckHeader(const BitmapFileHeader& header) {
   if (header.Magic != kBitmapMagic) {
     return "it is no bitmap file: it begins with " + Hex(header.Magic) + ", not with " +
            Hex(kBitmapMagic);
@@ -68,11 +71,6 @@ std::optional<std::string> CheckHeader(const BitmapFileHeader& header, std::uint
     return "its " + Number(header.BitmapSize) + " bytes of bits are not those of " +
            Number(header.FileSize) + " bytes in blocks of " + Number(header.BlockSize);
   }
-  // Some old files are as much longer as the size of their header says.
-  const std::uint64_t whole = kBitmapHeaderSize + std::uint64_t{header.BitmapSize};
-  if (length != whole && length != header.HeaderSize + std::uint64_t{header.BitmapSize}) {
-    return "it has " + Number(length) + " bytes, not " + Number(whole);
-  }
   return std::nullopt;
 }
 
@@ -80,14 +78,12 @@ std::optional<std::string> CheckHeader(const BitmapFileHeader& header, std::uint
 std::optional<std::string> CheckMark(std::span<std::byte> bytes, bool& has_checksum,
                                      std::optional<FileTime>& known_until) {
   const ExportMark mark = MarkOf(bytes);
-  if (mark.magic == 0 && mark.version == 0 && mark.known_until == 0 && mark.checksum == 0) {
-    return std::nullopt;
-  }
-  if (mark.magic != kMarkMagic || mark.version != kMarkVersion) {
-    return "its reserved bytes hold what no known version writes";
-  }
+  if (IsEmpty(mark)) return std::nullopt;
+  if (mark.magic != kMarkMagic || mark.version != kMarkVersion) return kUnknownMark;
+  FinishExport(bytes, 0);
+  const bool is_whole = Checksum(bytes) == mark.checksum;
   PutMark(bytes, mark);
-  if (MarkOf(bytes).checksum != mark.checksum) return "it is damaged: its checksum is wrong";
+  if (!is_whole) return "it is damaged: its checksum is wrong";
   has_checksum = true;
   if (mark.known_until != 0) known_until = mark.known_until;
   return std::nullopt;
@@ -102,7 +98,8 @@ std::optional<std::string> ReadBitmap(std::vector<std::byte> bytes, BitmapOrigin
     return "it has " + Number(bytes.size()) + " bytes, fewer than a header's 512";
   }
   std::memcpy(&header, bytes.data(), sizeof header);
-  if (auto fault = CheckHeader(header, bytes.size())) return fault;
+  if (auto fault = CheckHeader(header)) return fault;
+  if (auto fault = CheckLength(header, bytes.size())) return fault;
   bool has_checksum = false;
   std::optional<FileTime> known_until;
   if (auto fault = CheckMark(bytes, has_checksum, known_until)) return fault;
@@ -113,6 +110,23 @@ std::optional<std::string> ReadBitmap(std::vector<std::byte> bytes, BitmapOrigin
             .has_checksum = has_checksum,
             .known_until = known_until};
   return std::nullopt;
+}
+
+std::optional<std::string> ReadSentHeader(std::span<const std::byte> bytes,
+                                          BitmapFileHeader& header) {
+  std::memcpy(&header, bytes.data(), sizeof header);
+  if (auto fault = CheckHeader(header)) return fault;
+  if (!IsEmpty(MarkOf(bytes))) return kUnknownMark;
+  return std::nullopt;
+}
+
+std::optional<std::string> CheckLength(const BitmapFileHeader& header, std::uint64_t length) {
+  // Some old files are as much longer as the size of their header says.
+  const std::uint64_t whole = kBitmapHeaderSize + std::uint64_t{header.BitmapSize};
+  if (length == whole || length == header.HeaderSize + std::uint64_t{header.BitmapSize}) {
+    return std::nullopt;
+  }
+  return "it has " + Number(length) + " bytes, not " + Number(whole);
 }
 
 bool BeginsLikeBitmap(std::span<const std::byte> bytes) {
@@ -131,13 +145,24 @@ Trust TrustOf(const BitmapFile& bitmap) {
 
 void MakeExport(BitmapFile& bitmap, std::optional<FileTime> known_until) {
   bitmap.header.ClosedCleanly = 1;
-  bitmap.bytes[offsetof(BitmapFileHeader, ClosedCleanly)] = std::byte{1};
   bitmap.has_checksum = true;
   bitmap.known_until = known_until;
-  PutMark(bitmap.bytes, {.magic = kMarkMagic,
-                         .version = kMarkVersion,
-                         .known_until = known_until.value_or(0),
-                         .checksum = 0});
+  BeginExport(bitmap.bytes, known_until);
+  FinishExport(bitmap.bytes, Checksum(bitmap.bytes));
+}
+
+void BeginExport(std::span<std::byte> header, std::optional<FileTime> known_until) {
+  header[offsetof(BitmapFileHeader, ClosedCleanly)] = std::byte{1};
+  PutMark(header, {.magic = kMarkMagic,
+                   .version = kMarkVersion,
+                   .known_until = known_until.value_or(0),
+                   .checksum = 0});
+}
+
+void FinishExport(std::span<std::byte> header, std::uint64_t checksum) {
+  ExportMark mark = MarkOf(header);
+  mark.checksum = checksum;
+  PutMark(header, mark);
 }
 
 }  // namespace zel::ctl

@@ -46,6 +46,13 @@ struct BitmapFile {
 [[nodiscard]] std::optional<std::string> ReadBitmap(std::vector<std::byte> bytes,
                                                     BitmapOrigin origin, BitmapFile& bitmap);
 
+// The same in two steps, of a bitmap that the service sends: what is wrong with its header, of
+// kBitmapHeaderSize bytes, and with the whole file's length.
+[[nodiscard]] std::optional<std::string> ReadSentHeader(std::span<const std::byte> bytes,
+                                                        BitmapFileHeader& header);
+[[nodiscard]] std::optional<std::string> CheckLength(const BitmapFileHeader& header,
+                                                     std::uint64_t length);
+
 // Whether the bytes that a file begins with are a bitmap's.
 [[nodiscard]] bool BeginsLikeBitmap(std::span<const std::byte> bytes);
 
@@ -54,5 +61,10 @@ struct BitmapFile {
 // The bitmap as a file of its own, for somebody who got it from the service: nobody uses that file,
 // a checksum is in it, and until when it knows of every write, where that is known.
 void MakeExport(BitmapFile& bitmap, std::optional<FileTime> known_until);
+
+// The same of a header's bytes alone: with a checksum of 0, which is what the checksum of the whole
+// file is taken of, and then with that one.
+void BeginExport(std::span<std::byte> header, std::optional<FileTime> known_until);
+void FinishExport(std::span<std::byte> header, std::uint64_t checksum);
 
 }  // namespace zel::ctl

@@ -25,15 +25,12 @@ std::string HintFor(const std::string& file) {
 
 MaybeFailure FetchBitmap(Surroundings& with, const Request& request, BitmapId id,
                          TakenBitmap& bitmap) {
-  const std::string name = "bitmap " + FormatId(id);
   std::vector<std::byte> bytes;
-  const Answer answer = with.server.CopyBitmap(id, bytes);
-  if (auto failure = CheckAnswer(with.machine, request, answer, "cannot copy " + name,
-                                 {{kNotFound, "there is no " + name}})) {
-    return failure;
-  }
+  const Answer answer = CopyBitmapTo(with.server, id, bytes);
+  if (auto failure = CheckSent(with, request, id, answer)) return failure;
   bitmap.taken = with.machine.Now();
-  return CheckFault(ReadBitmap(std::move(bytes), BitmapOrigin::kService, bitmap.file), name);
+  return CheckFault(ReadBitmap(std::move(bytes), BitmapOrigin::kService, bitmap.file),
+                    "bitmap " + FormatId(id));
 }
 
 MaybeFailure ReadBitmapFile(Surroundings& with, const Request& request, TakenBitmap& bitmap) {
@@ -62,6 +59,13 @@ OfferedBitmap TakenBitmap::offered() const {
           .taken = taken,
           .is_current = is_current,
           .digest = Checksum(file.bytes)};
+}
+
+MaybeFailure CheckSent(Surroundings& with, const Request& request, BitmapId id,
+                       const Answer& answer) {
+  const std::string name = "bitmap " + FormatId(id);
+  return CheckAnswer(with.machine, request, answer, "cannot copy " + name,
+                     {{kNotFound, "there is no " + name}});
 }
 
 MaybeFailure TakeCurrentBitmap(Surroundings& with, const Request& request, BitmapId id,

@@ -25,6 +25,10 @@ struct TakenBitmap {
 [[nodiscard]] MaybeFailure TakeCurrentBitmap(Surroundings& with, const Request& request,
                                              BitmapId id, FileTime moment, TakenBitmap& bitmap);
 
+// None for an answer with which the service has sent the bitmap.
+[[nodiscard]] MaybeFailure CheckSent(Surroundings& with, const Request& request, BitmapId id,
+                                     const Answer& answer);
+
 // Has the service begin another bitmap of that file, which is tracked from then on.
 [[nodiscard]] MaybeFailure BeginBitmap(Surroundings& with, const Request& request,
                                        const std::string& path, BitmapEntry& bitmap);

@@ -10,7 +10,7 @@ namespace zel::ctl {
 MaybeFailure ReadState(Surroundings& with, const Request& request, BitmapId id,
                        BitmapState& state) {
   std::vector<std::byte> bytes;
-  const Answer answer = with.server.CopyBitmap(id, bytes);
+  const Answer answer = CopyBitmapTo(with.server, id, bytes);
   state = {.trust = "damaged"};
   // One that cannot be loaded is answered so, too.
   if (answer.rpc_status == 0 && answer.code == kNotFound) return std::nullopt;

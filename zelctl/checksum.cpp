@@ -21,12 +21,16 @@ constexpr std::array<std::uint64_t, 256> kTable = MakeTable();
 
 }  // namespace
 
-std::uint64_t Checksum(std::span<const std::byte> bytes) {
-  std::uint64_t sum = ~std::uint64_t{0};
+void RunningChecksum::Add(std::span<const std::byte> bytes) {
   for (const std::byte byte : bytes) {
-    sum = kTable[(sum ^ std::to_integer<std::uint64_t>(byte)) & 0xFF] ^ sum >> 8;
+    rest_ = kTable[(rest_ ^ std::to_integer<std::uint64_t>(byte)) & 0xFF] ^ rest_ >> 8;
   }
-  return ~sum;
+}
+
+std::uint64_t Checksum(std::span<const std::byte> bytes) {
+  RunningChecksum sum;
+  sum.Add(bytes);
+  return sum.value();
 }
 
 }  // namespace zel::ctl

@@ -1,10 +1,10 @@
+#include "zelctl/bitmap_export.h"
 #include "zelctl/bitmap_source.h"
 #include "zelctl/commands.h"
 #include "zelctl/error_words.h"
 #include "zelctl/file_list.h"
 #include "zelctl/id_text.h"
 #include "zelctl/json_shapes.h"
-#include "zelctl/outputs.h"
 #include "zelctl/time_text.h"
 
 namespace zel::ctl {
@@ -64,18 +64,25 @@ MaybeFailure RunUntrack(Surroundings& with, const Request& request, Output& outp
 }
 
 MaybeFailure RunExport(Surroundings& with, const Request& request, Output& output) {
-  TakenBitmap bitmap;
-  if (auto failure = TakeBitmap(with, request, bitmap)) return failure;
-  // The service may be using its own; nobody uses this one.
-  MakeExport(bitmap.file, bitmap.file.known_until);
-  output.json = {{"bitmap_id", FormatId(request.bitmap.id)},
+  const BitmapId id = request.bitmap.id;
+  std::optional<FileTime> known_until;
+  if (!request.no_sync) {
+    known_until = with.machine.PastMoment();
+    if (auto failure = Synchronize(with, request, *known_until)) return failure;
+  }
+  BitmapExport exported(with, request, known_until);
+  const Answer answer = with.server.CopyBitmap(
+      id, [&](std::span<const std::byte> bytes) { return exported.Take(bytes); });
+  if (exported.failure()) return exported.failure();
+  if (auto failure = CheckSent(with, request, id, answer)) return failure;
+  if (auto failure = exported.Finish()) return failure;
+  output.json = {{"bitmap_id", FormatId(id)},
                  {"output", request.output},
-                 {"bytes", bitmap.file.bytes.size()},
-                 {"trust", TrustWord(TrustOf(bitmap.file))}};
-  if (const auto until = bitmap.file.known_until) output.json["known_until"] = FormatTime(*until);
-  output.confirmation =
-      std::to_string(bitmap.file.bytes.size()) + " bytes in " + request.output + "\n";
-  return WriteOutput(with.machine, request, request.output, bitmap.file.bytes, BeginsLikeBitmap);
+                 {"bytes", exported.size()},
+                 {"trust", TrustWord(exported.trust())}};
+  if (known_until) output.json["known_until"] = FormatTime(*known_until);
+  output.confirmation = std::to_string(exported.size()) + " bytes in " + request.output + "\n";
+  return std::nullopt;
 }
 
 // The service says the same of an id that it has never known; who mistyped one should hear of it.

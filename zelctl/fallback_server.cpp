@@ -55,8 +55,8 @@ Answer FallbackServer::ListBitmaps(const FileKey& file, std::vector<BitmapEntry>
   return Ask([&](ZelServer& server) { return server.ListBitmaps(file, bitmaps); });
 }
 
-Answer FallbackServer::CopyBitmap(BitmapId id, std::vector<std::byte>& contents) {
-  return Ask([&](ZelServer& server) { return server.CopyBitmap(id, contents); });
+Answer FallbackServer::CopyBitmap(BitmapId id, const BitmapSink& sink) {
+  return Ask([&](ZelServer& server) { return server.CopyBitmap(id, sink); });
 }
 
 Answer FallbackServer::StartTracking(const std::string& path, std::uint32_t block_size,

@@ -20,7 +20,7 @@ class FallbackServer : public ZelServer {
   Answer Ping() override;
   Answer GetTrackedFiles(std::vector<FileEntry>& files) override;
   Answer ListBitmaps(const FileKey& file, std::vector<BitmapEntry>& bitmaps) override;
-  Answer CopyBitmap(BitmapId id, std::vector<std::byte>& contents) override;
+  Answer CopyBitmap(BitmapId id, const BitmapSink& sink) override;
   Answer StartTracking(const std::string& path, std::uint32_t block_size,
                        BitmapEntry& bitmap) override;
   Answer StopTracking(const std::string& path) override;

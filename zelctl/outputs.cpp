@@ -4,11 +4,10 @@
 
 namespace zel::ctl {
 
-namespace {
-
-constexpr std::size_t kBeginning = 16;
-
-MaybeFailure CheckMayOverwrite(Machine& machine, const std::string& path, BeginsLike same_kind) {
+MaybeFailure CheckMayWrite(Machine& machine, const Request& request, const std::string& path,
+                           BeginsLike same_kind) {
+  constexpr std::size_t kBeginning = 16;
+  if (request.replace) return std::nullopt;
   std::vector<std::byte> beginning;
   const std::uint32_t code = ReadBeginning(machine, path, kBeginning, beginning);
   if (code == kFileNotFound) return std::nullopt;
@@ -18,13 +17,9 @@ MaybeFailure CheckMayOverwrite(Machine& machine, const std::string& path, Begins
                 path + " is a file of another kind; say --replace if it is to be overwritten");
 }
 
-}  // namespace
-
 MaybeFailure WriteOutput(Machine& machine, const Request& request, const std::string& path,
                          std::span<const std::byte> contents, BeginsLike same_kind) {
-  if (!request.replace) {
-    if (auto failure = CheckMayOverwrite(machine, path, same_kind)) return failure;
-  }
+  if (auto failure = CheckMayWrite(machine, request, path, same_kind)) return failure;
   return CheckSystem(machine, WriteWholeFile(machine, path, {}, contents), "cannot write " + path);
 }
 

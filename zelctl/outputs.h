@@ -12,6 +12,10 @@ namespace zel::ctl {
 // What a file is known by.
 using BeginsLike = bool (*)(std::span<const std::byte> bytes);
 
+// Whether there is nothing at that path, or what may be replaced.
+[[nodiscard]] MaybeFailure CheckMayWrite(Machine& machine, const Request& request,
+                                         const std::string& path, BeginsLike same_kind);
+
 // Writes the file whole or not at all. An existing one is replaced if it begins like one of the
 // same kind, or --replace says so.
 [[nodiscard]] MaybeFailure WriteOutput(Machine& machine, const Request& request,

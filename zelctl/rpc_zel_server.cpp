@@ -8,6 +8,7 @@
 #include "client/zel_client.h"
 #include "zelctl/call_within.h"
 #include "zelctl/fallback_server.h"
+#include "zelctl/stream_within.h"
 #include "zelctl/wide_text.h"
 
 namespace zel::ctl {
@@ -18,6 +19,8 @@ namespace {
 constexpr std::uint16_t kNameRoom = 32'767;
 
 constexpr std::uint32_t kNoMoreItems = ERROR_NO_MORE_ITEMS;
+
+constexpr Answer kLate = {.rpc_status = RPC_S_CALL_CANCELLED, .code = 0};
 
 Answer ToAnswer(const CallResult& result) {
   return {.rpc_status = result.rpc_status, .code = result.code};
@@ -65,12 +68,13 @@ class RpcZelServer : public ZelServer {
     });
   }
 
-  Answer CopyBitmap(BitmapId id, std::vector<std::byte>& contents) override {
-    return Call(contents, [id](const ZelClient& client, std::vector<std::byte>& sent) {
-      return ToAnswer(client.CopyBitmap(id, [&](std::span<const std::byte> bytes) {
-        sent.insert(sent.end(), bytes.begin(), bytes.end());
-      }));
-    });
+  Answer CopyBitmap(BitmapId id, const BitmapSink& sink) override {
+    return StreamWithin<Answer>(
+        timeout_,
+        [client = client_, id](const BitmapSink& taken) {
+          return ToAnswer(client->CopyBitmap(id, taken));
+        },
+        sink, kLate);
   }
 
   Answer StartTracking(const std::string& path, std::uint32_t block_size,
@@ -115,7 +119,7 @@ class RpcZelServer : public ZelServer {
   template <class Output>
   [[nodiscard]] Answer Call(Output& output, std::type_identity_t<Reader<Output>> read) {
     using Result = std::pair<Answer, Output>;
-    const Result late = {{.rpc_status = RPC_S_CALL_CANCELLED, .code = 0}, {}};
+    const Result late = {kLate, {}};
     Result result = CallWithin<Result>(
         timeout_,
         [client = client_, read = std::move(read)] {
@@ -147,7 +151,7 @@ class UnnamedServer : public ZelServer {
   Answer Ping() override { return answer_; }
   Answer GetTrackedFiles(std::vector<FileEntry>&) override { return answer_; }
   Answer ListBitmaps(const FileKey&, std::vector<BitmapEntry>&) override { return answer_; }
-  Answer CopyBitmap(BitmapId, std::vector<std::byte>&) override { return answer_; }
+  Answer CopyBitmap(BitmapId, const BitmapSink&) override { return answer_; }
   Answer StartTracking(const std::string&, std::uint32_t, BitmapEntry&) override { return answer_; }
   Answer StopTracking(const std::string&) override { return answer_; }
   Answer DeleteBitmap(BitmapId) override { return answer_; }

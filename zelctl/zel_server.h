@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -35,6 +37,10 @@ struct FileEntry {
   std::vector<BitmapId> bitmaps;
 };
 
+// Takes what a bitmap is sent in, in order, in pieces of any size, on the caller's thread. Whoever
+// answers another code than 0 gets no more, and the call is broken off with it.
+using BitmapSink = std::function<std::uint32_t(std::span<const std::byte> bytes)>;
+
 class ZelServer {
  public:
   virtual ~ZelServer() = default;
@@ -44,7 +50,8 @@ class ZelServer {
   // A whole enumeration.
   [[nodiscard]] virtual Answer ListBitmaps(const FileKey& file,
                                            std::vector<BitmapEntry>& bitmaps) = 0;
-  [[nodiscard]] virtual Answer CopyBitmap(BitmapId id, std::vector<std::byte>& contents) = 0;
+  // What the sink has had counts when the answer is good.
+  [[nodiscard]] virtual Answer CopyBitmap(BitmapId id, const BitmapSink& sink) = 0;
   [[nodiscard]] virtual Answer StartTracking(const std::string& path, std::uint32_t block_size,
                                              BitmapEntry& bitmap) = 0;
   [[nodiscard]] virtual Answer StopTracking(const std::string& path) = 0;
@@ -55,5 +62,8 @@ class ZelServer {
   // Worth knowing of the way that the calls so far have gone; empty for nothing.
   [[nodiscard]] virtual std::string Remark() const { return {}; }
 };
+
+// A whole bitmap in memory.
+[[nodiscard]] Answer CopyBitmapTo(ZelServer& server, BitmapId id, std::vector<std::byte>& contents);
 
 }  // namespace zel::ctl

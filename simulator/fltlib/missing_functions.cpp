@@ -11,6 +11,7 @@
 
 #include "simulator/control_client.h"
 #include "simulator/file_identity.h"
+#include "simulator/fltlib/client_pipe_calls.h"
 #include "simulator/fltlib/import_table.h"
 #include "simulator/fltlib/patient_send.h"
 #include "simulator/fltlib/pipe_calls.h"
@@ -86,6 +87,7 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
   ReplaceImport("KERNEL32.dll", "GetVolumeNameForVolumeMountPointW", &NamingVolumeName,
                 system_volume_name);
   ReplaceImport("RPCRT4.dll", "NdrServerCall2", &PipingServerCall, system_server_call);
+  ReplaceImport("RPCRT4.dll", "NdrClientCall2", &PipingClientCall, system_client_call);
   WatchPortReads();
   InstallPatientSend();
   return TRUE;

@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "simulator/fltlib/pipe_procedure.h"
+#include "simulator/fltlib/rpc_pipe.h"
+#include "win32/rpc_exception.h"
 
 namespace zel::sim {
 
@@ -13,14 +15,6 @@ ServerCall* system_server_call = nullptr;
 namespace {
 
 constexpr unsigned long kLittleEndianAsciiIeee = 0x10;
-
-// What a server routine gets for an [out] pipe.
-struct Pipe {
-  void(__RPC_API* pull)(char* state, void* buffer, unsigned long size, unsigned long* count);
-  void(__RPC_API* push)(char* state, void* buffer, unsigned long count);
-  void(__RPC_API* alloc)(char* state, unsigned long size, void** buffer, unsigned long* count);
-  char* state;
-};
 
 void __RPC_API Push(char* state, void* buffer, unsigned long count) {
   auto& response = *reinterpret_cast<PipeResponse*>(state);
@@ -46,28 +40,38 @@ std::uint32_t Call(SERVER_ROUTINE routine, const Slots& s) {
   return any(s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7], s[8], s[9], s[10], s[11]);
 }
 
-void Respond(RPC_MESSAGE& message, const PipeResponse& response) {
+RPC_STATUS Respond(RPC_MESSAGE& message, const PipeResponse& response) {
   message.BufferLength = static_cast<unsigned int>(response.bytes().size());
   const RPC_STATUS status = ::I_RpcGetBuffer(&message);
-  if (status != RPC_S_OK) ::RpcRaiseException(status);
-  std::memcpy(message.Buffer, response.bytes().data(), response.bytes().size());
+  if (status == RPC_S_OK) {
+    std::memcpy(message.Buffer, response.bytes().data(), response.bytes().size());
+  }
+  return status;
 }
 
-void CallWithPipe(RPC_MESSAGE& message, const PipeProcedure& procedure, SERVER_ROUTINE routine) {
+// Answers what is to be raised: whatever ends the call, nothing here is left behind.
+std::uint32_t CallWithPipe(RPC_MESSAGE& message, const unsigned char* description,
+                           const MIDL_SERVER_INFO& server) noexcept {
+  const auto procedure =
+      ReadPipeProcedure(description, server.pStubDesc->pFormatTypes, message.ProcNum);
+  if (!procedure) return RPC_X_WRONG_STUB_VERSION;
   PipeResponse response;
-  Pipe pipe = {RefusePull, Push, RefuseAlloc, reinterpret_cast<char*>(&response)};
+  RpcPipe pipe = {RefusePull, Push, RefuseAlloc, reinterpret_cast<char*>(&response)};
   Slots slots = {};
   if ((message.DataRepresentation & 0xFFFF) != kLittleEndianAsciiIeee ||
-      !ReadInputs(procedure, {static_cast<const std::byte*>(message.Buffer), message.BufferLength},
+      !ReadInputs(*procedure, {static_cast<const std::byte*>(message.Buffer), message.BufferLength},
                   slots)) {
-    ::RpcRaiseException(RPC_X_BAD_STUB_DATA);
+    return RPC_X_BAD_STUB_DATA;
   }
-  slots[procedure.handle_slot] = reinterpret_cast<std::uint64_t>(message.Handle);
-  slots[procedure.pipe_slot] = reinterpret_cast<std::uint64_t>(&pipe);
-  const std::uint32_t result = Call(routine, slots);
-  if (!response.ended()) ::RpcRaiseException(RPC_X_WRONG_PIPE_ORDER);
+  slots[procedure->handle_slot] = reinterpret_cast<std::uint64_t>(message.Handle);
+  slots[procedure->pipe_slot] = reinterpret_cast<std::uint64_t>(&pipe);
+  std::uint32_t result = 0;
+  const std::uint32_t raised =
+      CatchRpcException([&] { result = Call(server.DispatchTable[message.ProcNum], slots); });
+  if (raised != 0) return raised;
+  if (!response.ended()) return RPC_X_PIPE_DISCIPLINE_ERROR;
   response.Return(result);
-  Respond(message, response);
+  return static_cast<std::uint32_t>(Respond(message, response));
 }
 
 }  // namespace
@@ -79,10 +83,8 @@ void RPC_ENTRY PipingServerCall(RPC_MESSAGE* message) {
   const unsigned char* const description =
       server.ProcString + server.FmtStringOffset[message->ProcNum];
   if (!HasPipes(description)) return system_server_call(message);
-  const std::optional<PipeProcedure> procedure =
-      ReadPipeProcedure(description, server.pStubDesc->pFormatTypes, message->ProcNum);
-  if (!procedure) ::RpcRaiseException(RPC_X_WRONG_STUB_VERSION);
-  CallWithPipe(*message, *procedure, server.DispatchTable[message->ProcNum]);
+  const std::uint32_t raised = CallWithPipe(*message, description, server);
+  if (raised != 0) ::RpcRaiseException(static_cast<RPC_STATUS>(raised));
 }
 
 }  // namespace zel::sim

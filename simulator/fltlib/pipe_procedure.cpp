@@ -101,6 +101,11 @@ bool ReadParameter(const unsigned char* at, const unsigned char* types, std::siz
   }
 }
 
+// Without RPC flags everything lies four bytes earlier.
+std::size_t NumberAt(const unsigned char* description) {
+  return (description[1] & kHasRpcFlags) != 0 ? kNumberAt : kNumberAt - 4;
+}
+
 std::size_t AlignUp(std::size_t at, std::size_t alignment) {
   return (at + alignment - 1) / alignment * alignment;
 }
@@ -110,6 +115,17 @@ std::size_t AlignUp(std::size_t at, std::size_t alignment) {
 bool HasPipes(const unsigned char* description) {
   return description[0] == 0 && (description[1] & kHasRpcFlags) != 0 &&
          (description[kFlagsAt] & kHasPipes) != 0;
+}
+
+unsigned OperationNumber(const unsigned char* description) {
+  return Short(description + NumberAt(description));
+}
+
+std::size_t CountSlots(const unsigned char* description) {
+  const std::size_t number_at = NumberAt(description);
+  const bool has_return = (description[number_at + kFlagsAt - kNumberAt] & kHasReturn) != 0;
+  return Short(description + number_at + kStackSizeAt - kNumberAt) / kSlotBytes -
+         (has_return ? 1 : 0);
 }
 
 std::optional<PipeProcedure> ReadPipeProcedure(const unsigned char* description,
@@ -141,6 +157,16 @@ bool ReadInputs(const PipeProcedure& procedure, std::span<const std::byte> reque
     at += input.size;
   }
   return true;
+}
+
+std::vector<std::byte> WriteInputs(const PipeProcedure& procedure, const Slots& slots) {
+  std::vector<std::byte> request;
+  for (const PipeProcedure::Input& input : procedure.inputs) {
+    const std::size_t at = AlignUp(request.size(), input.size);
+    request.resize(at + input.size);
+    std::memcpy(request.data() + at, &slots[input.slot], input.size);
+  }
+  return request;
 }
 
 bool PipeResponse::Push(std::span<const std::byte> chunk) {

@@ -37,9 +37,18 @@ struct PipeProcedure {
                                                              const unsigned char* types,
                                                              unsigned number);
 
+// The operation's number in its description, and how many slots its parameters take, the binding
+// handle's included and the return value's not.
+[[nodiscard]] unsigned OperationNumber(const unsigned char* description);
+[[nodiscard]] std::size_t CountSlots(const unsigned char* description);
+
 // Puts the request's values into their slots; false when the request is too short for them.
 [[nodiscard]] bool ReadInputs(const PipeProcedure& procedure, std::span<const std::byte> request,
                               Slots& slots);
+
+// The request that the slots' values make.
+[[nodiscard]] std::vector<std::byte> WriteInputs(const PipeProcedure& procedure,
+                                                 const Slots& slots);
 
 // The response as it grows: a chunk for every push, the empty chunk that ends the pipe, the return
 // value.

@@ -132,6 +132,7 @@ std::string Copy(const ZelClient& client, BitmapId id) {
   sim::Bytes contents;
   const CallResult result = client.CopyBitmap(id, [&](std::span<const std::byte> piece) {
     contents.insert(contents.end(), piece.begin(), piece.end());
+    return 0u;
   });
   return Text(result, sim::BytesText(contents));
 }

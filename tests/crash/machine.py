@@ -12,9 +12,9 @@ import time
 from agent import DRIVE_C_VOLUME, Agent
 from kill_points import KillPoints
 from slow_disk import SlowDisk
-from wine import BIN, Wine
+from wine import Wine, rpc_client
 
-PROBE = str(BIN / "crash_probe.exe")
+PROBE = rpc_client("crash_probe.exe")
 INSTALL_DIRECTORY = "C:\\agent"
 RUNNING, STOPPED = "4", "1"
 ALREADY_RUNNING = 1056
@@ -38,7 +38,7 @@ class Probe:
     """crash_probe.exe: each order gets a future with its answer."""
 
     def __init__(self, wine):
-        self.process = wine.popen(PROBE, stdin=subprocess.PIPE)
+        self.process = wine.popen(*PROBE, stdin=subprocess.PIPE)
         self.lock = threading.Lock()
         self.waiting = {}
         self.count = 0

@@ -11,6 +11,18 @@ RUN = ROOT / "tools" / "wine-run.sh"
 BIN = pathlib.Path(os.environ.get("ZEL_BIN", ROOT / "build" / "mingw" / "bin"))
 
 
+def windows_path(path):
+    """A Linux path as programs of the prefix know it, whatever folder they run in."""
+    return "Z:" + str(path.resolve()).replace("/", "\\")
+
+
+def rpc_client(program):
+    """What runs a client of the service from the build's folder. Wine's runtime knows no pipes: the
+    bench carries out the calls that have one."""
+    return (windows_path(BIN / "simulator" / "driversim.exe"), "client", "--",
+            windows_path(BIN / program))
+
+
 def wait_until(condition, what, timeout_s=60.0, pause_s=0.02):
     """Polls `condition` and returns its first true answer; fails the test after `timeout_s`."""
     deadline = time.monotonic() + timeout_s

@@ -8,7 +8,7 @@ import struct
 import subprocess
 import termios
 
-from wine import BIN, RUN, wait_until
+from wine import BIN, RUN, rpc_client, wait_until, windows_path
 from zelctl_shapes import check_failure, check_success
 
 
@@ -17,13 +17,15 @@ NOBODY_THERE = {1722: "RPC_S_SERVER_UNAVAILABLE", 1753: "EPT_S_NOT_REGISTERED"}
 
 
 class Zelctl:
+    program = windows_path(BIN / "zelctl.exe")
+
     def __init__(self, wine, through=()):
         """`through`: the program and its arguments that run it, if not the caller itself."""
         self.wine = wine
         self.through = through
 
     def command(self, *arguments):
-        return [RUN, *self.through, str(BIN / "zelctl.exe"), *arguments]
+        return [RUN, *self.through, *rpc_client("zelctl.exe"), *arguments]
 
     def run(self, *arguments, exit_code=0):
         """Standard output and standard error as text; the exit code must be the one expected."""

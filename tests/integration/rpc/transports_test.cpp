@@ -69,6 +69,7 @@ Copy CopyBitmapFrom(const ZelClient& client, BitmapId id) {
   Copy copy;
   copy.result = client.CopyBitmap(id, [&](std::span<const std::byte> bytes) {
     copy.bytes.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return 0u;
   });
   return copy;
 }
@@ -87,6 +88,26 @@ TEST_P(TransportsTest, BitmapsOfEveryLengthArriveWhole) {
     EXPECT_EQ(GetBitmapById(id)->InUseCount, 1u);  // this very pin
     DiscardBitmapsOfFile(kKey);
   }
+}
+
+// However much of it has come: the call ends with the sink's code, and the client goes on.
+TEST_P(TransportsTest, SinkThatTakesNoMoreEndsTheCallAndLeavesNoPin) {
+  const ZelClient client = ConnectTo(GetParam());
+  const BitmapId id = test::IdOf(
+      Add(kKey, kCreated, test::GoodBitmap(kKey, std::string((10 << 20) - 512, '\x55'))));
+  for (const std::size_t most : {0, 1 << 20, (10 << 20) - 1}) {
+    std::size_t taken = 0;
+    const CallResult result = client.CopyBitmap(id, [&](std::span<const std::byte> bytes) {
+      EXPECT_LE(taken, most);
+      taken += bytes.size();
+      return taken > most ? ERROR_DISK_FULL : ERROR_SUCCESS;
+    });
+    EXPECT_EQ(result.rpc_status, static_cast<std::uint32_t>(ERROR_DISK_FULL));
+    EXPECT_GT(taken, most);
+    EXPECT_LE(taken, most + ReceivingPipe::kRoom);
+  }
+  EXPECT_EQ(CopyBitmapFrom(client, id).result, kDone);
+  EXPECT_TRUE(test::PollUntil([id] { return GetBitmapById(id)->InUseCount == 1; }));
 }
 
 TEST_P(TransportsTest, UnknownBitmapIsNotFoundByItsCopy) {

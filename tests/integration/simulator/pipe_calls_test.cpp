@@ -1,13 +1,16 @@
 // A server with a pipe procedure in tables of its own, in a program that imports the user library,
-// and a client that reads the response as plain data.
+// a client that reads the response as plain data, and one that calls by the tables.
+#include <gmock/gmock.h>
 #include <rpc.h>
 #include <rpcndr.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "tests/integration/support/simulated_driver.h"
+#include "win32/rpc_exception.h"
 
 namespace zel::test {
 namespace {
@@ -196,6 +199,49 @@ class PipeCallsTest : public ::testing::Test {
   handle_t binding_ = nullptr;
 };
 
+// A client's pipe: what was pushed, each push for itself, and what a test wants of it.
+struct ClientsPipe {
+  static void Alloc(char* state, unsigned long wanted, void** buffer, unsigned long* size) {
+    auto& pipe = *reinterpret_cast<ClientsPipe*>(state);
+    pipe.buffer.resize(pipe.room);
+    *buffer = pipe.buffer.data();
+    *size = std::min(wanted, pipe.room);
+  }
+  static void Push(char* state, void* bytes, unsigned long count) {
+    auto& pipe = *reinterpret_cast<ClientsPipe*>(state);
+    if (pipe.pushes.size() == pipe.failing_push) ::RpcRaiseException(ERROR_DISK_FULL);
+    pipe.pushes.emplace_back(static_cast<const char*>(bytes), count);
+  }
+
+  unsigned long room = 65'536;
+  std::size_t failing_push = ~std::size_t{0};
+  std::vector<std::string> pushes;
+  std::string buffer;
+};
+
+class ClientPipeCallsTest : public PipeCallsTest {
+ protected:
+  // The RPC exception; what is answered is in `answer`.
+  template <class... Arguments>
+  std::uint32_t CallByTables(unsigned operation, Arguments... arguments) {
+    return CatchRpcException([&] {
+      MIDL_STUB_DESC descriptor = stub_descriptor;
+      descriptor.RpcInterfaceInformation = &client_interface;
+      answer =
+          ::NdrClientCall2(&descriptor, kProcedures + kOffsets[operation], binding_, arguments...)
+              .Simple;
+    });
+  }
+  std::uint32_t Pour(std::uint64_t chunks, Manner manner = kInOrder) {
+    BytePipe rpc_pipe = {nullptr, ClientsPipe::Push, ClientsPipe::Alloc,
+                         reinterpret_cast<char*>(&pipe)};
+    return CallByTables(kPour, chunks, manner, &rpc_pipe);
+  }
+
+  ClientsPipe pipe;
+  LONG_PTR answer = -1;
+};
+
 std::string Long(std::uint32_t value) {
   return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
@@ -230,7 +276,7 @@ TEST_F(PipeCallsTest, ResponseOfManyFragmentsArrivesWhole) {
 }
 
 TEST_F(PipeCallsTest, PipeThatIsNotEndedIsADisciplineError) {
-  EXPECT_EQ(CallPour(1, kWithoutEnd).raised, RPC_X_WRONG_PIPE_ORDER);
+  EXPECT_EQ(CallPour(1, kWithoutEnd).raised, RPC_X_PIPE_DISCIPLINE_ERROR);
 }
 
 TEST_F(PipeCallsTest, PushBehindTheEndFindsThePipeClosed) {
@@ -244,6 +290,59 @@ TEST_F(PipeCallsTest, PullOfAnOutPipeIsOutOfOrder) {
 TEST_F(PipeCallsTest, ExceptionOfTheProcedureReachesTheClientAndTheServerLivesOn) {
   EXPECT_EQ(CallPour(1, kRaising).raised, 1234);
   EXPECT_EQ(CallPour(0).response, Long(0) + Long(0));
+}
+
+TEST_F(ClientPipeCallsTest, ProcedureWithoutPipesIsTheSystemsAffair) {
+  EXPECT_EQ(CallByTables(kPing), 0u);
+  EXPECT_EQ(answer, 4711);
+}
+
+TEST_F(ClientPipeCallsTest, ChunksArePushedAsTheServerPushedThem) {
+  EXPECT_EQ(Pour(3), 0u);
+  EXPECT_THAT(pipe.pushes, ::testing::ElementsAre("\1", "\2\2", "\3\3\3", ""));
+  EXPECT_EQ(answer, 3);
+  pipe.pushes.clear();
+  EXPECT_EQ(Pour(0), 0u);
+  EXPECT_THAT(pipe.pushes, ::testing::ElementsAre(""));
+}
+
+TEST_F(ClientPipeCallsTest, AnswerOfManyFragmentsFillsTheRoomThatIsOffered) {
+  pipe.room = 7;
+  EXPECT_EQ(Pour(1000), 0u);
+  std::string expected;
+  std::string pushed;
+  for (int i = 1; i <= 1000; ++i) expected += std::string(i, static_cast<char>(i));
+  for (const std::string& push : pipe.pushes) {
+    EXPECT_LE(push.size(), 7u);
+    pushed += push;
+  }
+  EXPECT_TRUE(pushed == expected);
+  EXPECT_EQ(pipe.pushes.back(), "");
+  EXPECT_EQ(answer, 1000);
+}
+
+TEST_F(ClientPipeCallsTest, ClientsExceptionEndsTheCallAndTheNextOneIsMade) {
+  for (const std::size_t push : {0, 5, 1000}) {
+    pipe = {};
+    pipe.failing_push = push;
+    EXPECT_EQ(Pour(1000), static_cast<std::uint32_t>(ERROR_DISK_FULL));
+    EXPECT_EQ(pipe.pushes.size(), push);
+  }
+  pipe = {};
+  EXPECT_EQ(Pour(1), 0u);
+}
+
+TEST_F(ClientPipeCallsTest, ExceptionOfTheProcedureReachesTheClient) {
+  EXPECT_EQ(Pour(1, kRaising), 1234u);
+  EXPECT_EQ(Pour(1, kWithoutEnd), static_cast<std::uint32_t>(RPC_X_PIPE_DISCIPLINE_ERROR));
+  EXPECT_EQ(Pour(1), 0u);
+}
+
+TEST_F(ClientPipeCallsTest, ServerThatIsNotThereIsUnavailable) {
+  ::RpcBindingFree(&binding_);
+  wchar_t text[] = L"ncalrpc:[zel_nobody]";
+  ASSERT_EQ(::RpcBindingFromStringBindingW(reinterpret_cast<RPC_WSTR>(text), &binding_), 0);
+  EXPECT_EQ(Pour(1), static_cast<std::uint32_t>(RPC_S_SERVER_UNAVAILABLE));
 }
 
 TEST_F(PipeCallsTest, RequestThatIsTooShortIsBadData) {

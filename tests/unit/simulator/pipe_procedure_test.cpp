@@ -109,6 +109,21 @@ TEST(PipeProcedureTest, InputsAreAlignedOnTheWire) {
   EXPECT_EQ(slots[3], 0x8000000Au);
 }
 
+TEST(PipeProcedureTest, RequestIsWrittenAsItIsRead) {
+  using namespace std::string_view_literals;
+  const Slots slots = {77, 0x0807060504030201, 0xFFFFFFFFFFFFFFFE, 0x8000000A};
+  EXPECT_EQ(WriteInputs(*Read(kProcedure), slots),
+            Bytes("\x01\x02\x03\x04\x05\x06\x07\x08\xFE\xFF\0\0\x0A\x00\x00\x80"sv));
+}
+
+TEST(PipeProcedureTest, SlotsAreTheHandleAndTheParametersWithoutTheReturnValue) {
+  EXPECT_EQ(OperationNumber(kProcedure.data()), 3u);
+  EXPECT_EQ(CountSlots(kProcedure.data()), 5u);
+  auto without_return = kProcedure;
+  without_return[18] = 0x48;
+  EXPECT_EQ(CountSlots(without_return.data()), 6u);
+}
+
 TEST(PipeProcedureTest, RequestThatIsTooShortIsRefused) {
   const std::vector<std::byte> request(16);
   Slots slots = {};

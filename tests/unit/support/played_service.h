@@ -75,11 +75,12 @@ class PlayedService : public ctl::ZelServer {
     for (const auto& [id, bytes] : bitmaps) listed.push_back(EntryOf(id));
     return After();
   }
-  ctl::Answer CopyBitmap(BitmapId id, Bytes& bytes) override {
+  ctl::Answer CopyBitmap(BitmapId id, const ctl::BitmapSink& sink) override {
     if (!IsReached()) return kGone;
     if (!bitmaps.contains(id) || unloadable.contains(id)) return {.rpc_status = 0, .code = 1168};
-    bytes = bitmaps[id];
+    Bytes bytes = bitmaps[id];
     ChangeHeader(bytes, [](BitmapFileHeader& header) { header.ClosedCleanly = 0; });
+    if (const std::uint32_t code = sink(bytes)) return {.rpc_status = code, .code = 0};
     return After();
   }
   // Reports of writes from before reach the new bitmap too, or are through already.

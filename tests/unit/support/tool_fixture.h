@@ -28,12 +28,19 @@ class PlayedServer : public ctl::ZelServer {
     }
     return Say("ListBitmaps");
   }
-  ctl::Answer CopyBitmap(BitmapId id, Bytes& bytes) override {
+  // In pieces, and with the answer that is to come after some of them.
+  ctl::Answer CopyBitmap(BitmapId id, const ctl::BitmapSink& sink) override {
     const ctl::Answer answer = Say("CopyBitmap");
     if (!answer.ok()) return answer;
     if (!contents.contains(id)) return {.rpc_status = 0, .code = 1168};
-    bytes = contents[id];
-    return answer;
+    std::span<const std::byte> rest = contents[id];
+    if (broken_off_after) rest = rest.first(std::min(*broken_off_after, rest.size()));
+    while (!rest.empty()) {
+      const auto piece = rest.first(std::min(piece_bytes, rest.size()));
+      if (const std::uint32_t code = sink(piece)) return {.rpc_status = code, .code = 0};
+      rest = rest.subspan(piece.size());
+    }
+    return broken_off_after ? broken_off_with : answer;
   }
   ctl::Answer StartTracking(const std::string& path, std::uint32_t block_size,
                             ctl::BitmapEntry& bitmap) override {
@@ -55,7 +62,10 @@ class PlayedServer : public ctl::ZelServer {
 
   std::vector<ctl::FileEntry> files;
   std::vector<ctl::BitmapEntry> bitmaps;
-  BitmapId begun = kBitmap;  // by StartTracking
+  BitmapId begun = kBitmap;                          // by StartTracking
+  std::size_t piece_bytes = 100;                     // of what a bitmap is sent in
+  std::optional<std::size_t> broken_off_after = {};  // bytes of a bitmap
+  ctl::Answer broken_off_with = {};
   std::map<BitmapId, Bytes> contents;
   std::map<std::string, ctl::Answer> answers;  // by the first word of what was asked
   std::vector<std::string> calls;
@@ -80,8 +90,8 @@ class BorrowedServer : public ctl::ZelServer {
   ctl::Answer ListBitmaps(const FileKey& file, std::vector<ctl::BitmapEntry>& list) override {
     return server_.ListBitmaps(file, list);
   }
-  ctl::Answer CopyBitmap(BitmapId id, Bytes& bytes) override {
-    return server_.CopyBitmap(id, bytes);
+  ctl::Answer CopyBitmap(BitmapId id, const ctl::BitmapSink& sink) override {
+    return server_.CopyBitmap(id, sink);
   }
   ctl::Answer StartTracking(const std::string& path, std::uint32_t block_size,
                             ctl::BitmapEntry& bitmap) override {

@@ -80,7 +80,7 @@ TEST_F(FallbackServerTest, EveryCallIsPassedOn) {
   EXPECT_EQ(files.size(), 1u);
   EXPECT_TRUE(server.ListBitmaps({test::kVolume, 1}, bitmaps).ok());
   EXPECT_EQ(bitmaps.size(), 1u);
-  EXPECT_TRUE(server.CopyBitmap(7, contents).ok());
+  EXPECT_TRUE(CopyBitmapTo(server, 7, contents).ok());
   EXPECT_EQ(contents.size(), 3u);
   EXPECT_TRUE(server.StartTracking("x", 4096, begun).ok());
   EXPECT_EQ(begun.block_size, 4096u);

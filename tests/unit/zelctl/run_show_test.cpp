@@ -52,14 +52,62 @@ TEST_F(RunTest, ExportThatFailsLeavesNoFile) {
 TEST_F(RunTest, ExportThatFailsAnywhereLeavesTheOldFile) {
   Serve(test::MakeBitmapBytes(4096, 4096));
   const Bytes old = machine.At("out").bytes = test::MakeBitmapBytes(8192, 4096);
-  for (int change = 0; change < 4; ++change) {
-    machine.death = {.changes = 0, .fail_at = change};
-    EXPECT_EQ(Run({"export", kId, "-o", "out"}), 1) << change;
-    EXPECT_EQ(machine.At("out").bytes, old) << change;
+  int changes = 0;
+  for (;; ++changes) {
+    machine.death = {.changes = 0, .fail_at = changes};
+    if (Run({"export", kId, "-o", "out"}) == 0) break;
+    EXPECT_EQ(machine.At("out").bytes, old) << changes;
   }
-  machine.death = {};
-  EXPECT_EQ(Run({"export", kId, "-o", "out"}), 0);
+  // Made, header, bits, header again, flushed, put in its place.
+  EXPECT_EQ(changes, 6);
   EXPECT_EQ(machine.At("out").bytes.size(), 513u);
+}
+
+TEST_F(RunTest, ExportIsTheSameInWhateverPiecesTheBitmapComes) {
+  Bytes sent = test::MakeBitmapBytes(std::uint64_t{1} << 30, 65'536);
+  test::SetBit(sent, 77);
+  Serve(sent);
+  machine.now = 7;
+  BitmapFile whole = test::ToBitmap(sent);
+  MakeExport(whole, 7);
+  for (const std::size_t bytes : {1, 511, 512, 513, 4096}) {
+    server.piece_bytes = bytes;
+    machine.now = 7;
+    EXPECT_EQ(Run({"export", kId, "-o", "out"}), 0);
+    EXPECT_EQ(machine.At("out").bytes, whole.bytes) << bytes;
+  }
+}
+
+TEST_F(RunTest, ExportOfABitmapThatIsBrokenOffLeavesTheOldFile) {
+  Serve(test::MakeBitmapBytes(std::uint64_t{1} << 30, 65'536));
+  const Bytes old = machine.At("out").bytes = test::MakeBitmapBytes(8192, 4096);
+  for (const Answer answer : {Answer{0, 1115}, Answer{1726, 0}, Answer{1818, 0}}) {
+    server.broken_off_with = answer;
+    for (const std::size_t after : {0, 100, 512, 1000}) {
+      server.broken_off_after = after;
+      EXPECT_EQ(
+          RunJson({"export", kId, "-o", "out"}, answer.rpc_status == 0 ? 1 : 3)["error"]["code"],
+          answer.rpc_status + answer.code);
+    }
+  }
+  EXPECT_EQ(machine.files.size(), 1u);
+  EXPECT_EQ(machine.At("out").bytes, old);
+}
+
+TEST_F(RunTest, ExportOfOtherBytesThanTheHeaderSaysIsDamaged) {
+  const Bytes good = test::MakeBitmapBytes(std::uint64_t{1} << 30, 65'536);
+  for (const std::size_t size : {std::size_t{511}, std::size_t{512}, good.size() - 1,
+                                 good.size() + 1, std::size_t{100'000}}) {
+    Bytes bytes = good;
+    bytes.resize(size);
+    Serve(bytes);
+    EXPECT_EQ(RunJson({"export", kId, "-o", "out"}, 1)["error"]["reason"], "damaged") << size;
+  }
+  Bytes marked = good;
+  marked[0x60] = std::byte{1};
+  Serve(marked);
+  EXPECT_EQ(RunJson({"export", kId, "-o", "out"}, 1)["error"]["reason"], "damaged");
+  EXPECT_TRUE(machine.files.empty());
 }
 
 // Each would have been replaced without a word.
