@@ -4,6 +4,7 @@ import struct
 import uuid
 
 HEADER = struct.Struct("<IHH16sQQQQIBBBBIIQQQ")
+CLOSED_CLEANLY, SIZE_CHANGED, UNRELIABLE = 0x3C, 0x3E, 0x3F
 
 
 def bitmap_bytes(*, volume, file_id, file_size, block_size, changed=(), created=0x01dc92bf4c8a6d00,

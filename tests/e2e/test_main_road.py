@@ -6,6 +6,7 @@ import random
 
 import pytest
 
+from bitmap_bytes import CLOSED_CLEANLY, SIZE_CHANGED, UNRELIABLE
 from wine import BIN, wait_until
 from zel_client import ERROR_FILE_NOT_FOUND, ERROR_NOT_FOUND, read_tracked_files
 
@@ -14,7 +15,6 @@ SIZE = 512 * BLOCK
 FILE = "C:\\data\\tracked file.bin"
 
 HEADER = 512
-CLOSED_CLEANLY, SIZE_CHANGED, UNRELIABLE = 0x3C, 0x3E, 0x3F
 
 
 class Road:
