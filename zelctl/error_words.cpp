@@ -67,6 +67,25 @@ std::string OtherWay(const Request& request) {
   return "";
 }
 
+bool AsksByFileSharing(const Request& request) {
+  return request.protseq == "ncacn_np";
+}
+
+// What lies between two machines depends on the way.
+std::string WayThere(const Request& request) {
+  return ", the name, and that the firewall lets calls through (" +
+         std::string(AsksByFileSharing(request) ? "file sharing, TCP port 445"
+                                                : "TCP port 135 and the service's own") +
+         ")";
+}
+
+// Who does not authenticate is refused by an endpoint mapper before the service is asked, and
+// whoever asks it over TCP does not.
+std::string WayAroundTheMapper(const Request& request) {
+  if (AsksByFileSharing(request) || !request.endpoint.empty()) return "";
+  return "; --protseq ncacn_np asks by file sharing, where its endpoint mapper refuses strangers";
+}
+
 std::string AdviceText(Advice advice, const Request& request) {
   const bool is_here = request.server.empty();
   std::string running = is_here ? "check" : "check there";
@@ -79,14 +98,13 @@ std::string AdviceText(Advice advice, const Request& request) {
     case Advice::kEndpoint:
       return running + EndpointAdvice(request);
     case Advice::kRunning:
-      return running + (is_here ? "" : ", the name, and that the firewall lets calls through") +
-             EndpointAdvice(request);
+      return running + (is_here ? "" : WayThere(request)) + EndpointAdvice(request);
     case Advice::kRegistered:
       return running;
     case Advice::kRights:
       return is_here ? "run it as an administrator"
                      : "check that the account is one that " + request.server + " lets in" +
-                           OtherWay(request);
+                           OtherWay(request) + WayAroundTheMapper(request);
     case Advice::kPackage:
       return "check that NTLM is allowed here and there" + OtherWay(request);
     case Advice::kLog:
