@@ -1,5 +1,6 @@
-// What a machine without the driver, and Wine, lack for the service, put into the import table of
-// the program that loads this library: the program itself stays as it ships. Test bench only.
+// What a machine without the driver lacks for the service, and on Wine what Wine lacks besides, put
+// into the import table of the program that loads this library: the program itself stays as it
+// ships. On Windows the system's own functions serve, its pipes above all. Test bench only.
 //
 // The library is imported statically, so that its DllMain runs when the table is filled and no
 // code of the program has run yet.
@@ -16,6 +17,7 @@
 #include "simulator/fltlib/patient_send.h"
 #include "simulator/fltlib/pipe_calls.h"
 #include "simulator/fltlib/port_reads.h"
+#include "simulator/on_wine.h"
 
 namespace zel::sim {
 namespace {
@@ -76,6 +78,14 @@ BOOL WINAPI NamingVolumeName(const wchar_t* mount_point, wchar_t* name, DWORD ch
   return TRUE;
 }
 
+void FillGapsOfWine() {
+  ReplaceImport("KERNEL32.dll", "GetVolumeNameForVolumeMountPointW", &NamingVolumeName,
+                system_volume_name);
+  ReplaceImport("RPCRT4.dll", "NdrServerCall2", &PipingServerCall, system_server_call);
+  ReplaceImport("RPCRT4.dll", "NdrClientCall2", &PipingClientCall, system_client_call);
+  InstallPatientSend();
+}
+
 }  // namespace
 }  // namespace zel::sim
 
@@ -84,11 +94,7 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
   if (reason != DLL_PROCESS_ATTACH) return TRUE;
   ReplaceImport("KERNEL32.dll", "DeviceIoControl", &VerifyingDeviceIoControl,
                 system_device_io_control);
-  ReplaceImport("KERNEL32.dll", "GetVolumeNameForVolumeMountPointW", &NamingVolumeName,
-                system_volume_name);
-  ReplaceImport("RPCRT4.dll", "NdrServerCall2", &PipingServerCall, system_server_call);
-  ReplaceImport("RPCRT4.dll", "NdrClientCall2", &PipingClientCall, system_client_call);
   WatchPortReads();
-  InstallPatientSend();
+  if (IsOnWine()) FillGapsOfWine();
   return TRUE;
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "simulator/on_wine.h"
 #include "tests/integration/support/simulated_driver.h"
 #include "win32/rpc_exception.h"
 
@@ -177,6 +178,10 @@ class PipeCallsTest : public ::testing::Test {
     EXPECT_EQ(::RpcStringBindingComposeW(nullptr, protocol, nullptr, endpoint, nullptr, &text), 0);
     EXPECT_EQ(::RpcBindingFromStringBindingW(text, &binding_), RPC_S_OK);
     ::RpcStringFreeW(&text);
+  }
+  // Elsewhere the library leaves pipes to the system's engine, whose local calls are no plain data.
+  void SetUp() override {
+    if (!sim::IsOnWine()) GTEST_SKIP() << "the system has pipes of its own";
   }
   ~PipeCallsTest() override {
     ::RpcBindingFree(&binding_);
