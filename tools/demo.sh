@@ -11,12 +11,6 @@ shopt -s inherit_errexit
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
 
-# A package of the npm registry that carries SQLite's own source, library and shell.
-sqlite_package=sqlite3@6.0.1
-sqlite_archive=sqlite3-6.0.1.tgz
-sqlite_sha256=ab8d044a93e05bd031d7ea75547c7fa60387cdc259d27f93c0e3e2832c4b1df9
-sqlite_source=sqlite-autoconf-3520000
-
 bin=$root/build/mingw/bin
 work=$root/build/demo
 export ZEL_WINEPREFIX=$root/build/wine/demo
@@ -67,17 +61,6 @@ finish() {  # NAME: waits for it
 build_product() {
   cmake --preset mingw
   cmake --build --preset mingw --target zelservice zelctl driversim pipehook zel_simulated_fltlib simhook
-}
-
-build_sqlite() {
-  [ ! -e "$work/sqlite3.exe" ] || return 0
-  cd "$work"
-  [ -e "$sqlite_archive" ] || npm pack "$sqlite_package"
-  sha256sum -c <<<"$sqlite_sha256  $sqlite_archive"
-  tar -xzOf "$sqlite_archive" "package/deps/$sqlite_source.tar.gz" | tar -xz --no-same-owner
-  x86_64-w64-mingw32-gcc-posix -O1 -municode -static -s -o sqlite3.part \
-    "$sqlite_source/sqlite3.c" "$sqlite_source/shell.c"
-  mv sqlite3.part sqlite3.exe
 }
 
 # --- Programs in the prefix
@@ -142,7 +125,7 @@ install_service() {
   mkdir -p "$drive_c"/agent/{log,config} "$drive_c/data"
   echo "zelservicelog = info" >"$drive_c/agent/config/plexor.conf"
   cp "$bin/zelservice.exe" "$bin"/simulator/{fltlib.dll,driversim.exe,simhook.dll} "$drive_c/agent"
-  cp "$work/sqlite3.exe" "$drive_c/data"
+  cp build/sqlite/sqlite3.exe "$drive_c/data"
   wine_run reg add 'HKLM\Software\Velmora Inc\DruAgent' /v InstallDirectory /d 'C:\agent' /f
   wine_run sc create VelmoraActivityMonitor \
     binPath= 'C:\agent\driversim.exe' type= own start= demand
@@ -194,9 +177,9 @@ bring_copy_up_to_date() {
 # --- The demonstration
 
 build() {
-  say "Build: the service, zelctl, the simulated driver; SQLite's shell from $sqlite_package"
+  say "Build: the service, zelctl, the simulated driver; SQLite's shell"
   begin prefix tools/wine-run.sh --start
-  begin sqlite-shell build_sqlite
+  begin sqlite-shell tools/sqlite-shell.sh
   begin product build_product
   finish prefix
   finish sqlite-shell
