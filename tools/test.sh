@@ -19,6 +19,7 @@ leave_nothing_running() {
   [ -z "${pytest:-}" ] || kill "$pytest" 2>/dev/null
   tools/wine-run.sh --stop
   ZEL_WINEPREFIX=$PWD/build/wine/e2e tools/wine-run.sh --stop
+  ZEL_WINEPREFIX=$PWD/build/wine/kit tools/wine-run.sh --stop
   for prefix in build/wine/crash-*/; do ZEL_WINEPREFIX=$PWD/${prefix%/} tools/wine-run.sh --stop; done
 }
 trap leave_nothing_running EXIT
@@ -84,6 +85,7 @@ check demo tools/demo.sh
 finish_pytest
 check crash-oracle /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/crash
 check crash tools/crash.sh 100
+check proving-kit /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/kit
 build native-asan && run_ctest native-asan
 build native-tsan && run_ctest native-tsan
 
