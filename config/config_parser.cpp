@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 namespace zel {
 
@@ -29,17 +30,33 @@ std::int64_t ParseTimeout(std::string_view value, std::int64_t default_seconds) 
   return seconds == 0 || seconds == -1 ? default_seconds : seconds;
 }
 
+template <LogCategory kCategory>
+void ApplyLevel(std::string_view value, Configuration& configuration) {
+  configuration.levels[kCategory] = ParseLevelWord(value);
+}
+
+struct Setting {
+  std::string_view key;
+  void (*apply)(std::string_view value, Configuration& configuration);
+};
+
+constexpr std::array kSettings = {
+    Setting{"zelservicelog", ApplyLevel<kGeneral>},
+    Setting{"zelservicelog:bitmap", ApplyLevel<kBitmap>},
+    Setting{"zelservicelog:drivercomm", ApplyLevel<kDriverComm>},
+    Setting{"zelservice:BitmapIdleTimeout",
+            [](std::string_view value, Configuration& configuration) {
+              configuration.bitmap_idle_timeout = ParseTimeout(value, kDefaultBitmapIdleTimeout);
+            }},
+    Setting{"zelservice:SyncTimeout",
+            [](std::string_view value, Configuration& configuration) {
+              configuration.sync_timeout = ParseTimeout(value, kDefaultSyncTimeout);
+            }},
+};
+
 void ApplySetting(std::string_view key, std::string_view value, Configuration& configuration) {
-  if (EqualsIgnoringCase(key, "zelservicelog")) {
-    configuration.levels[kGeneral] = ParseLevelWord(value);
-  } else if (EqualsIgnoringCase(key, "zelservicelog:bitmap")) {
-    configuration.levels[kBitmap] = ParseLevelWord(value);
-  } else if (EqualsIgnoringCase(key, "zelservicelog:drivercomm")) {
-    configuration.levels[kDriverComm] = ParseLevelWord(value);
-  } else if (EqualsIgnoringCase(key, "zelservice:BitmapIdleTimeout")) {
-    configuration.bitmap_idle_timeout = ParseTimeout(value, kDefaultBitmapIdleTimeout);
-  } else if (EqualsIgnoringCase(key, "zelservice:SyncTimeout")) {
-    configuration.sync_timeout = ParseTimeout(value, kDefaultSyncTimeout);
+  for (const Setting& setting : kSettings) {
+    if (EqualsIgnoringCase(key, setting.key)) setting.apply(value, configuration);
   }
 }
 
@@ -53,6 +70,12 @@ void ApplyLine(std::string_view line, Configuration& configuration) {
 }
 
 }  // namespace
+
+std::vector<std::string_view> ConfigurationKeys() {
+  std::vector<std::string_view> keys;
+  for (const Setting& setting : kSettings) keys.push_back(setting.key);
+  return keys;
+}
 
 LevelThreshold ParseLevelWord(std::string_view word) {
   constexpr std::array<std::string_view, kLogLevels> kWords = {"trace", "debug", "info", "warn",

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "logging/log_selector.h"
 
@@ -38,6 +39,9 @@ struct Configuration {
 
 // "trace" to "error" in any case; kSilent for every other word.
 [[nodiscard]] LevelThreshold ParseLevelWord(std::string_view word);
+
+// Every key that the text can set, as the documents and package/plexor.conf write it.
+[[nodiscard]] std::vector<std::string_view> ConfigurationKeys();
 
 // Reads the whole file's text; lines end at "\n" (the caller's text stream has taken CR away).
 [[nodiscard]] Configuration ParseConfiguration(std::string_view text);
