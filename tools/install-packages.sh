@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build clang clang-format libclang-rt-14-dev googletest
   g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 winbind strace
-  libcli11-dev nlohmann-json3-dev
+  wixl msitools libcli11-dev nlohmann-json3-dev
   python3 python3-pytest python3-impacket git iproute2 procps
 )
 # Node.js from elsewhere brings its own npm, which Debian's package would not go with.

@@ -18,9 +18,10 @@ failed=0
 leave_nothing_running() {
   [ -z "${pytest:-}" ] || kill "$pytest" 2>/dev/null
   tools/wine-run.sh --stop
-  ZEL_WINEPREFIX=$PWD/build/wine/e2e tools/wine-run.sh --stop
-  ZEL_WINEPREFIX=$PWD/build/wine/kit tools/wine-run.sh --stop
-  for prefix in build/wine/crash-*/; do ZEL_WINEPREFIX=$PWD/${prefix%/} tools/wine-run.sh --stop; done
+  local prefix
+  for prefix in build/wine/{e2e,e2e-installer,kit,crash-*}/; do
+    ZEL_WINEPREFIX=$PWD/${prefix%/} tools/wine-run.sh --stop
+  done
 }
 trap leave_nothing_running EXIT
 
@@ -77,12 +78,14 @@ check clang-format bash -c \
   "git ls-files -co --exclude-standard -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run --Werror"
 check floors tools/check_floors.py
 build mingw
+check package tools/package.sh
 tools/wine-run.sh --start
 begin_pytest
 build mingw-clang
 run_ctest mingw
 check demo tools/demo.sh
 finish_pytest
+check package-again tools/check_package.sh
 check crash-oracle /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/crash
 check crash tools/crash.sh 100
 check proving-kit /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/kit
