@@ -39,7 +39,7 @@ for program in "${programs[@]}"; do
 done
 sed 's/$/\r/' package/plexor.conf >"$stage/config/plexor.conf"
 cp client/zel_bitmap.h "$stage/include"
-cp rpc/zel.idl "$stage/rpc"
+cp rpc/zel.idl rpc/zel.h "$stage/rpc"
 # The documents lie to each other as in the tree, so that their links hold.
 cp -R README.md CONTRIBUTING.md docs demo "$stage"
 cp simulator/README.md "$stage/simulator"

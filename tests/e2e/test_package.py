@@ -38,8 +38,9 @@ def test_checksums_are_those_of_the_packages(packages):
 def test_release_has_programs_interface_documents_and_configuration(packages):
     names = {member.filename for member in members(packages.release)}
     expected = {"bin/zelservice.exe", "bin/zelctl.exe", "config/plexor.conf",
-                "include/zel_bitmap.h", "rpc/zel.idl", "README.md"}
-    expected |= {f"docs/{path.name}" for path in (ROOT / "docs").iterdir()}
+                "include/zel_bitmap.h", "rpc/zel.idl", "rpc/zel.h", "README.md"}
+    expected |= {f"docs/{path.relative_to(ROOT / 'docs')}" for path in (ROOT / "docs").rglob("*")
+                 if path.is_file()}
     assert {f"{packages.name}/{path}" for path in expected} <= names
     folders = {name.split("/")[1] for name in names}
     assert folders == {"bin", "config", "include", "rpc", "docs", "demo", "simulator", "README.md",
