@@ -38,6 +38,14 @@ std::optional<std::string> ReadTextFile(const wchar_t* path) {
   return text;
 }
 
+void ApplyRpcCallers(std::optional<CallerPolicy> configured) {
+  const CallerPolicy old = RpcCallers;
+  if (!configured || *configured == old) return;
+  LogMessage(kGeneralInfo, L"Changing RPC callers from %s to %s\n", WordOf(old),
+             WordOf(*configured));
+  RpcCallers = *configured;
+}
+
 void ApplyConfigFile(const std::wstring& path) {
   const std::optional<std::string> text = ReadTextFile(path.c_str());
   if (!text) return;
@@ -56,6 +64,8 @@ void ApplyConfigFile(const std::wstring& path) {
                configuration.sync_timeout);
     SyncTimeout = configuration.sync_timeout;
   }
+  ApplyRpcCallers(configuration.rpc_callers);
+  if (void (*const applied)() = OnConfigurationApplied) applied();
 }
 
 UniqueChangeNotification WatchDirectory(const std::wstring& directory) {

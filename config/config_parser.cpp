@@ -52,6 +52,10 @@ constexpr std::array kSettings = {
             [](std::string_view value, Configuration& configuration) {
               configuration.sync_timeout = ParseTimeout(value, kDefaultSyncTimeout);
             }},
+    Setting{"zelservice:RpcCallers",
+            [](std::string_view value, Configuration& configuration) {
+              configuration.rpc_callers = ParseCallerPolicy(value);
+            }},
 };
 
 void ApplySetting(std::string_view key, std::string_view value, Configuration& configuration) {
@@ -84,6 +88,17 @@ LevelThreshold ParseLevelWord(std::string_view word) {
     if (EqualsIgnoringCase(word, kWords[static_cast<std::size_t>(level)])) return level;
   }
   return kSilent;
+}
+
+CallerPolicy ParseCallerPolicy(std::string_view word) {
+  if (EqualsIgnoringCase(word, "any")) return CallerPolicy::kAny;
+  if (EqualsIgnoringCase(word, "local")) return CallerPolicy::kLocal;
+  return CallerPolicy::kAdministrators;
+}
+
+const wchar_t* WordOf(CallerPolicy policy) {
+  constexpr const wchar_t* kWords[] = {L"any", L"local", L"administrators"};
+  return kWords[static_cast<std::size_t>(policy)];
 }
 
 Configuration ParseConfiguration(std::string_view text) {

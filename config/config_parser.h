@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,14 +32,29 @@ inline constexpr std::int64_t kDefaultSyncTimeout = 60;         // seconds
 using LevelThreshold = int;
 inline constexpr LevelThreshold kSilent = kLogLevels;
 
+// Who may call the service over RPC (docs/security.md).
+enum class CallerPolicy {
+  kAny,             // whoever the system lets through
+  kLocal,           // over ncalrpc alone, which has no way in from another machine
+  kAdministrators,  // whose token has the administrators' group enabled, from anywhere
+};
+
 struct Configuration {
   std::array<LevelThreshold, kLogCategories> levels = {kInfo, kInfo, kInfo};  // by LogCategory
   std::int64_t bitmap_idle_timeout = kDefaultBitmapIdleTimeout;               // seconds
   std::int64_t sync_timeout = kDefaultSyncTimeout;                            // seconds
+  std::optional<CallerPolicy> rpc_callers;  // none: as it has been, so that no line opens a door
 };
 
 // "trace" to "error" in any case; kSilent for every other word.
 [[nodiscard]] LevelThreshold ParseLevelWord(std::string_view word);
+
+// "any", "local" and "administrators" in any case. Every other word stands for kAdministrators: one
+// that is misspelt opens nothing.
+[[nodiscard]] CallerPolicy ParseCallerPolicy(std::string_view word);
+
+// The word that stands for `policy`.
+[[nodiscard]] const wchar_t* WordOf(CallerPolicy policy);
 
 // Every key that the text can set, as the documents and package/plexor.conf write it.
 [[nodiscard]] std::vector<std::string_view> ConfigurationKeys();

@@ -17,4 +17,13 @@ inline constinit std::atomic<std::int64_t> BitmapIdleTimeout{kDefaultBitmapIdleT
 // Seconds without progress after which synchronization and verification give up.
 inline constinit std::atomic<std::int64_t> SyncTimeout{kDefaultSyncTimeout};
 
+// Who may call over RPC. Once it is narrower than kAny, only the word "any" makes it so again while
+// the service runs: an editor may empty the file before it writes it, and a key that is missing
+// then opens nothing.
+inline constinit std::atomic<CallerPolicy> RpcCallers{CallerPolicy::kAny};
+
+// Called each time the file has been applied, on the thread that has read it, whether or not a
+// setting has changed; null for nobody. For whoever has to do something about a setting.
+inline constinit std::atomic<void (*)()> OnConfigurationApplied{nullptr};
+
 }  // namespace zel

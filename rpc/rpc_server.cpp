@@ -5,6 +5,7 @@
 
 #include "errors/error_info.h"
 #include "logging/log_message.h"
+#include "rpc/callers.h"
 #include "rpc/procedures.h"
 #include "win32/critical_section.h"
 #include "win32/stop_requested.h"
@@ -98,14 +99,16 @@ bool Serve(Reporter& reporter) {
          reporter.Succeeded(L"RpcMgmtWaitServerListen", WaitForTheEndOfListening());
 }
 
+bool RegisterInterface(Reporter& reporter, CallerControl& callers) {
+  const RegistrationResult result = callers.Register();
+  return reporter.Succeeded(result.function, result.status);
+}
+
 void Run(Reporter& reporter) {
+  CallerControl callers;
   if (!reporter.Starting()) return;
   if (!UseProtocolSequences()) return reporter.NoProtocolSequences();
-  if (!reporter.Starting() ||
-      !reporter.Succeeded(L"RpcServerRegisterIf",
-                          ::RpcServerRegisterIf(Interface(), nullptr, nullptr))) {
-    return;
-  }
+  if (!reporter.Starting() || !RegisterInterface(reporter, callers)) return;
   // The bindings stay until the process ends unless everything has gone well.
   RPC_BINDING_VECTOR* bindings = nullptr;
   if (!reporter.Starting() ||

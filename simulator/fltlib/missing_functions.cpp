@@ -17,6 +17,7 @@
 #include "simulator/fltlib/patient_send.h"
 #include "simulator/fltlib/pipe_calls.h"
 #include "simulator/fltlib/port_reads.h"
+#include "simulator/fltlib/security_callback.h"
 #include "simulator/on_wine.h"
 
 namespace zel::sim {
@@ -84,6 +85,7 @@ void FillGapsOfWine() {
   ReplaceImport("RPCRT4.dll", "NdrServerCall2", &PipingServerCall, system_server_call);
   ReplaceImport("RPCRT4.dll", "NdrClientCall2", &PipingClientCall, system_client_call);
   InstallPatientSend();
+  InstallSecurityCallback();
 }
 
 }  // namespace

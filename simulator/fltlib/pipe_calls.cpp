@@ -6,6 +6,7 @@
 
 #include "simulator/fltlib/pipe_procedure.h"
 #include "simulator/fltlib/rpc_pipe.h"
+#include "simulator/fltlib/security_callback.h"
 #include "win32/rpc_exception.h"
 
 namespace zel::sim {
@@ -77,6 +78,7 @@ std::uint32_t CallWithPipe(RPC_MESSAGE& message, const unsigned char* descriptio
 }  // namespace
 
 void RPC_ENTRY PipingServerCall(RPC_MESSAGE* message) {
+  AskSecurityCallback(*message);
   const auto& server_interface =
       *static_cast<const RPC_SERVER_INTERFACE*>(message->RpcInterfaceInformation);
   const auto& server = *static_cast<const MIDL_SERVER_INFO*>(server_interface.InterpreterInfo);

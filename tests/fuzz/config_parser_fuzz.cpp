@@ -13,7 +13,7 @@ void Require(bool condition) {
 
 bool Equal(const zel::Configuration& a, const zel::Configuration& b) {
   return a.levels == b.levels && a.bitmap_idle_timeout == b.bitmap_idle_timeout &&
-         a.sync_timeout == b.sync_timeout;
+         a.sync_timeout == b.sync_timeout && a.rpc_callers == b.rpc_callers;
 }
 
 // Within a category, an enabled level has every higher one enabled too.
@@ -46,5 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const zel::Configuration overridden =
       zel::ParseConfiguration(text + "\nZelServiceLog=warn\nzelservice:synctimeout=9");
   Require(overridden.levels[zel::kGeneral] == zel::kWarn && overridden.sync_timeout == 9);
+  Require(zel::ParseConfiguration(text + "\nzelservice:rpccallers=local").rpc_callers ==
+          zel::CallerPolicy::kLocal);
   return 0;
 }

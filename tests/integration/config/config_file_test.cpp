@@ -76,6 +76,40 @@ TEST_F(ConfigFileTest, RemovingATimeoutKeyResetsItWithItsLine) {
                           "INFO  Changing sync timeout from 8 to 60 seconds"));
 }
 
+// An editor may empty the file before it writes it.
+TEST_F(ConfigFileTest, RpcCallersStaysNarrowWhenItsLineIsGoneUntilTheWordIsAny) {
+  StartLogging("zelservice:RpcCallers = local\n");
+  EXPECT_EQ(RpcCallers, CallerPolicy::kLocal);
+  ASSERT_TRUE(test::PollUntil([this] {
+    test::WriteFileBytes(config_path(), "zelservice:SyncTimeout=8\n");
+    return SyncTimeout == 8;
+  }));
+  EXPECT_EQ(RpcCallers, CallerPolicy::kLocal);
+  ASSERT_TRUE(test::PollUntil([this] {
+    test::WriteFileBytes(config_path(), "zelservice:RpcCallers=any\n");
+    return RpcCallers == CallerPolicy::kAny;
+  }));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              Contains("INFO  Changing RPC callers from local to any"));
+}
+
+std::atomic<int> times_applied = 0;
+
+TEST_F(ConfigFileTest, EachReadingIsToldOfWithItsSettingsInForce) {
+  OnConfigurationApplied = [] {
+    if (RpcCallers == CallerPolicy::kAdministrators) ++times_applied;
+  };
+  StartLogging("zelservice:RpcCallers=administrators\n");
+  EXPECT_GE(times_applied, 1);
+  const int before = times_applied;
+  EXPECT_TRUE(test::PollUntil([&] {
+    test::WriteFileBytes(config_path(), "zelservice:RpcCallers=administrators\n");
+    return times_applied > before + 1;  // also after the one that follows the start of the watch
+  }));
+  ShutdownLogging();
+  OnConfigurationApplied = nullptr;
+}
+
 TEST_F(ConfigFileTest, WithoutAConfigurationDirectoryTheMaskDropsTheWatchFailureToo) {
   std::filesystem::create_directories(log_path().parent_path());
   InitLogging(log_path().wstring(), kConfigurationFile);

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "config/settings.h"
 #include "rpc/procedures.h"
 #include "tests/integration/support/log_fixture.h"
 #include "tests/integration/support/rpc_runtime_hooks.h"
@@ -119,6 +120,101 @@ TEST_F(RunRpcServerTest, StopBeforeTheWaitIsNoFailure) {
             0u);
   EXPECT_EQ(RpcRuntimeHooks::calls(), kWholeRun);
   EXPECT_THAT(StopLoggingAndGetMessages(), IsEmpty());
+}
+
+constexpr char kChecked[] = "checked 80 1234 131072";
+
+TEST_F(RunRpcServerTest, NarrowerCallersAreCheckedAndTheirRequestsBounded) {
+  for (const auto policy : {CallerPolicy::kLocal, CallerPolicy::kAdministrators}) {
+    RpcCallers = policy;
+    const std::size_t before = RpcRuntimeHooks::calls().size();
+    RunRpcServer(RpcRuntimeHooks::Report);
+    std::vector<std::string> expected = kWholeRun;
+    std::ranges::replace(expected, std::string("register"), std::string(kChecked));
+    EXPECT_EQ(std::vector(RpcRuntimeHooks::calls().begin() + static_cast<std::ptrdiff_t>(before),
+                          RpcRuntimeHooks::calls().end()),
+              expected);
+  }
+}
+
+TEST_F(RunRpcServerTest, FailedRegistrationWithACheckIsNamed) {
+  RpcCallers = CallerPolicy::kLocal;
+  RpcRuntimeHooks::Answer("checked", RPC_S_OUT_OF_RESOURCES);
+  StartLogging();
+  EXPECT_EQ(RunRpcServer(RpcRuntimeHooks::Report), DWORD{RPC_S_OUT_OF_RESOURCES});
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(::testing::StartsWith("ERROR RpcServerRegisterIf2 failed: ")));
+}
+
+class ChangedCallersTest : public RunRpcServerTest {
+ protected:
+  ~ChangedCallersTest() override {
+    RpcRuntimeHooks::on_wait = [] {};
+  }
+
+  // As the reading of a changed file does.
+  static void Change(CallerPolicy policy) {
+    RpcCallers = policy;
+    OnConfigurationApplied.load()();
+  }
+
+  // What is called between the wait's begin and its end, in which `change` is made.
+  std::vector<std::string> CallsOf(const std::function<void()>& change) {
+    RpcRuntimeHooks::on_wait = change;
+    RunRpcServer(RpcRuntimeHooks::Report);
+    const auto& calls = RpcRuntimeHooks::calls();
+    const auto wait = std::ranges::find(calls, "wait");
+    const auto withdraw = std::ranges::find(calls, "withdraw");
+    return wait < withdraw ? std::vector(wait + 1, withdraw) : calls;
+  }
+};
+
+TEST_F(ChangedCallersTest, InterfaceIsRegisteredAnewFromAnyAndToAny) {
+  EXPECT_THAT(CallsOf([] {
+                Change(CallerPolicy::kLocal);
+                Change(CallerPolicy::kAny);
+              }),
+              ElementsAre("unregister 0", kChecked, "unregister 0", "register"));
+}
+
+TEST_F(ChangedCallersTest, OnlyTheCheckChangesBetweenTheNarrowOnes) {
+  RpcCallers = CallerPolicy::kLocal;
+  EXPECT_THAT(CallsOf([] {
+                Change(CallerPolicy::kAdministrators);
+                Change(CallerPolicy::kLocal);
+                Change(CallerPolicy::kLocal);
+              }),
+              IsEmpty());
+}
+
+TEST_F(ChangedCallersTest, FailureIsLoggedAndTriedAgainWithTheNextReading) {
+  test::WriteFileBytes(config_path(), "");
+  std::filesystem::create_directories(log_path().parent_path());
+  // The readings are the test's own.
+  InitLogging(log_path().wstring(), {ReadConfiguration, [](const LogWatch&) {}});
+  EXPECT_THAT(CallsOf([] {
+                RpcRuntimeHooks::Answer("unregister", RPC_S_UNKNOWN_IF);
+                Change(CallerPolicy::kLocal);
+                RpcRuntimeHooks::Answer("unregister", RPC_S_OK);
+                RpcRuntimeHooks::Answer("checked", RPC_S_OUT_OF_MEMORY);
+                Change(CallerPolicy::kLocal);
+                RpcRuntimeHooks::Answer("checked", RPC_S_OK);
+                Change(CallerPolicy::kLocal);
+              }),
+              ElementsAre("unregister 0", "unregister 0", kChecked, kChecked));
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre(::testing::StartsWith("ERROR RpcServerUnregisterIf failed: "),
+                          ::testing::StartsWith("ERROR RpcServerRegisterIf2 failed: ")));
+}
+
+TEST_F(ChangedCallersTest, NothingIsRegisteredAfterTheServersEnd) {
+  void (*follow)() = nullptr;
+  CallsOf([&] { follow = OnConfigurationApplied; });
+  EXPECT_EQ(OnConfigurationApplied, nullptr);
+  const std::size_t before = RpcRuntimeHooks::calls().size();
+  RpcCallers = CallerPolicy::kLocal;
+  follow();  // of a reading that had begun before
+  EXPECT_EQ(RpcRuntimeHooks::calls().size(), before);
 }
 
 TEST_F(RunRpcServerTest, RefusedReportEndsTheRunAtOnce) {

@@ -17,6 +17,8 @@
 extern "C" {
 extern void* __imp_RpcServerUseProtseqW;
 extern void* __imp_RpcServerRegisterIf;
+extern void* __imp_RpcServerRegisterIf2;
+extern void* __imp_RpcServerUnregisterIf;
 extern void* __imp_RpcServerInqBindings;
 extern void* __imp_RpcEpRegisterW;
 extern void* __imp_RpcServerRegisterAuthInfoW;
@@ -78,6 +80,22 @@ class RpcRuntimeHooks {
     EXPECT_EQ(epv, nullptr);
     return Note("register");
   }
+  static RPC_STATUS RPC_ENTRY RegisterIf2(RPC_IF_HANDLE interface_, UUID* type, RPC_MGR_EPV* epv,
+                                          unsigned int flags, unsigned int calls, unsigned int size,
+                                          RPC_IF_CALLBACK_FN* callback) {
+    EXPECT_NE(interface_, nullptr);
+    EXPECT_EQ(type, nullptr);
+    EXPECT_EQ(epv, nullptr);
+    EXPECT_NE(callback, nullptr);
+    return Note("checked " + std::to_string(flags) + " " + std::to_string(calls) + " " +
+                std::to_string(size));
+  }
+  static RPC_STATUS RPC_ENTRY UnregisterIf(RPC_IF_HANDLE interface_, UUID* type,
+                                           unsigned int wait) {
+    EXPECT_NE(interface_, nullptr);
+    EXPECT_EQ(type, nullptr);
+    return Note("unregister " + std::to_string(wait));
+  }
   static RPC_STATUS RPC_ENTRY InqBindings(RPC_BINDING_VECTOR** vector) {
     *vector = &bindings_;
     return Note("bindings");
@@ -124,6 +142,8 @@ class RpcRuntimeHooks {
 
   ImportHook use_{__imp_RpcServerUseProtseqW, &UseProtseq};
   ImportHook register_{__imp_RpcServerRegisterIf, &RegisterIf};
+  ImportHook register2_{__imp_RpcServerRegisterIf2, &RegisterIf2};
+  ImportHook unregister_{__imp_RpcServerUnregisterIf, &UnregisterIf};
   ImportHook bindings_hook_{__imp_RpcServerInqBindings, &InqBindings};
   ImportHook publish_{__imp_RpcEpRegisterW, &EpRegister};
   ImportHook authentication_{__imp_RpcServerRegisterAuthInfoW, &RegisterAuth};

@@ -97,6 +97,35 @@ TEST(ParseConfigurationTest, BytesOfAnyKindAreOnlyText) {
   EXPECT_EQ(MaskOf("zelservicelog=de\0bug\n\xff\xfe=\n"sv), 0x7380u);
 }
 
+TEST(ParseConfigurationTest, RpcCallersTakesThreeWordsInAnyCase) {
+  EXPECT_EQ(ParseConfiguration("zelservice:RpcCallers = any").rpc_callers, CallerPolicy::kAny);
+  EXPECT_EQ(ParseConfiguration("ZELSERVICE:RPCCALLERS=Local").rpc_callers, CallerPolicy::kLocal);
+  EXPECT_EQ(ParseConfiguration("zelservice:rpccallers=ADMINISTRATORS").rpc_callers,
+            CallerPolicy::kAdministrators);
+}
+
+TEST(ParseConfigurationTest, WordThatRpcCallersDoesNotKnowOpensNothing) {
+  for (const char* word : {"", "an", "any # more", "none", "everyone", "localhost", "Any\r"}) {
+    EXPECT_EQ(ParseConfiguration(std::string("zelservice:RpcCallers = ") + word).rpc_callers,
+              CallerPolicy::kAdministrators)
+        << word;
+  }
+}
+
+TEST(ParseConfigurationTest, WithoutRpcCallersNothingIsSaidOfCallers) {
+  EXPECT_EQ(ParseConfiguration("").rpc_callers, std::nullopt);
+  EXPECT_EQ(ParseConfiguration("zelservice:RpcCaller=any\n#zelservice:RpcCallers=any").rpc_callers,
+            std::nullopt);
+}
+
+TEST(WordOfTest, IsTheWordThatIsRead) {
+  for (const auto policy :
+       {CallerPolicy::kAny, CallerPolicy::kLocal, CallerPolicy::kAdministrators}) {
+    const std::wstring word = WordOf(policy);
+    EXPECT_EQ(ParseCallerPolicy(std::string(word.begin(), word.end())), policy);
+  }
+}
+
 TEST(ParseLevelWordTest, KnowsFiveWords) {
   EXPECT_EQ(ParseLevelWord("trace"), kTrace);
   EXPECT_EQ(ParseLevelWord("Debug"), kDebug);
