@@ -30,16 +30,28 @@ template <class Char>
 std::basic_string_view<Char> StringOf(const LogArgument& argument,
                                       std::basic_string_view<Char> if_null) {
   const auto* text = reinterpret_cast<const Char*>(static_cast<std::uintptr_t>(argument.value));
-  return text != nullptr ? std::basic_string_view<Char>(text) : if_null;
+  if (text == nullptr) return if_null;
+  // Not read further than it is written: it may be somebody's hundred megabytes.
+  std::size_t length = 0;
+  while (length <= kMaxLoggedText && text[length] != 0) ++length;
+  return {text, length};
+}
+
+// Ends a text that is too long in an ellipsis.
+template <class Char>
+void WriteText(Utf8Writer& out, std::basic_string_view<Char> text,
+               void (Utf8Writer::*write)(std::basic_string_view<Char>)) {
+  (out.*write)(text.substr(0, kMaxLoggedText));
+  if (text.size() > kMaxLoggedText) out.Wide(L"\u2026");
 }
 
 void WriteArgument(Utf8Writer& out, const LogConversion& conversion, const LogArgument& argument) {
   using Kind = LogArgument::Kind;
   switch (conversion.kind) {
     case Kind::kWideString:
-      return out.Wide(StringOf<wchar_t>(argument, L"(null)"));
+      return WriteText(out, StringOf<wchar_t>(argument, L"(null)"), &Utf8Writer::Wide);
     case Kind::kNarrowString:
-      return out.Narrow(StringOf<char>(argument, "(null)"));
+      return WriteText(out, StringOf<char>(argument, "(null)"), &Utf8Writer::Narrow);
     case Kind::kPointer:
       return out.Number(argument.value, false,
                         {.digits = Digits::kUpperHex, .width = 16, .fill = '0'});

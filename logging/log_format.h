@@ -150,6 +150,10 @@ class LogFormat {
   const wchar_t* text_;
 };
 
+// Characters of a text argument that are written; "…" stands for the rest. More than the longest
+// path has, so that only what is no file's name is cut.
+inline constexpr std::size_t kMaxLoggedText = 32'768;
+
 // Writes `format` with its arguments. A missing argument, or one of another kind (an unchecked
 // format's fault), prints as "?"; surplus ones are ignored; a null string prints as "(null)".
 void FormatLogMessage(Utf8Writer& out, const wchar_t* format,

@@ -6,9 +6,12 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "rpc/list_slot.h"
 #include "rpc/zel_interface.h"
 #include "tracking/tracked_file_table.h"
 
@@ -18,24 +21,32 @@ namespace zel {
 // and not its kind. So both kinds have a common base, and the procedures check.
 class ListContext {
  public:
-  ListContext() = default;
+  explicit ListContext(std::unique_ptr<ListSlot> slot) : slot_(std::move(slot)) {}
   ListContext(const ListContext&) = delete;
   ListContext& operator=(const ListContext&) = delete;
   virtual ~ListContext() = default;
+
+ private:
+  std::unique_ptr<ListSlot> slot_;
 };
 
 template <class Entry>
 class ListContextOf : public ListContext {
  public:
-  std::vector<Entry> list;
+  using List = std::shared_ptr<const std::vector<Entry>>;
+
+  // `list` may be shared by enumerations that list the same.
+  ListContextOf(std::unique_ptr<ListSlot> slot, List list)
+      : ListContext(std::move(slot)), list_(std::move(list)) {}
 
   // The entry at the cursor; null behind the last.
   [[nodiscard]] const Entry* Current() const {
-    return cursor_ < list.size() ? &list[cursor_] : nullptr;
+    return cursor_ < list_->size() ? &(*list_)[cursor_] : nullptr;
   }
   void Advance() { ++cursor_; }
 
  private:
+  List list_;
   std::size_t cursor_ = 0;
 };
 

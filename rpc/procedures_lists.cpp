@@ -7,24 +7,43 @@
 #include "files/file_identity.h"
 #include "logging/log_message.h"
 #include "rpc/bitmap_description.h"
+#include "rpc/caller_road.h"
 #include "rpc/contexts.h"
 #include "rpc/procedures.h"
+#include "win32/critical_section.h"
 #include "win32/stop_requested.h"
 
 namespace zel {
 
 namespace {
 
-std::unique_ptr<ListContext> SnapshotFiles() {
-  LogMessage(kGeneralDebug, L"ListFiles called\n");
-  auto files = std::make_unique<FileListContext>();
-  CollectTrackedFiles(files->list);
+// The files as they are now: what the enumerations under way list, if it is still the same, so that
+// any number of them that nobody goes on with costs the memory of one. TrackedFilesLock comes
+// after.
+CriticalSection snapshotLock;
+
+FileListContext::List CollectSharedFiles() ZEL_EXCLUDES(snapshotLock) {
+  // Never destroyed: calls may still come while the process ends.
+  static auto& last_snapshot = *new std::weak_ptr<const std::vector<TrackedFileEntry>>;
+  const LockGuard guard(snapshotLock);
+  auto files = std::make_shared<std::vector<TrackedFileEntry>>();
+  CollectTrackedFiles(*files);
+  FileListContext::List last = last_snapshot.lock();
+  if (last && *last == *files) return last;
+  last_snapshot = files;
   return files;
+}
+
+std::unique_ptr<ListContext> SnapshotFiles(std::unique_ptr<ListSlot> slot) {
+  LogMessage(kGeneralDebug, L"ListFiles called\n");
+  return std::make_unique<FileListContext>(std::move(slot), CollectSharedFiles());
 }
 
 // Describes the bitmaps while they are pinned.
 std::vector<ListedBitmap> DescribeBitmapsOf(const FileKey& file) {
   std::vector<ListedBitmap> described;
+  // A look-up leaves an entry for good, and callers can make up files without end.
+  if (BitmapIdsOfFile(file).empty()) return described;
   for (const PinnedBitmap& bitmap : FindBitmapsForFile(file.volume, file.file_id)) {
     BitmapFileHeader header = {};
     if (ReadBitmapHeader(bitmap, header) != ERROR_SUCCESS) continue;
@@ -39,12 +58,22 @@ std::vector<ListedBitmap> DescribeBitmapsOf(const FileKey& file) {
   return described;
 }
 
-std::unique_ptr<ListContext> SnapshotBitmaps(const FileKey& file) {
-  auto bitmaps = std::make_unique<BitmapListContext>();
-  bitmaps->list = DescribeBitmapsOf(file);
+std::unique_ptr<ListContext> SnapshotBitmaps(const FileKey& file, std::unique_ptr<ListSlot> slot) {
+  const auto bitmaps = std::make_shared<std::vector<ListedBitmap>>(DescribeBitmapsOf(file));
   LogMessage(kGeneralDebug, L"ListBitmaps Volume %s, FileId 0x%016I64x called, %Iu bitmaps\n",
-             GuidToString(file.volume).c_str(), file.file_id, bitmaps->list.size());
-  return bitmaps;
+             GuidToString(file.volume).c_str(), file.file_id, bitmaps->size());
+  return std::make_unique<BitmapListContext>(std::move(slot), bitmaps);
+}
+
+// Begins an enumeration of the snapshot that `take` makes. 0, or why not.
+template <class Take>
+std::uint32_t Begin(void** context, Take take) {
+  auto slot = std::make_unique<ListSlot>(ClientInHand());
+  if (!slot->taken()) return ERROR_NO_SYSTEM_RESOURCES;
+  std::unique_ptr<ListContext> list = take(std::move(slot));
+  if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;  // of what is closed, perhaps
+  *context = list.release();
+  return ERROR_SUCCESS;
 }
 
 // The context behind a handle; null when it is of the other kind.
@@ -81,9 +110,7 @@ void CopyPath(const std::wstring& path, wchar_t* buffer, unsigned short room) {
 error_status_t NextFile(void** context, FileId* file_id, VolumeGuid* volume_guid,
                         unsigned short path_room, wchar_t* path) noexcept {
   if (*context == nullptr) {
-    std::unique_ptr<ListContext> files = SnapshotFiles();
-    if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;  // of a list that is closed, perhaps
-    *context = files.release();
+    if (const std::uint32_t error = Begin(context, SnapshotFiles)) return error;
   }
   auto* const files = ContextOf<FileListContext>(*context);
   if (files == nullptr) return ERROR_INVALID_HANDLE;
@@ -99,9 +126,8 @@ error_status_t NextFile(void** context, FileId* file_id, VolumeGuid* volume_guid
 error_status_t NextBitmap(const FileKey& file, void** context, wire::BitmapInfo* info,
                           unsigned short name_room, wchar_t* name) noexcept {
   if (*context == nullptr) {
-    std::unique_ptr<ListContext> bitmaps = SnapshotBitmaps(file);
-    if (StopRequested) return ERROR_SHUTDOWN_IN_PROGRESS;  // without what is not loaded any more
-    *context = bitmaps.release();
+    const auto take = [&file](auto slot) { return SnapshotBitmaps(file, std::move(slot)); };
+    if (const std::uint32_t error = Begin(context, take)) return error;
   }
   auto* const bitmaps = ContextOf<BitmapListContext>(*context);
   if (bitmaps == nullptr) return ERROR_INVALID_HANDLE;

@@ -98,18 +98,24 @@ TEST_F(LogFileTest, RollEventIsSetByEveryLineBehindTheLimitUntilTheRoll) {
   EXPECT_FALSE(TakeSignal(roll_event()));
 }
 
+// At least `count` of them, in lines.
+void LogCharacters(wchar_t character, std::int64_t count) {
+  const std::wstring text(kMaxLoggedText, character);
+  for (; count > 0; count -= static_cast<std::int64_t>(kMaxLoggedText)) {
+    LogMessage(kGeneralInfo, L"%s\n", text.c_str());
+  }
+}
+
 TEST_F(LogFileTest, CharactersAreCountedNotBytes) {
   Open();
-  const std::wstring padding(kLogRollSize / 2, L'\u6570');
-  LogMessage(kGeneralInfo, L"%s\n", padding.c_str());  // 15 MiB in the file, 5 Mi characters
+  LogCharacters(L'\u6570', kLogRollSize / 2);  // 15 MiB in the file, 5 Mi characters
+  EXPECT_GT(std::filesystem::file_size(log_path()), 14u << 20);
   EXPECT_FALSE(TakeSignal(roll_event()));
 }
 
 TEST_F(LogFileTest, ASmallFileIsNotRolledWhateverTheCounterSays) {
   Open();
-  for (int line = 0; line < 3; ++line) {
-    LogMessage(kGeneralInfo, L"%s\n", std::wstring(kLogRollSize / 2, L'x').c_str());
-  }
+  LogCharacters(L'x', kLogRollSize * 3 / 2);
   CloseLogFile();  // the counter goes on over a new file of the same path
   std::filesystem::remove(log_path());
   Open();

@@ -1,5 +1,9 @@
 // ListFiles and ListBitmaps, called by a client.
+#include "rpc/list_slot.h"
 #include "tests/integration/support/rpc_fixture.h"
+
+// After <windows.h>:
+#include <psapi.h>
 
 namespace zel {
 namespace {
@@ -16,6 +20,12 @@ constexpr CallResult kDone = {0, ERROR_SUCCESS};
 constexpr CallResult kNoMore = {0, ERROR_NO_MORE_ITEMS};
 constexpr CallResult kNoRoom = {RPC_S_INVALID_BOUND, 0};
 constexpr std::uint16_t kRoom = 600;
+
+std::size_t MemoryInUse() {
+  PROCESS_MEMORY_COUNTERS counters = {};
+  EXPECT_TRUE(::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters));
+  return counters.WorkingSetSize;
+}
 
 class ListFilesTest : public test::RpcFixture {
  protected:
@@ -103,6 +113,45 @@ TEST_F(ListFilesTest, LargestRoomTakesTheLongestPath) {
   EXPECT_EQ(file.path, path);
 }
 
+// As many copies of the list would take 400 MB.
+TEST_F(ListFilesTest, EnumerationsThatNobodyGoesOnWithShareTheirFiles) {
+  const std::wstring folder = L"C:\\" + std::wstring(200, L'x') + L"\\";
+  for (FileId id = 1; id <= 1000; ++id) Track(folder + std::to_wstring(id), {kVolume, id});
+  std::vector<FileList> lists(kMaxListsOfAClient);
+  ASSERT_EQ(client.ListFiles(lists[0], kRoom, file), kDone);
+  const std::size_t before = MemoryInUse();
+  for (FileList& each : lists) {
+    if (!each) {
+      ASSERT_EQ(client.ListFiles(each, kRoom, file), kDone);
+    }
+  }
+  EXPECT_LT(MemoryInUse(), before + (20 << 20));
+  for (FileList& each : lists) {
+    ASSERT_EQ(client.ListFiles(each, kRoom, file), kDone);
+    EXPECT_EQ(file.key.file_id, 10u);  // behind the first in the order of the paths
+  }
+}
+
+TEST_F(ListFilesTest, ClientHasABoundOfOpenListsAndGetsRoomWithEachThatEnds) {
+  AddGood();
+  std::vector<FileList> lists(kMaxListsOfAClient);
+  for (FileList& each : lists) ASSERT_EQ(client.ListFiles(each, kRoom, file), kNoMore);
+  Track(L"C:\\a");
+  for (FileList& each : lists) ASSERT_EQ(client.ListFiles(each, kRoom, file), kDone);
+  constexpr CallResult kTooMany = {0, ERROR_NO_SYSTEM_RESOURCES};
+  EXPECT_EQ(Next(), kTooMany);
+  EXPECT_FALSE(list);
+  BitmapList bitmaps;
+  NamedBitmap bitmap;
+  EXPECT_EQ(client.ListBitmaps(kKey, bitmaps, kRoom, bitmap), kTooMany);
+  // Another client is not kept from its lists.
+  const ZelClient other = test::ConnectTo(L"ncacn_ip_tcp");
+  FileList others;
+  EXPECT_EQ(other.ListFiles(others, kRoom, file), kDone);
+  EXPECT_EQ(client.ListFiles(lists[7], kRoom, file), kNoMore);
+  EXPECT_EQ(Next(), kDone);
+}
+
 TEST_F(ListFilesTest, OnlyTheFirstCallIsLogged) {
   StartLogging();
   Track(L"C:\\a");
@@ -129,6 +178,15 @@ class ListBitmapsTest : public test::RpcFixture {
   BitmapList list;
   NamedBitmap bitmap;
 };
+
+TEST_F(ListBitmapsTest, FilesThatNobodyKnowsAreNotRemembered) {
+  BitmapList bitmaps;
+  NamedBitmap bitmap;
+  for (FileId id = 1; id <= 100; ++id) {
+    ASSERT_EQ(client.ListBitmaps({kVolume, id}, bitmaps, kRoom, bitmap), kNoMore);
+  }
+  EXPECT_THAT(ListAllBitmaps(), IsEmpty());
+}
 
 TEST_F(ListBitmapsTest, FileWithoutBitmapsEndsTheListAtOnce) {
   EXPECT_EQ(Next(), kNoMore);

@@ -64,6 +64,22 @@ TEST(FormatLogMessageTest, StringsOfBothWidths) {
   EXPECT_EQ(Format(L"%s", L""), "");
 }
 
+TEST(FormatLogMessageTest, TextsAreCutAfterTheLongestPath) {
+  const std::string longest(kMaxLoggedText, 'x');
+  const std::wstring wide(longest.begin(), longest.end());
+  EXPECT_EQ(Format(L"%s|%hs|\n", wide.c_str(), longest.c_str()), longest + "|" + longest + "|\n");
+  const std::string cut = longest + "\xe2\x80\xa6";
+  EXPECT_EQ(Format(L"%s|%hs|\n", (wide + L"y").c_str(), (longest + "y").c_str()),
+            cut + "|" + cut + "|\n");
+}
+
+// Cut in the middle of a character of two units, the first half is written as a lone one.
+TEST(FormatLogMessageTest, CutCharacterIsReplaced) {
+  const std::wstring text = std::wstring(kMaxLoggedText - 1, L'x') + L"\xd83d\xde00";
+  const std::string written = Format(L"%s", text.c_str());
+  EXPECT_EQ(written.substr(kMaxLoggedText - 1), "\xef\xbf\xbd\xe2\x80\xa6");
+}
+
 TEST(FormatLogMessageTest, NullStringsAreNamed) {
   EXPECT_EQ(
       Format(L"%s %hs", static_cast<const wchar_t*>(nullptr), static_cast<const char*>(nullptr)),
