@@ -82,6 +82,7 @@ TEST(ConfigTemplateTest, WrittenValuesAreTheDefaults) {
   EXPECT_EQ(settings.find("zelservice:BitmapIdleTimeout")->second,
             std::to_string(defaults.bitmap_idle_timeout));
   EXPECT_EQ(settings.find("zelservice:SyncTimeout")->second, std::to_string(defaults.sync_timeout));
+  EXPECT_EQ(settings.find("zelservice:RpcCallers")->second, "any");
 }
 
 TEST(ConfigTemplateTest, ManualHasEveryKeyInItsTable) {
