@@ -19,8 +19,10 @@ if(WIN32)
     WIN32_LEAN_AND_MEAN NOMINMAX UNICODE _UNICODE _WIN32_WINNT=0x0A00 NTDDI_VERSION=0x0A000000)
 endif()
 if(MINGW)
-  # Two builds of one tree, whenever and wherever they are made, are the same byte for byte.
-  target_compile_options(zel_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+  # Two builds of one tree, whenever and wherever they are made, are the same byte for byte. A compiler
+  # cache with a base folder names the sources from build/PRESET: ../../service/x.cpp.
+  target_compile_options(zel_options INTERFACE
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=../..=.)
   target_link_options(zel_options INTERFACE -static -Wl,--no-insert-timestamp)
 endif()
 if(ZEL_SANITIZE)
