@@ -1,4 +1,5 @@
-// Process-wide settings from the configuration file. Stored by config/config_file alone.
+// Process-wide settings from the configuration file. Stored by config/config_file alone, but for
+// OnConfigurationApplied.
 //
 // Threads: read from any thread whenever needed; a reader sees the old or the new value.
 #pragma once
@@ -22,8 +23,8 @@ inline constinit std::atomic<std::int64_t> SyncTimeout{kDefaultSyncTimeout};
 // then opens nothing.
 inline constinit std::atomic<CallerPolicy> RpcCallers{CallerPolicy::kAny};
 
-// Called each time the file has been applied, on the thread that has read it, whether or not a
-// setting has changed; null for nobody. For whoever has to do something about a setting.
+// Set by whoever has to do something about a setting; null for nobody. Called each time the file
+// has been applied, on the thread that has read it, whether or not a setting has changed.
 inline constinit std::atomic<void (*)()> OnConfigurationApplied{nullptr};
 
 }  // namespace zel

@@ -2,7 +2,6 @@
 
 import random
 import struct
-import time
 import uuid
 from collections import Counter
 
@@ -28,6 +27,8 @@ PROPER = {
     zel.GET_TRACKED_FILES: b"",
 }
 WITH_STRING = (zel.START_TRACKING, zel.START_TRACKING2, zel.STOP_TRACKING)
+# In a request of StartTracking2: behind the string's counts, its units, the GUID and the FileId.
+FILE_SIZE_AT = PROPER[zel.START_TRACKING2].index(struct.pack("<QQ", 7, 0)) + 8
 COUNTS = (0, 1, 2, 15, 17, 1000, 65535, 65536, 0x3FFFFFFF, 0x40000000, 0x7FFFFFFF, 0x80000000,
           0xFFFFFFFE, 0xFFFFFFFF)
 
@@ -44,8 +45,8 @@ class Hostile:
         self.idle = []
 
     def run(self, requests):
-        kinds = [self.truncated, self.oversized, self.unterminated, self.counts,
-                 self.foreign_context, self.random_stub] * 4
+        kinds = [self.truncated, self.oversized, self.unterminated, self.counts, self.mutated,
+                 self.foreign_context, self.stolen_context, self.random_stub] * 4
         kinds += [self.no_operation, self.wrong_interface, self.random_bytes, self.broken_header, self.unfinished,
                   self.dies_before_the_answer, self.abandoned_list, self.says_nothing]
         while sum(self.sent.values()) < requests:
@@ -118,6 +119,34 @@ class Hostile:
         else:
             self.call(zel.LIST_BITMAPS, zel.marshal_list_bitmaps(VOLUME, 7, context, 100))
 
+    def mutated(self):
+        """Some bytes or numbers of a proper request are others. A size stays that of a file which is
+        too small to be tracked."""
+        operation = self.any_operation()
+        stub = bytearray(PROPER[operation])
+        for _ in range(self.random.randint(1, 4)):
+            at = self.random.randrange(len(stub))
+            if self.random.random() < 0.5:
+                stub[at] ^= 1 << self.random.randrange(8)
+            else:
+                number = struct.pack("<I", self.random.choice(COUNTS))
+                stub[at:at + 4] = number[:len(stub) - at]
+        if operation == zel.START_TRACKING2:
+            stub[FILE_SIZE_AT:FILE_SIZE_AT + 8] = struct.pack("<Q", self.random.randrange(4096))
+        self.call(operation, bytes(stub))
+
+    def stolen_context(self):
+        """An enumeration that another connection has begun, as a client of its own."""
+        with Wire(self.port) as owner:
+            assert owner.bind()
+            kind, answer = owner.call(zel.LIST_FILES, PROPER[zel.LIST_FILES])
+            assert kind == RESPONSE
+            context = answer[:20]
+            if self.random.random() < 0.5:
+                context = bytearray(context)
+                context[self.random.randrange(20)] ^= 1 << self.random.randrange(8)
+            self.call(zel.LIST_FILES, zel.marshal_list_files(bytes(context), 100))
+
     def random_stub(self):
         self.call(self.random.choice((zel.LIST_FILES, zel.LIST_BITMAPS, zel.START_TRACKING,
                                       zel.STOP_TRACKING)),
@@ -187,15 +216,3 @@ class Hostile:
         self.idle.append(Wire(self.port))
         if len(self.idle) > 200:
             self.idle.pop(0).socket.close()
-
-
-def main():
-    import sys
-    hostile = Hostile(int(sys.argv[1]), int(sys.argv[3]) if len(sys.argv) > 3 else 1)
-    begin = time.monotonic()
-    hostile.run(int(sys.argv[2]))
-    print(hostile.sent, hostile.outcomes, f"{time.monotonic() - begin:.1f} s")
-
-
-if __name__ == "__main__":
-    main()

@@ -5,7 +5,7 @@ import shutil
 import subprocess
 import threading
 
-from wine import BIN
+from wine import BIN, wait_until
 from zel_client import ZelClient
 
 
@@ -44,6 +44,18 @@ class RpcServer:
 
     def state(self):
         return process_state(self.process.pid)
+
+    def settled_state(self):
+        """The state once the connections that were closed are gone from it."""
+        last = self.state()
+
+        def unchanged():
+            nonlocal last
+            before, last = last, self.state()
+            return before[1:] == last[1:]
+
+        wait_until(unchanged, "the server has let go of its connections", pause_s=0.2)
+        return last
 
     def bitmap_files(self):
         cbt = self.wine.path(self.INSTALL_DIRECTORY) / "cbt"

@@ -8,23 +8,29 @@ from hostile import Hostile, VOLUME
 from rpc_server import process_state
 from wine import wait_until
 from wire import RESPONSE, Wire, request_packet
-from zel_client import COPY_BITMAP, SYNCHRONIZE_BITMAPS
+from zel_client import (COPY_BITMAP, LIST_FILES, NO_CONTEXT, SYNCHRONIZE_BITMAPS,
+                        marshal_list_files)
 
 REQUESTS = 12_000
 SEED = 20_260_101
+MAX_LISTS = 1000  # of one client
+TOO_MANY = 1450
 
 
-def settled_state(server):
-    """The server's state once the connections that were closed are gone from it."""
-    last = server.state()
+def open_lists(server, count):
+    """The codes of as many first calls of enumerations on one connection."""
+    with Wire(server.port) as wire:
+        assert wire.bind()
+        answers = [wire.call(LIST_FILES, marshal_list_files(NO_CONTEXT, 100))[1] for _ in range(count)]
+    return [struct.unpack("<I", answer[-4:])[0] for answer in answers]
 
-    def unchanged():
-        nonlocal last
-        before, last = last, server.state()
-        return before[1:] == last[1:]
 
-    wait_until(unchanged, "the server has let go of its connections")
-    return last
+def test_client_has_a_bound_of_enumerations(rpc_server):
+    with rpc_server.client() as client:
+        assert client.start_tracking2("C:\\some\\file", VOLUME, 7, 4096, 4096)[0] == 0
+    assert open_lists(rpc_server, MAX_LISTS + 3) == [0] * MAX_LISTS + [TOO_MANY] * 3
+    # Those of a connection that has ended count no more.
+    wait_until(lambda: open_lists(rpc_server, 1) == [0], "there is room again", pause_s=0.2)
 
 
 def test_malformed_requests_leave_the_service_as_it_was(rpc_server):
@@ -38,7 +44,7 @@ def test_malformed_requests_leave_the_service_as_it_was(rpc_server):
         first.says_nothing()
         first.no_operation()
     first.run(REQUESTS)
-    memory, files, threads = settled_state(rpc_server)
+    memory, files, threads = rpc_server.settled_state()
 
     hostile = Hostile(rpc_server.port, SEED + 1)
     hostile.run(REQUESTS)
@@ -48,10 +54,11 @@ def test_malformed_requests_leave_the_service_as_it_was(rpc_server):
     assert hostile.outcomes["fault"] > REQUESTS // 2
 
     assert rpc_server.alive()
-    _, files_after, threads_after = settled_state(rpc_server)
-    # KiB. The lists that were given up would make ten thousand.
-    assert hostile.sent["abandoned_list"] > 330
-    wait_until(lambda: rpc_server.state()[0] - memory < 6000,
+    _, files_after, threads_after = rpc_server.settled_state()
+    assert hostile.sent["abandoned_list"] > 250 and hostile.sent["stolen_context"] > 1000
+    wait_until(lambda: open_lists(rpc_server, MAX_LISTS) == [0] * MAX_LISTS,
+               "the lists that were given up are gone", timeout_s=60, pause_s=1)
+    wait_until(lambda: rpc_server.state()[0] - memory < 6000,  # KiB
                "the memory of the lists that were given up", timeout_s=60)
     # The runtime's pool may have grown by some threads; requests of each kind are hundreds.
     assert files_after - files <= 60
@@ -84,7 +91,7 @@ def test_clients_that_die_inside_a_pipe_leave_no_pin_and_no_memory(rpc_server):
                     assert len(wire.receive_fragment()[2]) > 1000
 
         die(3)
-        memory, files, threads = settled_state(rpc_server)
+        memory, files, threads = rpc_server.settled_state()
         die(15)
         assert client.copy_bitmap(info.bitmap_id)[0] == 0
         assert client.delete_bitmap(info.bitmap_id) == 0
@@ -92,7 +99,7 @@ def test_clients_that_die_inside_a_pipe_leave_no_pin_and_no_memory(rpc_server):
         wait_until(lambda: not bitmap.exists(), "the bitmap file is deleted")
     wait_until(lambda: rpc_server.state()[0] - memory < 20_000, "the memory of the copies",
                timeout_s=60)  # KiB; two copies at most
-    _, files_after, threads_after = settled_state(rpc_server)
+    _, files_after, threads_after = rpc_server.settled_state()
     # The runtime's pool may have grown by some threads; requests of each kind are hundreds.
     assert files_after - files <= 60
     assert threads_after - threads <= 20

@@ -113,7 +113,11 @@ TEST_F(CallersTest, RefusedCallerGetsNothingDone) {
   EXPECT_EQ(client.Ping(), kRefused);
   EXPECT_EQ(client.ListFiles(files, kRoom, file), kRefused);
   EXPECT_EQ(client.ListBitmaps(kKey, bitmaps, kRoom, bitmap), kRefused);
-  EXPECT_EQ(client.CopyBitmap(id, [](std::span<const std::byte>) { ADD_FAILURE(); }), kRefused);
+  const auto no_bytes = [](std::span<const std::byte>) {
+    ADD_FAILURE();
+    return 0u;
+  };
+  EXPECT_EQ(client.CopyBitmap(id, no_bytes), kRefused);
   EXPECT_EQ(client.StartTracking(L"C:\\b", 4096, info), kRefused);
   EXPECT_EQ(client.StartTracking2(L"C:\\b", {test::kVolume, 9}, 100'000, 4096, info), kRefused);
   EXPECT_EQ(client.StopTracking(L"C:\\a"), kRefused);
