@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "errors/error_info.h"
+#include "files/path_check.h"
 #include "logging/log_message.h"
 #include "win32/handles.h"
 
@@ -24,6 +25,7 @@ std::uint32_t SendControlCode(const UniqueFile& file, const std::wstring& path,
 }  // namespace
 
 std::uint32_t OpenFileForDriver(const std::wstring& path, std::uint32_t control_code) {
+  if (CheckPath(path) == PathFault::kNotLocal) return ERROR_PATH_NOT_FOUND;
   const UniqueFile file(::CreateFileW(path.c_str(), SYNCHRONIZE | FILE_READ_ATTRIBUTES,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_EXISTING,

@@ -11,7 +11,9 @@ inline constexpr std::uint32_t kVerifyControlCode = 0x000937CF;
 
 // Opens the file, which makes the driver compare it with the list of tracked files, sends
 // `control_code` to it unless that is 0, and closes it. 0 or the Win32 error of what failed; that
-// of the control code has been logged. Any thread.
+// of the control code has been logged. A path that is not local (files/path_check.h), from a list
+// that an earlier version has written, is not opened: there is no such file on this machine (3).
+// Any thread.
 [[nodiscard]] std::uint32_t OpenFileForDriver(const std::wstring& path,
                                               std::uint32_t control_code = 0);
 

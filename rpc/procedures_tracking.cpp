@@ -5,8 +5,10 @@
 
 #include "driver/synchronize.h"
 #include "files/file_identity.h"
+#include "files/path_check.h"
 #include "logging/log_message.h"
 #include "rpc/bitmap_description.h"
+#include "rpc/callers_path.h"
 #include "rpc/procedures.h"
 #include "rpc/start_tracking.h"
 #include "tracking/tracked_file_table.h"
@@ -32,6 +34,7 @@ std::optional<std::uint32_t> StartAndLog(
 
 std::optional<std::uint32_t> StartByPath(const wchar_t* path, std::uint32_t block_size,
                                          wire::BitmapInfo& info) noexcept {
+  if (const std::uint32_t error = RefusePath(L"StartTracking", path)) return error;
   LogMessage(kGeneralDebug, L"StartTracking invoked: %s\n", path);
   FileToTrack file = {.path = path, .volume_guid = {}, .file_id = 0, .size = 0};
   if (const std::uint32_t error = GetFileIdAndSize(path, &file.file_id, &file.size)) return error;
@@ -43,6 +46,7 @@ std::optional<std::uint32_t> StartByPath(const wchar_t* path, std::uint32_t bloc
 std::optional<std::uint32_t> StartByIdentity(const wchar_t* path, const FileKey& file,
                                              std::uint64_t size, std::uint32_t block_size,
                                              wire::BitmapInfo& info) noexcept {
+  if (const std::uint32_t error = RefusePath(L"StartTracking2", path)) return error;
   LogMessage(kGeneralDebug, L"StartTracking2 invoked: %s\n", path);
   return StartAndLog({path, file.volume, file.file_id, size}, block_size, info,
                      L"StartTracking2 exit %d: BitmapId 0x%016I64x, size %I64u, %s\n");
@@ -59,14 +63,18 @@ std::uint32_t NotTracked() {
   return StopRequested ? ERROR_SHUTDOWN_IN_PROGRESS : ERROR_FILE_NOT_FOUND;
 }
 
+// Whatever the path, so that what an earlier version let in can be taken out again: nothing is
+// opened for one that is not tracked.
 std::uint32_t Stop(const std::wstring& path) {
-  LogMessage(kGeneralInfo, L"StopTracking invoked: %s\n", path.c_str());
+  const std::wstring printable = PrintablePath(path);
+  LogMessage(kGeneralInfo, L"StopTracking invoked: %s\n", printable.c_str());
   VolumeGuid volume_guid;
   FileId file_id;
   const std::uint32_t result = FindTrackedFile(path, volume_guid, file_id)
                                    ? ForceTrackingStop(path, volume_guid, file_id)
                                    : NotTracked();
-  LogMessage(kGeneralInfo, L"StopTracking exit %d: %s\n", static_cast<int>(result), path.c_str());
+  LogMessage(kGeneralInfo, L"StopTracking exit %d: %s\n", static_cast<int>(result),
+             printable.c_str());
   return result;
 }
 
@@ -87,6 +95,7 @@ error_status_t StartTracking2(handle_t, wchar_t* path, VolumeGuid* volume_guid, 
 }
 
 error_status_t StopTracking(handle_t, wchar_t* path) noexcept {
+  if (IsTooLong(path)) return RefusePath(L"StopTracking", path);
   return Stop(path);
 }
 

@@ -137,6 +137,19 @@ TEST_F(SynchronizeTest, FilesOutOfReachArePassedOverSilentlyAndOthersAreLogged) 
   EXPECT_THAT(messages[1], EndsWith("[ERROR_ACCESS_DENIED]"));
 }
 
+// A list of an earlier version may name one.
+TEST_F(SynchronizeTest, FileOnAShareIsNeverOpened) {
+  const std::wstring share = L"\\\\server\\share\\file";
+  Track(share);
+  LastSyncTime.Raise(kEventTime);
+  StartLogging(test::kDriverErrors);
+  EXPECT_EQ(Synchronize(kEventTime), 0u);
+  EXPECT_EQ(VerifyFileIsTracked(share, kVolume, kFile), 0u);
+  EXPECT_EQ(ForceTrackingStop(share, kVolume, kFile), 0u);
+  EXPECT_THAT(opens_.Take(), IsEmpty());
+  EXPECT_THAT(StopLogging(), IsEmpty());
+}
+
 TEST_F(SynchronizeTest, CommandThatCannotBeSentIsLoggedTwiceAndReturned) {
   LastSyncTime.Raise(kEventTime);
   port_.send_result = kRefused;
