@@ -2,7 +2,8 @@
 // bitmap/mapped_bitmap_file.cpp has them on Windows; tests have them in memory.
 //
 // Threads: one BitmapFile belongs to one thread at a time, but for its view. BitmapFiles: any.
-// Errors: Win32 codes, 0 for success; nothing is logged here.
+// Errors: Win32 codes, 0 for success; nothing is logged here. Where a link stands for the file or
+// one of its two directories, nothing behind it is touched: kLinkRefused (win32/no_links.h).
 #pragma once
 
 #include <cstdint>

@@ -15,6 +15,7 @@
 #include "logging/log_message.h"
 #include "win32/file_time.h"
 #include "win32/handles.h"
+#include "win32/no_links.h"
 
 namespace zel {
 
@@ -43,6 +44,9 @@ const std::wstring* CreateDirectories(const NewBitmapPaths& paths) {
   for (const std::wstring& directory : paths.directories) {
     if (::CreateDirectoryW(directory.c_str(), nullptr)) continue;
     if (::GetLastError() != ERROR_ALREADY_EXISTS) return &directory;
+    if (!IsLink(directory)) continue;
+    ::SetLastError(kLinkRefused);
+    return &directory;
   }
   return nullptr;
 }
@@ -63,8 +67,8 @@ UniqueFile CreateBitmapFile(const NewBitmapPaths& paths) {
     const std::wstring* const missing = CreateDirectories(paths);
     if (missing == nullptr) {
       UniqueFile file(::CreateFileW(paths.file.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                    FILE_SHARE_READ, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
-                                    nullptr));
+                                    FILE_SHARE_READ, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
       if (file) return file;
     }
     const DWORD error = ::GetLastError();

@@ -5,10 +5,14 @@
 #include "bitmap/bitmap_file.h"
 #include "files/layout.h"
 #include "win32/handles.h"
+#include "win32/no_links.h"
 
 namespace zel {
 
 namespace {
+
+// The file, its directory and the volume's: what is above them is the CBT directory.
+constexpr int kOwnLevels = 3;
 
 // FlushViewOfFile fails so while the system itself is writing the view's pages; a second is more
 // than it takes, as a rule.
@@ -28,8 +32,8 @@ class MappedBitmapFile : public BitmapFile {
   // False with the step that failed and its code.
   [[nodiscard]] bool Open(const std::wstring& path, OpenError& error) {
     error.step = OpenStep::kOpen;
-    file_.reset(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    file_ = OpenWithoutLinks(path, kOwnLevels, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
+                             OPEN_EXISTING);
     if (file_ && Map(error)) return true;
     error.code = ::GetLastError();
     return false;
@@ -71,17 +75,14 @@ bool IsMissing(DWORD error) {
 }
 
 // For writing alone, whatever others do with it: they need not even share reading.
-UniqueFile OpenShared(const std::wstring& path, DWORD flags) {
-  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_WRITE,
-                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                  OPEN_EXISTING, flags, nullptr));
+UniqueFile OpenShared(const std::wstring& path, int levels, DWORD flags) {
+  return OpenWithoutLinks(path, levels, GENERIC_WRITE,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING,
+                          flags);
 }
 
-// Has the device know what the directory of `path` holds.
-std::uint32_t FlushDirectoryOf(const std::wstring& path) {
-  const std::wstring directory = path.substr(0, path.rfind(L'\\'));
-  const UniqueFile handle = OpenShared(directory, FILE_FLAG_BACKUP_SEMANTICS);
-  return ErrorUnless(handle && ::FlushFileBuffers(handle.get()));
+UniqueFile OpenDirectoryOf(const std::wstring& path) {
+  return OpenShared(path.substr(0, path.rfind(L'\\')), kOwnLevels - 1, FILE_FLAG_BACKUP_SEMANTICS);
 }
 
 class Win32BitmapFiles : public BitmapFiles {
@@ -93,11 +94,11 @@ class Win32BitmapFiles : public BitmapFiles {
   }
 
   std::uint32_t Delete(const std::wstring& path) override {
-    return ErrorUnless(::DeleteFileW(path.c_str()));
+    return DeleteInPlace(path, kOwnLevels);
   }
 
   std::uint32_t Distrust(const std::wstring& path) override {
-    const UniqueFile file = OpenShared(path, FILE_ATTRIBUTE_NORMAL);
+    const UniqueFile file = OpenShared(path, kOwnLevels, FILE_ATTRIBUTE_NORMAL);
     LARGE_INTEGER length = {};
     if (!file || !::GetFileSizeEx(file.get(), &length)) return ::GetLastError();
     if (length.QuadPart < kBitmapHeaderSize) return ERROR_SUCCESS;
@@ -110,9 +111,12 @@ class Win32BitmapFiles : public BitmapFiles {
   }
 
   std::uint32_t LeaveMissedMark(const std::wstring& path) override {
-    const std::wstring mark = MissedMarkPath(path);
-    const std::uint32_t error = ErrorUnless(::CreateDirectoryW(mark.c_str(), nullptr));
-    return error == ERROR_SUCCESS || error == ERROR_ALREADY_EXISTS ? FlushDirectoryOf(mark) : error;
+    const UniqueFile directory = OpenDirectoryOf(path);
+    if (!directory) return ::GetLastError();
+    const std::uint32_t error =
+        ErrorUnless(::CreateDirectoryW(MissedMarkPath(path).c_str(), nullptr));
+    if (error != ERROR_SUCCESS && error != ERROR_ALREADY_EXISTS) return error;
+    return ErrorUnless(::FlushFileBuffers(directory.get()));  // has the device know of it
   }
 
   std::uint32_t RemoveMissedMark(const std::wstring& path) override {

@@ -13,6 +13,7 @@
 #include "files/install_directory.h"
 #include "files/layout.h"
 #include "logging/log_message.h"
+#include "win32/no_links.h"
 
 namespace zel {
 
@@ -21,15 +22,13 @@ namespace {
 // Nobody else writes it meanwhile. The CBT directory may have to be made: there is no bitmap yet.
 UniqueFile OpenFile(const std::wstring& path) {
   ::CreateDirectoryW(GetCbtDirectory().c_str(), nullptr);
-  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  return OpenWithoutLinks(path, 1, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS);
 }
 
 // For a file that another program holds, whatever it shares.
 UniqueFile OpenForReading(const std::wstring& path) {
-  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_READ,
-                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  return OpenWithoutLinks(path, 1, GENERIC_READ,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
 }
 
 // The file's bytes, as far as slots can be in them. 0 or the system's error.

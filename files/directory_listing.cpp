@@ -6,6 +6,7 @@
 #include "errors/error_info.h"
 #include "files/layout.h"
 #include "logging/log_message.h"
+#include "win32/no_links.h"
 
 namespace zel {
 
@@ -28,6 +29,11 @@ void LogFailedListing(const std::wstring& directory, DWORD error) {
 }
 
 DirectoryListing::DirectoryListing(std::wstring directory) : directory_(std::move(directory)) {
+  if (IsLink(directory_)) {
+    ::SetLastError(kLinkRefused);
+    Finish();
+    return;
+  }
   const std::wstring pattern = directory_ + (directory_.ends_with(L'\\') ? L"*" : L"\\*");
   find_.reset(::FindFirstFileW(pattern.c_str(), &entry_));
   entry_is_new_ = static_cast<bool>(find_);

@@ -17,7 +17,7 @@ namespace zel {
 //   while (const WIN32_FIND_DATAW* entry = listing.Next()) ...
 //
 // Errors: a directory that does not exist has no entries; any other failure is logged at
-// Bitmap/Error and ends the listing.
+// Bitmap/Error and ends the listing. One that is a link is not followed: kLinkRefused.
 // Threads: one thread at a time. Entries may be deleted while they are listed.
 // Cost: one system call an entry, no allocation.
 class DirectoryListing {

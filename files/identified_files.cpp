@@ -9,7 +9,9 @@
 
 #include "files/directory_listing.h"
 #include "files/file_identity.h"
+#include "logging/log_message.h"
 #include "win32/handles.h"
+#include "win32/no_links.h"
 
 namespace zel {
 
@@ -20,12 +22,6 @@ constexpr DWORD kBatchBytes = 64 * 1024;  // the most that file servers answer a
 // File systems without ids of 64 bits answer one of these.
 bool IsNoId(FileId id) {
   return id == 0 || id == ~FileId{0};
-}
-
-// What a link's entry has is the link's own id, the look-up gives that of the file it leads to.
-bool TellsFileId(const FILE_ID_BOTH_DIR_INFO& entry) {
-  return (entry.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 &&
-         !IsNoId(static_cast<FileId>(entry.FileId.QuadPart));
 }
 
 struct Found {
@@ -46,11 +42,21 @@ void AppendByLookup(const std::wstring& directory, std::wstring name, std::uint6
   }
 }
 
+// Whether the entry is of a file. Where a link stands there may have been a bitmap.
+bool IsFile(const std::wstring& directory, std::wstring_view name, DWORD attributes, Found& found) {
+  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return false;
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return true;
+  LogMessage(kBitmapWarn, L"%s\\%s is a link, which is not followed\n", directory.c_str(),
+             std::wstring(name).c_str());
+  found.is_complete = false;
+  return false;
+}
+
 void AppendEntry(const std::wstring& directory, const FILE_ID_BOTH_DIR_INFO& entry, Found& found) {
-  if ((entry.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return;
   std::wstring name(entry.FileName, entry.FileNameLength / sizeof(wchar_t));
+  if (!IsFile(directory, name, entry.FileAttributes, found)) return;
   const auto size = static_cast<std::uint64_t>(entry.EndOfFile.QuadPart);
-  if (TellsFileId(entry)) {
+  if (!IsNoId(static_cast<FileId>(entry.FileId.QuadPart))) {
     found.files.push_back({std::move(name), static_cast<FileId>(entry.FileId.QuadPart), size});
   } else {
     AppendByLookup(directory, std::move(name), size, found);
@@ -68,10 +74,11 @@ void AppendBatch(const std::wstring& directory, const std::byte* batch, Found& f
 
 // Returns the error that ended the listing.
 DWORD AppendFromDirectory(const std::wstring& directory, Found& found) {
-  const UniqueFile handle(::CreateFileW(directory.c_str(), FILE_LIST_DIRECTORY | SYNCHRONIZE,
-                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                        nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
-                                        nullptr));
+  if (IsLink(directory)) return kLinkRefused;
+  const UniqueFile handle(
+      ::CreateFileW(directory.c_str(), FILE_LIST_DIRECTORY | SYNCHRONIZE,
+                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
   if (!handle) return ::GetLastError();
   const auto batch = std::make_unique_for_overwrite<std::byte[]>(kBatchBytes);
   auto info_class = FileIdBothDirectoryRestartInfo;
@@ -86,7 +93,7 @@ Found LookUpEach(const std::wstring& directory) {
   Found found;
   DirectoryListing listing(directory);
   while (const WIN32_FIND_DATAW* entry = listing.Next()) {
-    if ((entry->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
+    if (!IsFile(directory, entry->cFileName, entry->dwFileAttributes, found)) continue;
     const auto high = static_cast<std::uint64_t>(entry->nFileSizeHigh) << 32;
     AppendByLookup(directory, entry->cFileName, high | entry->nFileSizeLow, found);
   }
@@ -99,7 +106,7 @@ Found FindIn(const std::wstring& directory) {
   const DWORD error = AppendFromDirectory(directory, found);
   if (IsEndOfListing(error)) return found;
   // Not every file system can list ids, and they differ in how they refuse.
-  if (found.files.empty()) return LookUpEach(directory);
+  if (found.files.empty() && error != kLinkRefused) return LookUpEach(directory);
   LogFailedListing(directory, error);
   found.is_complete = false;
   return found;

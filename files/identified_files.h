@@ -18,11 +18,11 @@ struct IdentifiedFile {
 };
 
 // The files in `directory`, in the file system's order, each with the id that GetFileIdAndSize
-// gives. Subdirectories, and files whose id cannot be read, are left out; `is_complete`, if given,
-// tells whether no file is missing.
+// gives. Subdirectories, files whose id cannot be read, and links, which are logged at Bitmap/Warn,
+// are left out; `is_complete`, if given, tells whether nothing but subdirectories is missing.
 //
 // Errors: a directory that does not exist has no files; any other failure is logged at Bitmap/Error
-// and ends the listing.
+// and ends the listing. A directory that is a link is not followed: kLinkRefused.
 // Threads: any thread.
 // Cost: one system call for some hundred files; a file is opened only where the directory does not
 // tell its id.

@@ -1,10 +1,12 @@
 #include "logging/log_file.h"
 
-#include <share.h>
+#include <fcntl.h>
+#include <io.h>
 #include <stdio.h>
 #include <sys/stat.h>
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <span>
 #include <utility>
@@ -16,6 +18,7 @@
 #include "logging/utf8_writer.h"
 #include "win32/critical_section.h"
 #include "win32/last_error.h"
+#include "win32/no_links.h"
 
 namespace zel {
 
@@ -42,8 +45,24 @@ constinit LogState state ZEL_GUARDED_BY(logLock);
 // roll has the file closed: writers then wait for the lock.
 constinit std::atomic<bool> log_file_open{false};
 
+// The log and its directory: what is above them may be reached through links.
+constexpr int kOwnLevels = 2;
+
+// A stream that appends text to the file, which it owns then. Null for a failure.
+FILE* StreamOn(UniqueFile file) {
+  if (!file) return nullptr;
+  const int descriptor = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(file.get()),
+                                           _O_APPEND | _O_TEXT | _O_NOINHERIT);
+  if (descriptor == -1) return nullptr;
+  (void)file.release();
+  FILE* const stream = ::_fdopen(descriptor, "a+");
+  if (stream == nullptr) ::_close(descriptor);
+  return stream;
+}
+
 void OpenLocked() ZEL_REQUIRES(logLock) {
-  state.file = ::_wfsopen(state.path, L"a+", _SH_DENYWR);
+  state.file = StreamOn(OpenWithoutLinks(state.path, kOwnLevels, GENERIC_READ | GENERIC_WRITE,
+                                         FILE_SHARE_READ, OPEN_ALWAYS));
   log_file_open = state.file != nullptr;
 }
 
@@ -161,11 +180,13 @@ bool IsLargeLocked() ZEL_REQUIRES(logLock) {
          status.st_size > kLogRollSize;
 }
 
+// As far as they are where their names say.
 void ShiftRolledFilesLocked() ZEL_REQUIRES(logLock) {
-  ::DeleteFileW(RolledLogPath(state.path, kRolledLogs).c_str());
+  (void)DeleteInPlace(RolledLogPath(state.path, kRolledLogs), kOwnLevels);
   for (int number = kRolledLogs - 1; number >= 0; --number) {
-    ::MoveFileW(RolledLogPath(state.path, number).c_str(),
-                RolledLogPath(state.path, number + 1).c_str());
+    const std::wstring path = RolledLogPath(state.path, number);
+    if (CheckPlace(path, kOwnLevels) != ERROR_SUCCESS) continue;
+    ::MoveFileW(path.c_str(), RolledLogPath(state.path, number + 1).c_str());
   }
 }
 

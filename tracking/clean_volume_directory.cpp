@@ -9,6 +9,7 @@
 #include "files/install_directory.h"
 #include "logging/log_message.h"
 #include "tracking/state.h"
+#include "win32/no_links.h"
 
 namespace zel {
 
@@ -17,6 +18,11 @@ namespace {
 bool EndIsAskedFor() ZEL_EXCLUDES(TrackedFilesLock) {
   const LockGuard guard(TrackedFilesLock);
   return TrackedFiles().CleanupShutdown;
+}
+
+// An empty directory, or the link in its place, whose listing has been refused.
+void RemoveDirectoryInPlace(const std::wstring& path) {
+  if (CheckPlace(path, 1) == ERROR_SUCCESS) ::RemoveDirectoryW(path.c_str());
 }
 
 bool MayDelete(const FileKey& file) {
@@ -45,7 +51,7 @@ void CleanVolumeDirectory(const VolumeGuid& volume_guid) {
                volume_text.c_str(), *file_id);
     DeleteDirectoryTree(directory + L'\\' + entry->cFileName, may_delete);
   }
-  if (MayDelete(volume_guid)) ::RemoveDirectoryW(directory.c_str());
+  if (MayDelete(volume_guid)) RemoveDirectoryInPlace(directory);
 }
 
 bool DeleteDirectoryTree(const std::wstring& path, const std::function<bool()>& may_delete) {
@@ -57,10 +63,11 @@ bool DeleteDirectoryTree(const std::wstring& path, const std::function<bool()>& 
       continue;
     }
     if (!may_delete()) return false;
-    if (::DeleteFileW(full.c_str())) LogMessage(kBitmapDebug, L"Deleted bitmap %s\n", full.c_str());
+    if (DeleteInPlace(full, 1) != ERROR_SUCCESS) continue;
+    LogMessage(kBitmapDebug, L"Deleted bitmap %s\n", full.c_str());
   }
   if (!may_delete()) return false;
-  ::RemoveDirectoryW(path.c_str());
+  RemoveDirectoryInPlace(path);
   return true;
 }
 

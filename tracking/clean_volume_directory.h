@@ -5,6 +5,8 @@
 // the question comes after that, too. What a start of tracking can lose to a pass is an empty
 // directory, between two steps of making its bitmap (bitmap/create_bitmap.h makes it again).
 //
+// A link is never followed: where it stands for a directory or a file that goes, the link goes.
+//
 // Threads: any thread; TrackedFilesLock is taken for the look-ups only, never while deleting.
 // Errors: what cannot be deleted stays, without a message; the next pass tries again.
 #pragma once

@@ -10,6 +10,7 @@ extern "C" {
 extern void* __imp_CreateDirectoryW;
 extern void* __imp_CreateFileW;
 extern void* __imp_DeleteFileW;
+extern void* __imp_GetFileAttributesW;
 extern void* __imp_GetFileInformationByHandle;
 extern void* __imp_SetEndOfFile;
 extern void* __imp_SetFilePointerEx;
@@ -196,6 +197,23 @@ TEST_F(CreateNewBitmapTest, FailureOfTheFirstDirectoryEndsTheCreation) {
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre("ERROR Failed to create directory " + cbt().string() + ": " +
                           ErrorInfo(ERROR_ACCESS_DENIED).text()));
+}
+
+DWORD WINAPI AnswerLink(const wchar_t*) {
+  return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+}
+
+TEST_F(CreateNewBitmapTest, LinkInTheWayEndsTheCreation) {
+  std::filesystem::create_directories(cbt());
+  StartLogging(kBitmapInfoAndErrors);
+  {
+    const test::ImportHook hook(__imp_GetFileAttributesW, &AnswerLink);
+    EXPECT_FALSE(Create(100));
+  }
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("ERROR Failed to create directory " + cbt().string() + ": " +
+                          ErrorInfo(ERROR_CANT_ACCESS_FILE).text()));
+  EXPECT_TRUE(std::filesystem::is_empty(cbt()));
 }
 
 // Does something of the test's own before the bitmap's file is created, and counts how often that

@@ -237,7 +237,8 @@ decltype(&::CreateFileW) real_create = nullptr;
 HANDLE WINAPI RefuseToMake(const wchar_t* path, DWORD access, DWORD share,
                            SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
                            HANDLE model) {
-  if (disposition != OPEN_ALWAYS) {
+  const bool is_of_slots = std::wstring_view(path).ends_with(kReceivedMessagesName);
+  if (!is_of_slots || disposition != OPEN_ALWAYS) {
     return real_create(path, access, share, security, disposition, flags, model);
   }
   ::SetLastError(ERROR_DISK_FULL);

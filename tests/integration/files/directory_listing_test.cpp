@@ -14,6 +14,7 @@
 extern "C" {
 extern void* __imp_FindFirstFileW;
 extern void* __imp_FindNextFileW;
+extern void* __imp_GetFileAttributesW;
 }
 
 namespace zel {
@@ -110,6 +111,24 @@ TEST_F(DirectoryListingLogTest, FailureInTheMiddleEndsTheListingAndIsLogged) {
   EXPECT_THAT(StopLoggingAndGetMessages(),
               ElementsAre("ERROR Listing directory " + directory().string() +
                           " failed: " + ErrorInfo(ERROR_CRC).text()));
+}
+
+DWORD WINAPI AnswerLink(const wchar_t*) {
+  return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+}
+
+TEST_F(DirectoryListingLogTest, LinkIsNotFollowed) {
+  test::WriteFileBytes(directory() / L"file", "");
+  StartLogging("zelservicelog=none\nzelservicelog:bitmap=error\nzelservicelog:drivercomm=none\n");
+  {
+    const test::ImportHook hook(__imp_GetFileAttributesW, &AnswerLink);
+    DirectoryListing listing(directory());
+    EXPECT_EQ(listing.Next(), nullptr);
+    EXPECT_TRUE(listing.HasFailed());
+  }
+  EXPECT_THAT(StopLoggingAndGetMessages(),
+              ElementsAre("ERROR Listing directory " + directory().string() +
+                          " failed: " + ErrorInfo(ERROR_CANT_ACCESS_FILE).text()));
 }
 
 }  // namespace

@@ -19,6 +19,8 @@ extern "C" {
 extern void* __imp_GetFileInformationByHandleEx;
 extern void* __imp_GetFileInformationByHandle;
 extern void* __imp_CreateFileW;
+extern void* __imp_FindFirstFileW;
+extern void* __imp_GetFileAttributesW;
 }
 
 namespace zel {
@@ -145,13 +147,53 @@ TEST(IdentifiedFilesTest, LooksUpWhatTheDirectoryDoesNotTell) {
   }
 }
 
-TEST(IdentifiedFilesTest, LooksUpTheFileThatALinkLeadsTo) {
-  const test::TempDirectory directory;
-  test::WriteFileBytes(directory.path() / L"link", "x");
-  const std::vector<IdentifiedFile> expected = LookedUp(directory.path());
+class IdentifiedLinksTest : public test::LogFixture {
+ protected:
+  // Lists; nothing is to come of it but one line.
+  void ExpectNothing(const std::filesystem::path& path, const std::string& message) {
+    StartLogging("zelservicelog=none\nzelservicelog:bitmap=warn\nzelservicelog:drivercomm=none\n");
+    bool is_complete = true;
+    EXPECT_THAT(ListIdentifiedFiles(path, &is_complete), IsEmpty());
+    EXPECT_FALSE(is_complete);
+    EXPECT_THAT(StopLoggingAndGetMessages(), ElementsAre(message));
+  }
+
+  const std::filesystem::path path_ = directory() / L"listed";
+};
+
+TEST_F(IdentifiedLinksTest, LinkAmongTheFilesIsLeftOut) {
+  test::WriteFileBytes(path_ / L"link", "x");
   const BatchHook hook(&TellLinks);
   told_id = 7;
-  EXPECT_EQ(ListIdentifiedFiles(directory.path()), expected);
+  ExpectNothing(path_, "WARN  " + (path_ / L"link").string() + " is a link, which is not followed");
+}
+
+HANDLE WINAPI FindALink(const wchar_t* pattern, WIN32_FIND_DATAW* entry) {
+  const HANDLE find =
+      ::FindFirstFileExW(pattern, FindExInfoStandard, entry, FindExSearchNameMatch, nullptr, 0);
+  while (entry->cFileName[0] == L'.' && ::FindNextFileW(find, entry)) {
+  }
+  entry->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+  return find;
+}
+
+TEST_F(IdentifiedLinksTest, LinkIsLeftOutWhereIdsCannotBeListed) {
+  test::WriteFileBytes(path_ / L"link", "x");
+  const BatchHook batches(&RefuseBatch);
+  refusal = ERROR_INVALID_PARAMETER;
+  const test::ImportHook finds(__imp_FindFirstFileW, &FindALink);
+  ExpectNothing(path_, "WARN  " + (path_ / L"link").string() + " is a link, which is not followed");
+}
+
+DWORD WINAPI AnswerLink(const wchar_t*) {
+  return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+}
+
+TEST_F(IdentifiedLinksTest, DirectoryThatIsALinkIsNotListed) {
+  test::WriteFileBytes(path_ / L"file", "x");
+  const test::ImportHook hook(__imp_GetFileAttributesW, &AnswerLink);
+  ExpectNothing(path_, "ERROR Listing directory " + path_.string() +
+                           " failed: " + ErrorInfo(ERROR_CANT_ACCESS_FILE).text());
 }
 
 TEST(IdentifiedFilesTest, ListsByNameWhereIdsCannotBeListed) {

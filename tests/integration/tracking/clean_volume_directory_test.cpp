@@ -4,6 +4,11 @@
 #include "tests/integration/support/cleanup_fixture.h"
 #include "tests/integration/support/held_file.h"
 
+extern "C" {
+extern void* __imp_GetFileAttributesW;
+extern void* __imp_RemoveDirectoryW;
+}
+
 namespace zel {
 namespace {
 
@@ -60,6 +65,65 @@ TEST_F(CleanVolumeDirectoryTest, NamesThatAreNoFileIdsStay) {
   for (const wchar_t* name : names) {
     EXPECT_TRUE(fs::exists(cbt() / kFirstVolumeText / name / L"bitmap")) << fs::path(name);
   }
+}
+
+// Plays a link to a directory: whatever is listed, opened or deleted below it is the target's.
+class DirectoryLink {
+ public:
+  explicit DirectoryLink(const fs::path& path) { path_ = path.wstring(); }
+  [[nodiscard]] static bool was_removed() { return was_removed_; }
+
+ private:
+  static DWORD WINAPI Attributes(const wchar_t* path) {
+    if (path == path_) return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+    return real_attributes_(path);
+  }
+  static BOOL WINAPI Remove(const wchar_t* path) {
+    if (path != path_) return real_remove_(path);
+    was_removed_ = true;
+    return TRUE;
+  }
+
+  static inline std::wstring path_;
+  static inline bool was_removed_ = false;
+  static inline auto* const real_attributes_ =
+      reinterpret_cast<decltype(&::GetFileAttributesW)>(__imp_GetFileAttributesW);
+  static inline auto* const real_remove_ =
+      reinterpret_cast<decltype(&::RemoveDirectoryW)>(__imp_RemoveDirectoryW);
+  test::ImportHook attributes_{__imp_GetFileAttributesW, &Attributes};
+  test::ImportHook remove_{__imp_RemoveDirectoryW, &Remove};
+};
+
+TEST_F(CleanVolumeDirectoryTest, LinkForAFilesDirectoryGoesAndNothingBehindIt) {
+  const fs::path link = AddDirectory(kFirstVolumeText, L"00000000000000ab");
+  const DirectoryLink played(link);
+  CleanVolumeDirectory(kFirstVolume);
+  EXPECT_TRUE(DirectoryLink::was_removed());
+  EXPECT_TRUE(fs::exists(link / L"bitmap"));
+}
+
+TEST_F(CleanVolumeDirectoryTest, LinkFurtherDownGoesAndNothingBehindIt) {
+  const fs::path link = AddDirectory(kFirstVolumeText, L"00000000000000ab") / L"x";
+  test::WriteFileBytes(link / L"theirs", "text");
+  const DirectoryLink played(link);
+  CleanVolumeDirectory(kFirstVolume);
+  EXPECT_TRUE(DirectoryLink::was_removed());
+  EXPECT_TRUE(fs::exists(link / L"theirs"));
+}
+
+TEST_F(CleanVolumeDirectoryTest, LinkForAVolumesDirectoryGoesAndNothingBehindIt) {
+  const fs::path theirs = AddDirectory(kFirstVolumeText, L"00000000000000ab");
+  const DirectoryLink played(cbt() / kFirstVolumeText);
+  CleanVolumeDirectory(kFirstVolume);
+  EXPECT_TRUE(DirectoryLink::was_removed());
+  EXPECT_TRUE(fs::exists(theirs / L"bitmap"));
+}
+
+TEST_F(CleanVolumeDirectoryTest, LinkForTheDirectoryOfATrackedFileStays) {
+  Track(L"C:\\a", kFirstVolume, kTracked);
+  const DirectoryLink played(AddDirectory(kFirstVolumeText, kTrackedName));
+  CleanVolumeDirectory(kFirstVolume);
+  EXPECT_FALSE(DirectoryLink::was_removed());
 }
 
 TEST_F(CleanVolumeDirectoryTest, PlainFilesStay) {
