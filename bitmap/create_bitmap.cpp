@@ -12,6 +12,7 @@
 #include "files/file_identity.h"
 #include "files/install_directory.h"
 #include "files/layout.h"
+#include "files/own_rights.h"
 #include "logging/log_message.h"
 #include "win32/file_time.h"
 #include "win32/handles.h"
@@ -42,7 +43,7 @@ bool DirectoryMayHaveGone(DWORD error) {
 // The first directory that cannot be made, whose error is the thread's last; null when all stand.
 const std::wstring* CreateDirectories(const NewBitmapPaths& paths) {
   for (const std::wstring& directory : paths.directories) {
-    if (::CreateDirectoryW(directory.c_str(), nullptr)) continue;
+    if (::CreateDirectoryW(directory.c_str(), RightsOfOwnDirectory())) continue;
     if (::GetLastError() != ERROR_ALREADY_EXISTS) return &directory;
     if (!IsLink(directory)) continue;
     ::SetLastError(kLinkRefused);
@@ -67,7 +68,7 @@ UniqueFile CreateBitmapFile(const NewBitmapPaths& paths) {
     const std::wstring* const missing = CreateDirectories(paths);
     if (missing == nullptr) {
       UniqueFile file(::CreateFileW(paths.file.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                    FILE_SHARE_READ, nullptr, CREATE_NEW,
+                                    FILE_SHARE_READ, RightsOfOwnFile(), CREATE_NEW,
                                     FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
       if (file) return file;
     }

@@ -4,6 +4,7 @@
 
 #include "bitmap/bitmap_file.h"
 #include "files/layout.h"
+#include "files/own_rights.h"
 #include "win32/handles.h"
 #include "win32/no_links.h"
 
@@ -114,7 +115,7 @@ class Win32BitmapFiles : public BitmapFiles {
     const UniqueFile directory = OpenDirectoryOf(path);
     if (!directory) return ::GetLastError();
     const std::uint32_t error =
-        ErrorUnless(::CreateDirectoryW(MissedMarkPath(path).c_str(), nullptr));
+        ErrorUnless(::CreateDirectoryW(MissedMarkPath(path).c_str(), RightsOfOwnDirectory()));
     if (error != ERROR_SUCCESS && error != ERROR_ALREADY_EXISTS) return error;
     return ErrorUnless(::FlushFileBuffers(directory.get()));  // has the device know of it
   }

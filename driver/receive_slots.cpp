@@ -12,6 +12,7 @@
 #include "errors/error_info.h"
 #include "files/install_directory.h"
 #include "files/layout.h"
+#include "files/own_rights.h"
 #include "logging/log_message.h"
 #include "win32/no_links.h"
 
@@ -21,7 +22,7 @@ namespace {
 
 // Nobody else writes it meanwhile. The CBT directory may have to be made: there is no bitmap yet.
 UniqueFile OpenFile(const std::wstring& path) {
-  ::CreateDirectoryW(GetCbtDirectory().c_str(), nullptr);
+  ::CreateDirectoryW(GetCbtDirectory().c_str(), RightsOfOwnDirectory());
   return OpenWithoutLinks(path, 1, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS);
 }
 

@@ -9,6 +9,8 @@
 #include "driver/driver_status_report.h"
 #include "driver/message_threads.h"
 #include "driver/synchronize.h"
+#include "files/install_directory.h"
+#include "files/own_rights.h"
 #include "logging/log_message.h"
 #include "rpc/rpc_server.h"
 #include "service/backup_privilege.h"
@@ -117,6 +119,10 @@ std::uint32_t ZelServiceStart(Arguments arguments) {
   if (const std::uint32_t result = AcquireBackupPrivilege(); result != 0) return result;
   if (const std::uint32_t result = StartDriverService(); result != 0) return result;
   DeleteObsoleteRegistryKeys();
+  // Before anybody lists, makes or deletes anything in it.
+  if (const std::uint32_t result = TakeOverCbtDirectory(GetCbtDirectory()); result != 0) {
+    return result;
+  }
   StartTrackedFiles();
   WhenFileHasNoBitmapsLeft(WakeCleanup);
   InitBitmapManager();

@@ -1,5 +1,5 @@
 """What a caller may name, and whose files the service touches: links that somebody has put below its
-directories, paths that lead away from this machine.
+directories, rights that others have there, paths that lead away from this machine.
 
 Links are those of Linux, which Wine shows as links of directories, follows for files, and cannot
 delete: that a link itself goes is not to be seen here."""
@@ -9,6 +9,7 @@ import uuid
 
 import pytest
 
+from agent import SERVICE
 from wine import wait_until
 from zel_client import ERROR_FILE_NOT_FOUND, NO_CONTEXT, read_tracked_files
 
@@ -138,6 +139,19 @@ def test_link_for_the_messages_in_hand_is_not_written(agent, cbt, foreign):
     assert any(line.startswith("WARN Messages in hand are lost") for line in agent.log())
 
 
+def test_link_for_the_cbt_directory_ends_the_start(agent, cbt, foreign):
+    foreign.add(f"{VOLUME}/{FILE_NAME}/{BITMAP_NAME}", bytes(1000))
+    cbt.rmdir()
+    link(cbt, foreign.path)
+    before = foreign.content()
+    agent.wine.sc("start", SERVICE)
+    wait_until(lambda: b"cbt is a link, which is not followed: the service does not start"
+               in agent.log_path.read_bytes(), "the start has ended")
+    assert agent.state() == "START_PENDING"  # as after every start that fails
+    agent.kill()
+    assert foreign.content() == before
+
+
 def test_link_for_the_log_directory_is_not_rolled(agent, cbt, foreign):
     log = agent.log_path.parent
     shutil.rmtree(log)
@@ -155,6 +169,36 @@ def test_link_for_the_log_is_not_written(agent, cbt, foreign):
     before = foreign.content()
     one_life(agent)
     assert foreign.content() == before
+
+
+# Rights
+
+
+def others_may(path):
+    return path.stat().st_mode & 0o007
+
+
+def test_cbt_is_made_for_the_system_and_administrators(agent, cbt):
+    cbt.rmdir()
+    one_life(agent)
+    assert others_may(cbt) == 0
+    assert not any("rights" in line for line in agent.log())
+
+
+def test_cbt_with_wider_rights_is_closed_with_one_warning(agent, cbt):
+    one_life(agent, track)
+    directory = bitmap_file(cbt).parent
+    for place in (cbt, directory.parent, directory, bitmap_file(cbt)):
+        place.chmod(0o777)
+    agent.log_path.unlink()
+    one_life(agent)
+    for place in (cbt, directory.parent, directory, bitmap_file(cbt)):
+        assert others_may(place) == 0, place
+    warnings = [line for line in agent.log() if "rights" in line]
+    assert len(warnings) == 1 and "S-1-1-0" in warnings[0] and "cbt" in warnings[0]
+    agent.log_path.unlink()
+    one_life(agent)
+    assert not any("rights" in line for line in agent.log())
 
 
 # Paths
