@@ -6,7 +6,7 @@ import pytest
 
 from agent import AGENT_KEY, DRIVER_SERVICE, SERVICE, SERVICES_KEY, Agent
 from packages import Packages, make_later_installer
-from wine import BIN, Wine, wait_until
+from wine import BIN, Wine, wait_until, with_pipes
 
 PROGRAM_FILES = "C:\\Program Files\\Velmora Agent"
 UNINSTALL_KEY = "HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall"
@@ -108,7 +108,8 @@ def start_installed(machine, name="first"):
 def test_install_beside_the_driver_starts_the_service(machine):
     agent = start_installed(machine)
     assert machine.wine.reg_values(f"{SERVICES_KEY}\\{DRIVER_SERVICE}")["Start"][1] == "0x0"
-    assert machine.wine.run(f"{PROGRAM_FILES}\\zelctl.exe", "status", "--check").returncode == 0
+    zelctl = with_pipes(f"{PROGRAM_FILES}\\zelctl.exe")
+    assert machine.wine.run(*zelctl, "status", "--check").returncode == 0
     wait_for_lives(agent, [1, 0])
 
 

@@ -16,11 +16,15 @@ def windows_path(path):
     return "Z:" + str(path.resolve()).replace("/", "\\")
 
 
+def with_pipes(program):
+    """What runs a client of the service, a Windows path. Wine's runtime knows no pipes: the bench
+    carries out the calls that have one."""
+    return windows_path(BIN / "simulator" / "driversim.exe"), "client", "--", program
+
+
 def rpc_client(program):
-    """What runs a client of the service from the build's folder. Wine's runtime knows no pipes: the
-    bench carries out the calls that have one."""
-    return (windows_path(BIN / "simulator" / "driversim.exe"), "client", "--",
-            windows_path(BIN / program))
+    """Likewise, a client from the build's folder."""
+    return with_pipes(windows_path(BIN / program))
 
 
 def wait_until(condition, what, timeout_s=60.0, pause_s=0.02):

@@ -194,8 +194,9 @@ struct FailingLoads {
   static HANDLE WINAPI Create(const wchar_t* path, DWORD access, DWORD sharing,
                               SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
                               HANDLE original) {
+    constexpr DWORD kReadAndWrite = GENERIC_READ | GENERIC_WRITE;
     const bool is_load = disposition == OPEN_EXISTING && sharing == FILE_SHARE_READ &&
-                         access == (GENERIC_READ | GENERIC_WRITE);
+                         (access & kReadAndWrite) == kReadAndWrite;
     if (is_load && failing-- > 0) {
       ::SetLastError(ERROR_FILE_NOT_FOUND);
       return INVALID_HANDLE_VALUE;
