@@ -41,7 +41,7 @@ std::optional<std::string> FaultOfUnsealed(const std::string& path, const Bitmap
            " bytes a block that was begun when it says";
   }
   if (bitmap.origin == BitmapOrigin::kFile && HasBitsOfNoBlock(bitmap)) {
-    return "it has bits behind its last block, and says that the size has not changed";
+    return "it has bits past its last block, and says that the size has not changed";
   }
   return std::nullopt;
 }

@@ -51,7 +51,7 @@ TEST(UnsealedBitmapTest, BitsBehindTheLastBlockTellUnlessTheSizeHasChanged) {
   EXPECT_EQ(FaultOf("b", WithBlocksOf(kDamaged, {508})), "");
   for (const std::uint64_t block : {509, 510, 511}) {
     BitmapFile bitmap = WithBlocksOf(kDamaged, {block});
-    EXPECT_THAT(FaultOf("b", bitmap), HasSubstr("behind its last block")) << block;
+    EXPECT_THAT(FaultOf("b", bitmap), HasSubstr("past its last block")) << block;
     bitmap.origin = BitmapOrigin::kService;
     EXPECT_EQ(FaultOf("b", bitmap), "") << "the size may be changing";
     bitmap.origin = BitmapOrigin::kFile;
