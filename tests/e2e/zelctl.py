@@ -1,9 +1,11 @@
 """The administrator's tool as a script calls it."""
 
+import contextlib
 import fcntl
 import json
 import os
 import pty
+import signal
 import struct
 import subprocess
 import termios
@@ -14,6 +16,31 @@ from zelctl_shapes import check_failure, check_success
 
 # How the runtime tells that nobody is there: a service that was killed stays registered for a while.
 NOBODY_THERE = {1722: "RPC_S_SERVER_UNAVAILABLE", 1753: "EPT_S_NOT_REGISTERED"}
+
+
+class Run(subprocess.Popen):
+    """A run of zelctl that goes on beside the test: of the program that runs it, and of zelctl."""
+
+    def __init__(self, zelctl, arguments, stdout):
+        self.zelctl = zelctl
+        super().__init__(zelctl.command(*arguments), env=zelctl.wine.environment,
+                         stdin=subprocess.DEVNULL, stdout=stdout, stderr=subprocess.DEVNULL)
+
+    def kill(self):
+        """Ends every zelctl of the machine at once, as a crash does, and what runs this one."""
+        self._kill_zelctl()
+        super().kill()
+        self.wait()
+        # One that was about to begin may come up now.
+        wait_until(lambda: not self._kill_zelctl() and not self._kill_zelctl(), "zelctl has ended")
+
+    def _kill_zelctl(self):
+        """How many there were."""
+        processes = self.zelctl.wine.processes(self.zelctl.program)
+        for process in processes:
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(process, signal.SIGKILL)
+        return len(processes)
 
 
 class Zelctl:
@@ -61,14 +88,16 @@ class Zelctl:
         return done.stdout.decode()
 
     def trace(self, trace, calls, *arguments):
-        """Runs to a good end and leaves its calls of the kernel in the file `trace`, paths shown."""
-        strace = ["strace", "-f", "-y", "-s0", "-e", f"trace={calls}", "-o", trace]
-        subprocess.run(strace + self.command(*arguments), env=self.wine.environment, timeout=120,
+        """Runs to a good end, without calls that have a pipe, and leaves its calls of the kernel in the
+        file `trace`, paths shown."""
+        # Nothing else can get into a program that is traced.
+        traced = ["strace", "-f", "-y", "-s0", "-e", f"trace={calls}", "-o", trace, RUN,
+                  self.program]
+        subprocess.run([*traced, *arguments], env=self.wine.environment, timeout=120,
                        stdin=subprocess.DEVNULL, capture_output=True, check=True)
 
     def start(self, *arguments, stdout=subprocess.DEVNULL):
-        return subprocess.Popen(self.command(*arguments), env=self.wine.environment,
-                                stdin=subprocess.DEVNULL, stdout=stdout, stderr=subprocess.DEVNULL)
+        return Run(self, arguments, stdout)
 
     def on_terminal(self, columns, lines, *arguments, asked="", typed=""):
         """The exit code of a run on a terminal of that size, and the text that was drawn on it.
