@@ -20,9 +20,10 @@ if(WIN32)
 endif()
 if(MINGW)
   # Two builds of one tree, whenever and wherever they are made, are the same byte for byte. A compiler
-  # cache with a base folder names the sources from build/PRESET: ../../service/x.cpp.
+  # cache with a base folder names the sources from build/PRESET, ../../service/x.cpp, and adds options of
+  # its own.
   target_compile_options(zel_options INTERFACE
-    -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=../..=.)
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=../..=. -gno-record-gcc-switches)
   target_link_options(zel_options INTERFACE -static -Wl,--no-insert-timestamp)
 endif()
 if(ZEL_SANITIZE)
