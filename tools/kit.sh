@@ -33,7 +33,7 @@ libraries=(zel_simulated_fltlib simhook pipehook)
 } >&2
 
 rm -rf "$kit" "$kit.zip"
-mkdir -p "$kit"/{bin/simulator,demo,source/docs,source/rpc}
+mkdir -p "$kit"/{bin/simulator,demo,source/docs,source/package,source/rpc}
 cp "$bin/prove.exe" docs/windows.md "$kit"
 for program in "${programs[@]}"; do cp "$bin/$program.exe" "$kit/bin"; done
 for program in "${beside_simulator[@]}"; do cp "$bin/simulator/$program.exe" "$kit/bin/simulator"; done
@@ -41,6 +41,7 @@ cp "$bin"/simulator/*.dll "$kit/bin/simulator"
 cp build/sqlite/sqlite3.exe demo/*.sql "$kit/demo"
 # What the unit tests compare the code with.
 cp docs/*.md "$kit/source/docs"
+cp package/plexor.conf "$kit/source/package"
 cp rpc/zel.idl "$kit/source/rpc"
 find "$kit" \( -name '*.exe' -o -name '*.dll' \) -exec x86_64-w64-mingw32-strip {} +
 
