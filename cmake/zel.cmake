@@ -19,9 +19,8 @@ if(WIN32)
     WIN32_LEAN_AND_MEAN NOMINMAX UNICODE _UNICODE _WIN32_WINNT=0x0A00 NTDDI_VERSION=0x0A000000)
 endif()
 if(MINGW)
-  # Two builds of one tree, whenever and wherever they are made, are the same byte for byte. A compiler
-  # cache with a base folder names the sources from build/PRESET, ../../service/x.cpp, and adds options of
-  # its own.
+  # What differs between two builds of one tree, but should not: the folder, the time, and what a compiler
+  # cache adds. tools/check_package.sh compares two builds; it has not yet found them equal.
   target_compile_options(zel_options INTERFACE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=../..=. -gno-record-gcc-switches)
   target_link_options(zel_options INTERFACE -static -Wl,--no-insert-timestamp)

@@ -6,9 +6,10 @@
 #                                           zelservice-VERSION.msi
 #                                           SHA256SUMS
 #
-# The same tree, compiler and tools give the same bytes, wherever the tree lies and whenever this
-# runs; tools/check_package.sh tries it. The only time in them is SOURCE_DATE_EPOCH, the last
-# commit's when it is not set. VERSION is that of CMakeLists.txt.
+# The same programs make the same packages, byte for byte, whenever this runs: the only time in them is
+# SOURCE_DATE_EPOCH, the last commit's when it is not set. Whether the programs are the same when they
+# are built in another folder is what tools/check_package.sh looks at; so far they were not. VERSION is
+# that of CMakeLists.txt.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 tools/install-packages.sh

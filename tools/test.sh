@@ -85,7 +85,6 @@ build mingw-clang
 run_ctest mingw
 check demo tools/demo.sh
 finish_pytest
-check package-again tools/check_package.sh
 check crash-oracle /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/crash
 check crash tools/crash.sh 100
 check proving-kit /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/kit
